@@ -1,0 +1,52 @@
+# Libraries of the system. Heavy ones are linked only to the folders that wrap them.
+list(APPEND CMAKE_MODULE_PATH /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/cmake/OpenVDB)
+find_package(Threads REQUIRED)
+find_package(ZLIB REQUIRED)
+find_package(fmt REQUIRED)
+find_package(nlohmann_json REQUIRED)
+find_package(CLI11 REQUIRED)
+find_package(OpenEXR REQUIRED)
+find_package(Imath REQUIRED)
+find_package(TBB REQUIRED)
+find_package(embree 3 REQUIRED)
+
+find_path(OPENVDB_INCLUDE openvdb/openvdb.h REQUIRED)
+find_library(OPENVDB_LIBRARY openvdb REQUIRED)
+add_library(nimbra_openvdb INTERFACE)
+target_include_directories(nimbra_openvdb SYSTEM INTERFACE ${OPENVDB_INCLUDE})
+target_link_libraries(nimbra_openvdb INTERFACE ${OPENVDB_LIBRARY} TBB::tbb Imath::Imath)
+
+# OpenImageIO's own package file asks for the whole world; the library alone is enough here.
+find_path(OIIO_INCLUDE OpenImageIO/imageio.h REQUIRED)
+find_library(OIIO_LIBRARY OpenImageIO REQUIRED)
+find_library(OIIO_UTIL_LIBRARY OpenImageIO_Util REQUIRED)
+add_library(nimbra_oiio INTERFACE)
+target_include_directories(nimbra_oiio SYSTEM INTERFACE ${OIIO_INCLUDE})
+target_link_libraries(nimbra_oiio INTERFACE ${OIIO_LIBRARY} ${OIIO_UTIL_LIBRARY} Imath::Imath fmt::fmt)
+
+if(NIMBRA_TESTS)
+  find_package(GTest REQUIRED)
+endif()
+if(NIMBRA_BENCHMARKS)
+  find_package(benchmark REQUIRED)
+endif()
+
+# nimbra_library(<folder> SOURCES ... [LINK ...] [PRIVATE_LINK ...]): the static library of one folder
+# of src/. LINK names what its headers need, PRIVATE_LINK what only its sources need.
+function(nimbra_library folder)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINK;PRIVATE_LINK" ${ARGN})
+  add_library(nimbra_${folder} STATIC ${ARG_SOURCES})
+  target_include_directories(nimbra_${folder} PUBLIC ${PROJECT_SOURCE_DIR}/src)
+  target_link_libraries(nimbra_${folder} PUBLIC ${ARG_LINK} PRIVATE ${ARG_PRIVATE_LINK})
+endfunction()
+
+# nimbra_test(<folder> SOURCES ... [LINK ...]): the test program of one folder, linking that folder only.
+function(nimbra_test folder)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
+  add_executable(test_${folder} ${ARG_SOURCES})
+  target_include_directories(test_${folder} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+  target_compile_definitions(test_${folder} PRIVATE
+    NIMBRA_TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data" NIMBRA_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+  target_link_libraries(test_${folder} PRIVATE ${ARG_LINK} GTest::gtest GTest::gtest_main)
+  gtest_discover_tests(test_${folder} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 600)
+endfunction()

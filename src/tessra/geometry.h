@@ -1,0 +1,72 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+//
+// Geometry that plug-ins bring, and closed bodies that cut volumes.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "tessra/math.h"
+#include "tessra/plugin_base.h"
+#include "tessra/shading.h"
+
+namespace TessUtils {
+
+class TessraRenderer;
+
+/// Triangles in the object's own space; indices count from 0.
+struct TriangleMesh {
+    std::vector<Vector> positions;
+    std::vector<Vector> normals;    // one a position, or empty
+    std::vector<Vector> uvw;        // one a position, or empty
+    std::vector<Vector> velocities; // scene units per second, one a position, or empty
+    std::vector<std::uint32_t> indices;  // three a triangle
+};
+
+/// ID kGeometryObject: a plug-in that has a mesh, used as a cutter or a fade object.
+class TESSRA_API GeometryObjectInterface : public PluginInterface {
+public:
+    InterfaceID getInterfaceID() const override { return ids::kGeometryObject; }
+    /// The mesh of the current frame in object space; null if there is none. Owned by the plug-in.
+    virtual const TriangleMesh* getMesh() = 0;
+};
+
+/// A primitive that intersects rays by its own code.
+class TESSRA_API UserPrimitive {
+public:
+    struct Hit {
+        double t = 0;
+        Vector normal;
+        bool valid = false;
+    };
+    virtual ~UserPrimitive();
+    virtual void worldBounds(TracePoint& low, TracePoint& high) const = 0;
+    /// The first hit in (ray.mint, ray.maxt); re-entrant.
+    virtual Hit intersect(const TraceRay& ray, ShadingContext& context) = 0;
+    /// Colour and transparency of a hit.
+    virtual void shadeHit(ShadingContext& context, const Hit& hit, VolumeResult& out) = 0;
+};
+
+/// An instance of static geometry that a plug-in created.
+class TESSRA_API StaticGeomInstance {
+public:
+    virtual ~StaticGeomInstance();
+    virtual void compile(TessraRenderer* renderer) = 0;
+    virtual UserPrimitive* primitive() { return nullptr; }
+    virtual const TriangleMesh* mesh() { return nullptr; }
+};
+
+/// "EXT_STATIC_GEOM_SOURCE"
+class TESSRA_API StaticGeomSourceInterface : public PluginInterface {
+public:
+    InterfaceID getInterfaceID() const override { return ids::kStaticGeomSource; }
+    const char* getInterfaceName() const override { return "EXT_STATIC_GEOM_SOURCE"; }
+    /// Null where there is nothing to show; given back to deleteInstance.
+    virtual StaticGeomInstance* newInstance(TessraRenderer* renderer) = 0;
+    virtual void deleteInstance(StaticGeomInstance* instance) = 0;
+    virtual const TriangleMesh* getStaticMesh(TessraRenderer*) { return nullptr; }
+    virtual void releaseStaticMesh(const TriangleMesh*) {}
+};
+
+}  // namespace TessUtils

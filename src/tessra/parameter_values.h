@@ -1,0 +1,62 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+//
+// Parameters that hold their own values: constants, lists, and values keyed by time.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "tessra/parameters.h"
+
+namespace TessUtils {
+
+/// What a parameter can hold at one moment: one value, or a list of them.
+using ParamScalar =
+    std::variant<bool, int, float, std::string, Vector, Color, AColor, Transform, PluginBase*>;
+using ParamList = std::vector<ParamScalar>;
+
+/// A parameter that owns its values. Without keys it is constant. With keys, values between two keys
+/// are blended linearly where the type allows (float, vector, colours, transforms entry by entry);
+/// all other types hold the earlier key's value; outside the keys the nearest key holds.
+class TESSRA_API DefParam : public TessraPluginParameter {
+public:
+    DefParam(std::string name, ParamScalar value);
+    DefParam(std::string name, TessraParameterType elementType, ParamList list);
+
+    /// Adds a key at `time`, in the host's units; keys may come in any order. A scalar parameter takes
+    /// scalar keys, a list parameter list keys; the constructor's value counts only while there is none.
+    void setKey(double time, ParamScalar value);
+    void setKey(double time, ParamList list);
+    bool isAnimated() const { return keys_.size() > 1; }
+
+    const char* getName() const override { return name_.c_str(); }
+    int getCount(double time) const override;
+    int getInt(int index, double time) const override;
+    float getFloat(int index, double time) const override;
+    bool getBool(int index, double time) const override;
+    Vector getVector(int index, double time) const override;
+    Color getColor(int index, double time) const override;
+    AColor getAColor(int index, double time) const override;
+    Transform getTransform(int index, double time) const override;
+    PluginBase* getObject(int index) const override;
+    TessraParameterType getType(int index) const override;
+    std::string getString(int index, double time) const override;
+
+private:
+    struct Key {
+        double time;
+        ParamList values;
+    };
+    ParamScalar valueAt(int index, double time) const;
+
+    std::string name_;
+    bool isList_;
+    TessraParameterType elementType_;
+    ParamList constant_;
+    std::vector<Key> keys_;
+};
+
+}  // namespace TessUtils
