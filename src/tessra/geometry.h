@@ -18,9 +18,9 @@ class TessraRenderer;
 /// Triangles in the object's own space; indices count from 0.
 struct TriangleMesh {
     std::vector<Vector> positions;
-    std::vector<Vector> normals;    // one a position, or empty
-    std::vector<Vector> uvw;        // one a position, or empty
-    std::vector<Vector> velocities; // scene units per second, one a position, or empty
+    std::vector<Vector> normals;         // one a position, or empty
+    std::vector<Vector> uvw;             // one a position, or empty
+    std::vector<Vector> velocities;      // scene units per second, one a position, or empty
     std::vector<std::uint32_t> indices;  // three a triangle
 };
 

@@ -12,9 +12,9 @@ class TessraRenderer;
 
 /// One direction of light at a shaded point.
 struct LightSample {
-    Vector direction;          // to the light, unit length
-    float distance = -1;       // negative: without a position
-    Color color;               // arriving light without shadows, divided by the sample's probability
+    Vector direction;     // to the light, unit length
+    float distance = -1;  // negative: without a position
+    Color color;          // arriving light without shadows, divided by the sample's probability
 };
 
 /// Samples one light for one shaded point. Lives for one call of the light loop.

@@ -23,11 +23,15 @@ struct Vector {
     bool operator==(const Vector&) const = default;
 };
 
-inline float dot(const Vector& a, const Vector& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
+inline float dot(const Vector& a, const Vector& b) {
+    return a.x * b.x + a.y * b.y + a.z * b.z;
+}
 inline Vector cross(const Vector& a, const Vector& b) {
     return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
 }
-inline float length(const Vector& a) { return std::sqrt(dot(a, a)); }
+inline float length(const Vector& a) {
+    return std::sqrt(dot(a, a));
+}
 /// Unit vector along a; a itself when its length is zero or not finite.
 inline Vector normalize(const Vector& a) {
     const float l = length(a);
@@ -49,7 +53,9 @@ struct TracePoint {
 inline Vector toVector(const TracePoint& p) {
     return {static_cast<float>(p.x), static_cast<float>(p.y), static_cast<float>(p.z)};
 }
-inline TracePoint toPoint(const Vector& v) { return {v.x, v.y, v.z}; }
+inline TracePoint toPoint(const Vector& v) {
+    return {v.x, v.y, v.z};
+}
 
 /// Scene-linear colour.
 struct Color {
@@ -74,7 +80,8 @@ struct AColor {
     bool operator==(const AColor&) const = default;
 };
 
-/// An affine map p' = p.x * f[0] + p.y * f[1] + p.z * f[2] + offs; f holds the axis (column) vectors.
+/// An affine map p' = p.x * f[0] + p.y * f[1] + p.z * f[2] + offs; f holds the axis (column)
+/// vectors.
 struct Transform {
     Vector f[3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
     TracePoint offs;

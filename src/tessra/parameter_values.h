@@ -18,16 +18,17 @@ using ParamScalar =
     std::variant<bool, int, float, std::string, Vector, Color, AColor, Transform, PluginBase*>;
 using ParamList = std::vector<ParamScalar>;
 
-/// A parameter that owns its values. Without keys it is constant. With keys, values between two keys
-/// are blended linearly where the type allows (float, vector, colours, transforms entry by entry);
-/// all other types hold the earlier key's value; outside the keys the nearest key holds.
+/// A parameter that owns its values. Without keys it is constant. With keys, values between two
+/// keys are blended linearly where the type allows (float, vector, colours, transforms entry by
+/// entry); all other types hold the earlier key's value; outside the keys the nearest key holds.
 class TESSRA_API DefParam : public TessraPluginParameter {
 public:
     DefParam(std::string name, ParamScalar value);
     DefParam(std::string name, TessraParameterType elementType, ParamList list);
 
-    /// Adds a key at `time`, in the host's units; keys may come in any order. A scalar parameter takes
-    /// scalar keys, a list parameter list keys; the constructor's value counts only while there is none.
+    /// Adds a key at `time`, in the host's units; keys may come in any order. A scalar parameter
+    /// takes scalar keys, a list parameter list keys; the constructor's value counts only while
+    /// there is none.
     void setKey(double time, ParamScalar value);
     void setKey(double time, ParamList list);
     bool isAnimated() const { return keys_.size() > 1; }

@@ -51,7 +51,8 @@ struct ParameterDef {
     InterfaceID interfaceID = 0;
     const char* description = nullptr;
     const char* uiHint = nullptr;
-    /// The default as a parameter of its own, so that unset rows read like set ones; null without one.
+    /// The default as a parameter of its own, so that unset rows read like set ones; null without
+    /// one.
     std::unique_ptr<TessraPluginParameter> defaultValue;
 
     ParameterDef();
@@ -98,8 +99,8 @@ public:
     TessraParameterList(const TessraParameterList&) = delete;
     TessraParameterList& operator=(const TessraParameterList&) = delete;
 
-    // Each binds a member to a row: from then on `cacheParams` keeps it current. False if there is no
-    // such row. Bool rows bind to an int. A texture row without a connected texture gives null.
+    // Each binds a member to a row: from then on `cacheParams` keeps it current. False if there is
+    // no such row. Bool rows bind to an int. A texture row without a connected texture gives null.
     bool setParamCache(const char* name, PluginBase** cache);
     bool setParamCache(const char* name, TessraPluginList* cache);
     bool setParamCache(const char* name, Color* cache);
@@ -114,8 +115,9 @@ public:
     bool setOutputParamCache(const char* name, TextureInterface* texture);
     bool setOutputParamCache(const char* name, TextureFloatInterface* texture);
 
-    /// Refreshes all bound members for a time, from the scene's value or else from the row's default.
-    /// `point` is the place for values that vary in space; rows of this host don't, so it may be null.
+    /// Refreshes all bound members for a time, from the scene's value or else from the row's
+    /// default. `point` is the place for values that vary in space; rows of this host don't, so it
+    /// may be null.
     void cacheParams(double time, const TracePoint* point = nullptr);
     /// The scene's value of a row, or null where the scene leaves it unset.
     TessraPluginParameter* getParam(const char* name) const;
@@ -147,8 +149,8 @@ public:
                       const char* uiHint = nullptr);
     void addParamInt(const char* name, int def, int count = -1, const char* description = nullptr,
                      const char* uiHint = nullptr);
-    void addParamFloat(const char* name, float def, int count = -1, const char* description = nullptr,
-                       const char* uiHint = nullptr);
+    void addParamFloat(const char* name, float def, int count = -1,
+                       const char* description = nullptr, const char* uiHint = nullptr);
     void addParamString(const char* name, const char* def, int count = -1,
                         const char* description = nullptr, const char* uiHint = nullptr);
     void addParamColor(const char* name, const Color& def, int count = -1,
@@ -181,8 +183,8 @@ public:
     const std::vector<ParameterDef>& rows() const { return rows_; }
 
 private:
-    ParameterDef& add(const char* name, TessraParameterType type, int count, const char* description,
-                      const char* uiHint);
+    ParameterDef& add(const char* name, TessraParameterType type, int count,
+                      const char* description, const char* uiHint);
     std::vector<ParameterDef> rows_;
 };
 

@@ -16,9 +16,9 @@ class Plugin;
 class PluginInterface;
 class PluginDesc;
 
-/// Root of everything that the host can ask for interfaces. Interfaces can be attached from outside:
-/// that is how per-render objects hang on the renderer. Attaching and removing happen on the scene
-/// thread; asking is safe from any thread meanwhile nobody attaches.
+/// Root of everything that the host can ask for interfaces. Interfaces can be attached from
+/// outside: that is how per-render objects hang on the renderer. Attaching and removing happen on
+/// the scene thread; asking is safe from any thread meanwhile nobody attaches.
 class TESSRA_API PluginBase {
 public:
     PluginBase() = default;
@@ -120,8 +120,8 @@ class TESSRA_API PluginLibDesc : public PluginBase {
 public:
     virtual const char* getName() const = 0;
     virtual const char* getDescription() const = 0;
-    /// With null: the count of descriptors. Otherwise calls back for each in list order until a call
-    /// returns zero, and returns the number of calls made.
+    /// With null: the count of descriptors. Otherwise calls back for each in list order until a
+    /// call returns zero, and returns the number of calls made.
     virtual int enumPlugins(EnumPluginCallback* callback) = 0;
 };
 

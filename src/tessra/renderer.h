@@ -27,7 +27,7 @@ class TESSRA_API TessraSequenceData : public PluginBase {
 public:
     ProgressCallback* progress = nullptr;  // may be null
     ThreadManager* threadManager = nullptr;
-    int threadCount = 1;                   // render threads, at most kMaxRenderThreads
+    int threadCount = 1;  // render threads, at most kMaxRenderThreads
     const std::vector<std::string>* distributedHosts = nullptr;  // non-null in a distributed render
     int motionBlurOn = 0;
     int giOn = 0;

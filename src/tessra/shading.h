@@ -1,8 +1,8 @@
 // Copyright 2026 The Nimbra Authors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Rays, the shading context, scattering functions and the host's light loop, as they cross the border
-// between host and library. Everything here is used on render threads and is per ray.
+// Rays, the shading context, scattering functions and the host's light loop, as they cross the
+// border between host and library. Everything here is used on render threads and is per ray.
 #pragma once
 
 #include <cstdint>
@@ -17,29 +17,29 @@ namespace TessUtils {
 /// The class of a ray. A primary path (camera ray and what mirrors and lenses make of it) carries
 /// kRayPath; the bits beside it say what the last bounce was.
 enum RayFlags : std::uint32_t {
-    kRayPath = 0x1,            // part of a path that reaches the picture: all but shadow rays
+    kRayPath = 0x1,  // part of a path that reaches the picture: all but shadow rays
     kRayReflection = 0x2,
     kRayRefraction = 0x4,
-    kRayShadow = 0x8,          // asks for transparency only
-    kRayGI = 0x10,             // after a diffuse bounce
-    kRayVolume = 0x20,         // its origin is a point inside a volume: no surface normal there
-    kRayLightCachePass = 0x40, // of a light-cache or irradiance pre-pass
+    kRayShadow = 0x8,           // asks for transparency only
+    kRayGI = 0x10,              // after a diffuse bounce
+    kRayVolume = 0x20,          // its origin is a point inside a volume: no surface normal there
+    kRayLightCachePass = 0x40,  // of a light-cache or irradiance pre-pass
     kRayCaustics = 0x80,
-    kRayFirstHit = 0x100,      // render channels are written for this ray
-    kRayNoFilter = 0x200,      // texture look-ups without a filter size
+    kRayFirstHit = 0x100,  // render channels are written for this ray
+    kRayNoFilter = 0x200,  // texture look-ups without a filter size
 };
 
-/// A ray in world space (the frame's scene offset already subtracted). `dir` is of unit length, so the
-/// parameters are distances in scene units.
+/// A ray in world space (the frame's scene offset already subtracted). `dir` is of unit length, so
+/// the parameters are distances in scene units.
 struct TraceRay {
     TracePoint p;
     Vector dir;
     double mint = 0;
     double maxt = 1e18;
-    float time = 0;             // within the frame's motion interval, 0 to 1
+    float time = 0;  // within the frame's motion interval, 0 to 1
     std::uint32_t flags = kRayPath;
-    int depth = 0;              // bounces of any kind since the camera
-    int diffuseLevel = 0;       // diffuse bounces since the camera
+    int depth = 0;         // bounces of any kind since the camera
+    int diffuseLevel = 0;  // diffuse bounces since the camera
     /// What the ray left: the object that a volume or light registered as its own, or null.
     const void* origin = nullptr;
     /// The light that a shadow ray goes to; null for other rays.
@@ -81,9 +81,9 @@ enum RenderChannelAlias : int {
 
 /// A render channel that takes part in this render.
 struct RenderChannelRef {
-    int alias = 0;      // RenderChannelAlias, or 0
-    std::string name;   // of channels known by name, like "TessraVolumeGrid_normals"
-    int index = -1;     // where a ray's value goes, into FragmentChannels; -1: not written
+    int alias = 0;     // RenderChannelAlias, or 0
+    std::string name;  // of channels known by name, like "TessraVolumeGrid_normals"
+    int index = -1;    // where a ray's value goes, into FragmentChannels; -1: not written
 };
 
 /// The value of each render channel of one ray, four floats a channel.
@@ -115,7 +115,7 @@ struct VolumeResult {
 
 /// Light that arrives at a shaded point. Filled by the host's light loop through a BRDFSampler.
 struct LightingSums {
-    Color direct;     // weighted by the scattering function
+    Color direct;  // weighted by the scattering function
     Color gi;
     Color rawDirect;  // without shadows applied: light that would arrive
     Color shadow;     // what shadows took away
@@ -128,7 +128,7 @@ public:
     int threadIndex = 0;
     TraceRay ray;
     RaySampler* sampler = nullptr;
-    float screenX = 0, screenY = 0;              // pixel position
+    float screenX = 0, screenY = 0;  // pixel position
     MediumFog fog;
     LightListInterface* lights = nullptr;        // the host's light loop; null: no lighting
     FragmentChannels* channels = nullptr;        // null unless kRayFirstHit
@@ -147,25 +147,25 @@ enum ShadeFlags : std::uint32_t {
 /// A point that the host is to light.
 struct ShadeData {
     TracePoint position;
-    Vector normal;                      // for volume points the direction back along the ray
+    Vector normal;  // for volume points the direction back along the ray
     std::uint32_t flags = kShadeCastShadows;
-    float lightLevel = 1;               // scale of all light
+    float lightLevel = 1;  // scale of all light
     Color importance{1, 1, 1};
-    Color transparency;                 // of the surface, 0 to 1
-    const void* object = nullptr;       // what shadow rays of this point leave (TraceRay::origin)
-    std::uint32_t sampleSeed = 0;       // added to the sampler's state where lights are sampled
+    Color transparency;            // of the surface, 0 to 1
+    const void* object = nullptr;  // what shadow rays of this point leave (TraceRay::origin)
+    std::uint32_t sampleSeed = 0;  // added to the sampler's state where lights are sampled
     /// Lights to use in place of all lights of the scene; null: all.
     const std::vector<PluginBase*>* onlyLights = nullptr;
-    LightingSums sums;                  // of the light loop
+    LightingSums sums;  // of the light loop
 };
 
 /// A scattering function at a shaded point, asked by the host's light loop.
 class TESSRA_API BRDFSampler {
 public:
     virtual ~BRDFSampler();
-    /// Light scattered towards the ray from one light sample. `lightDir` points from the shaded point
-    /// to the light; `lightColor` is the light with shadows and attenuation, `raw` without shadows;
-    /// `distance` to the light's position, negative for lights without one (sun, sky).
+    /// Light scattered towards the ray from one light sample. `lightDir` points from the shaded
+    /// point to the light; `lightColor` is the light with shadows and attenuation, `raw` without
+    /// shadows; `distance` to the light's position, negative for lights without one (sun, sky).
     /// Implementations clear `lightColor` and `raw` once they are used.
     virtual Color eval(const TraceRay& ray, const Vector& lightDir, Color& lightColor, Color& raw,
                        float distance) = 0;
@@ -179,8 +179,8 @@ public:
 class TESSRA_API LightListInterface {
 public:
     virtual ~LightListInterface();
-    /// Lights `data` with all lights (and GI rays where the host traces them), adding the answers of
-    /// `brdf` to `data.sums`. Shadow rays run through surfaces and volumes and carry
+    /// Lights `data` with all lights (and GI rays where the host traces them), adding the answers
+    /// of `brdf` to `data.sums`. Shadow rays run through surfaces and volumes and carry
     /// `data.object` as their origin.
     virtual void illuminate(ShadingContext& context, ShadeData& data, BRDFSampler& brdf) = 0;
 };

@@ -30,8 +30,9 @@ public:
     virtual TessraPluginParameter* getParameter(const char* name) = 0;
 };
 
-/// "EXT_SCENE_MODIFIER": called before any plug-in's renderBegin or frameBegin, so that a plug-in can
-/// change the scene that the others will see. Parameters are not refreshed yet: read them by getParam.
+/// "EXT_SCENE_MODIFIER": called before any plug-in's renderBegin or frameBegin, so that a plug-in
+/// can change the scene that the others will see. Parameters are not refreshed yet: read them by
+/// getParam.
 class TESSRA_API TessraSceneModifierInterface : public PluginInterface {
 public:
     InterfaceID getInterfaceID() const override { return ids::kSceneModifier; }

@@ -9,14 +9,15 @@
 
 namespace TessUtils {
 
-/// Where and when a texture is asked. Used on render threads; `threadIndex` is below the thread count.
+/// Where and when a texture is asked. Used on render threads; `threadIndex` is below the thread
+/// count.
 struct TextureContext {
-    TracePoint position;    // world, scene offset subtracted
+    TracePoint position;  // world, scene offset subtracted
     Vector normal{0, 0, 1};
-    Vector uvw;             // of the surface, 0 to 1 over the mapped area
+    Vector uvw;  // of the surface, 0 to 1 over the mapped area
     bool hasUVW = false;
-    float time = 0;         // within the frame's motion interval
-    float filterSize = 0;   // width of the looked-up area in scene units; -1: no filtering
+    float time = 0;        // within the frame's motion interval
+    float filterSize = 0;  // width of the looked-up area in scene units; -1: no filtering
     int threadIndex = 0;
     std::uint32_t rayFlags = 0;
 };

@@ -1,0 +1,257 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/frame_names.h"
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <set>
+
+namespace nimbra::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kMaxWidth = 12;
+
+struct Pattern {
+    std::size_t begin, end;  // in the text
+    int width;
+};
+
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+std::size_t nameStart(const std::string& path) {
+    const std::size_t slash = path.find_last_of('/');
+    return slash == std::string::npos ? 0 : slash + 1;
+}
+
+// Digits from `pos` on as a width, and the place behind them.
+int readWidth(const std::string& s, std::size_t& pos) {
+    int width = 0;
+    for (; pos < s.size() && isDigit(s[pos]); ++pos)
+        width = std::min(width * 10 + (s[pos] - '0'), kMaxWidth);
+    return width;
+}
+
+std::optional<Pattern> runOf(const std::string& s, std::size_t i, char c) {
+    std::size_t end = i;
+    while (end < s.size() && s[end] == c)
+        ++end;
+    const auto n = static_cast<int>(end - i);
+    return Pattern{i, end, std::min(n == 1 && c == '#' ? 4 : n, kMaxWidth)};
+}
+
+std::optional<Pattern> percentForm(const std::string& s, std::size_t i) {
+    std::size_t end = i + 1;
+    const int width = readWidth(s, end);
+    if (end < s.size() && (s[end] == 'd' || s[end] == 'i' || s[end] == 'u'))
+        return Pattern{i, end + 1, width};
+    return std::nullopt;
+}
+
+std::optional<Pattern> dollarForm(const std::string& s, std::size_t i) {
+    if (i + 1 >= s.size() || s[i + 1] != 'F')
+        return std::nullopt;
+    std::size_t end = i + 2;
+    const int width = readWidth(s, end);
+    return Pattern{i, end, width};
+}
+
+std::optional<Pattern> frameForm(const std::string& s, std::size_t i) {
+    if (s.compare(i, 6, "<frame") != 0)
+        return std::nullopt;
+    std::size_t end = i + 6;
+    const int width = readWidth(s, end);
+    if (end < s.size() && s[end] == '>')
+        return Pattern{i, end + 1, width};
+    return std::nullopt;
+}
+
+std::optional<Pattern> patternAt(const std::string& s, std::size_t i) {
+    switch (s[i]) {
+        case '#':
+            return runOf(s, i, '#');
+        case '@':
+            return runOf(s, i, '@');
+        case '%':
+            return percentForm(s, i);
+        case '$':
+            return dollarForm(s, i);
+        case '<':
+            return frameForm(s, i);
+        default:
+            return std::nullopt;
+    }
+}
+
+std::string replacePatterns(const std::string& path,
+                            const std::function<std::string(int width)>& text) {
+    std::string out = path.substr(0, nameStart(path));
+    for (std::size_t i = out.size(); i < path.size();) {
+        if (const auto p = patternAt(path, i)) {
+            out += text(p->width);
+            i = p->end;
+        } else {
+            out += path[i++];
+        }
+    }
+    return out;
+}
+
+std::string padded(std::int64_t frame, int width) {
+    std::string digits = std::to_string(frame < 0 ? -frame : frame);
+    if (static_cast<int>(digits.size()) < width)
+        digits.insert(0, static_cast<std::size_t>(width) - digits.size(), '0');
+    return (frame < 0 ? "-" : "") + digits;
+}
+
+// A file name taken apart at the last run of digits in front of its extension.
+struct NumberedName {
+    std::string before, after;
+    std::int64_t frame;
+    int width;
+};
+
+std::optional<NumberedName> splitNumber(const std::string& name) {
+    const std::size_t dot = name.find_last_of('.');
+    if (dot == std::string::npos)
+        return std::nullopt;
+    std::size_t end = dot;
+    while (end > 0 && !isDigit(name[end - 1]))
+        --end;
+    std::size_t begin = end;
+    while (begin > 0 && isDigit(name[begin - 1]))
+        --begin;
+    if (begin == end || end - begin > kMaxWidth)
+        return std::nullopt;
+    std::int64_t frame = 0;
+    std::from_chars(name.data() + begin, name.data() + end, frame);
+    // A "-" is a sign only where it doesn't join two words, as in "smoke-0010".
+    if (begin > 0 && name[begin - 1] == '-' && (begin == 1 || !std::isalnum(name[begin - 2]))) {
+        frame = -frame;
+        return NumberedName{name.substr(0, begin - 1), name.substr(end), frame,
+                            static_cast<int>(end - begin)};
+    }
+    return NumberedName{name.substr(0, begin), name.substr(end), frame,
+                        static_cast<int>(end - begin)};
+}
+
+std::vector<std::string> regularFiles(const fs::path& folder) {
+    std::vector<std::string> names;
+    std::error_code error;
+    for (fs::directory_iterator it(folder, error), end; !error && it != end; it.increment(error))
+        if (it->is_regular_file(error))
+            names.push_back(it->path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+// The files of a folder that differ from `like` in their number only.
+FileSequence neighbours(const fs::path& folder, const NumberedName& like) {
+    std::set<std::int64_t> frames;
+    for (const std::string& name : regularFiles(folder)) {
+        const auto n = splitNumber(name);
+        if (n && n->before == like.before && n->after == like.after &&
+            padded(n->frame, like.width) == padded(n->frame, n->width))
+            frames.insert(n->frame);
+    }
+    const std::string pattern =
+        like.before + std::string(static_cast<std::size_t>(like.width), '#') + like.after;
+    return {(folder / pattern).string(), {frames.begin(), frames.end()}};
+}
+
+std::optional<FileSequence> sequenceOfPattern(const std::string& path) {
+    const std::string hashes = toHashPattern(path);
+    const fs::path folder = fs::path(hashes).parent_path();
+    std::set<std::int64_t> frames;
+    for (const std::string& name : regularFiles(folder.empty() ? fs::path(".") : folder)) {
+        const auto n = splitNumber(name);
+        if (n && fs::path(fillFramePattern(hashes, n->frame)).filename() == name)
+            frames.insert(n->frame);
+    }
+    if (frames.empty())
+        return std::nullopt;
+    return FileSequence{hashes, {frames.begin(), frames.end()}};
+}
+
+std::optional<FileSequence> sequenceOfFolder(const std::string& folder,
+                                             const std::vector<std::string>& extensions) {
+    std::optional<FileSequence> best;
+    std::set<std::string> tried;
+    for (const std::string& name : regularFiles(folder)) {
+        const std::string extension = fs::path(name).extension().string();
+        if (std::find(extensions.begin(), extensions.end(), extension) == extensions.end())
+            continue;
+        const auto n = splitNumber(name);
+        if (n && !tried.insert(n->before + '\n' + n->after).second)
+            continue;
+        FileSequence found =
+            n ? neighbours(folder, *n) : FileSequence{(fs::path(folder) / name).string(), {}};
+        if (!best || found.frames.size() > best->frames.size())
+            best = std::move(found);
+    }
+    return best;
+}
+
+}  // namespace
+
+bool hasFramePattern(const std::string& path) {
+    for (std::size_t i = nameStart(path); i < path.size(); ++i)
+        if (patternAt(path, i))
+            return true;
+    return false;
+}
+
+std::string fillFramePattern(const std::string& path, std::int64_t frame) {
+    return replacePatterns(path, [frame](int width) { return padded(frame, width); });
+}
+
+std::string toHashPattern(const std::string& path) {
+    return replacePatterns(path, [](int width) {
+        return std::string(static_cast<std::size_t>(std::max(width, 1)), '#');
+    });
+}
+
+std::optional<FileSequence> findSequence(const std::string& path,
+                                         const std::vector<std::string>& extensions) {
+    std::error_code error;
+    if (fs::is_directory(path, error))
+        return sequenceOfFolder(path, extensions);
+    if (fs::exists(path, error)) {
+        const auto n = splitNumber(fs::path(path).filename().string());
+        const fs::path folder = fs::path(path).parent_path();
+        return n ? neighbours(folder.empty() ? fs::path(".") : folder, *n) : FileSequence{path, {}};
+    }
+    return hasFramePattern(path) ? sequenceOfPattern(path) : std::nullopt;
+}
+
+std::string outputName(const std::string& output, std::int64_t frame, bool severalFrames) {
+    if (hasFramePattern(output))
+        return fillFramePattern(output, frame);
+    if (!severalFrames)
+        return output;
+    const fs::path path(output);
+    fs::path numbered = path;
+    numbered.replace_filename(path.stem().string() + "." + padded(frame, 4) +
+                              path.extension().string());
+    return numbered.string();
+}
+
+std::optional<std::string> clashingOutput(const std::string& output,
+                                          const std::vector<std::int64_t>& frames) {
+    std::set<std::string> names;
+    for (const std::int64_t frame : frames) {
+        std::string name = outputName(output, frame, frames.size() > 1);
+        if (!names.insert(name).second)
+            return name;
+    }
+    return std::nullopt;
+}
+
+}  // namespace nimbra::cli

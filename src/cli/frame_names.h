@@ -1,0 +1,46 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+//
+// Frame numbers in file names. Users write patterns in the forms of many programs:
+//   ####  (n hashes: n digits; one alone: 4)   @@@   %d %04d   $F $F4   <frame> <frame04>
+// A number wider than its padding stays whole; a negative one keeps its sign in front: "-0001".
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace nimbra::cli {
+
+/// True if the file name part of `path` holds a frame pattern.
+bool hasFramePattern(const std::string& path);
+
+/// `path` with the frame number in place of every pattern of its file name.
+std::string fillFramePattern(const std::string& path, std::int64_t frame);
+
+/// The pattern in the form that caches understand: every pattern as a run of "#".
+std::string toHashPattern(const std::string& path);
+
+/// A sequence of files: the pattern (with "#") and the frames that exist, ascending. A single file
+/// has its own path as the pattern and no frames.
+struct FileSequence {
+    std::string pattern;
+    std::vector<std::int64_t> frames;
+};
+
+/// The sequence that `path` means: a pattern; a folder (its longest sequence of cache files with
+/// one of `extensions`, lower case with the dot); or one file, which is taken with its neighbours
+/// of the same name and other numbers. Nothing if no such file exists.
+std::optional<FileSequence> findSequence(const std::string& path,
+                                         const std::vector<std::string>& extensions);
+
+/// The output path of one frame. A pattern in `output` is filled; without one, ".####" goes before
+/// the extension when `severalFrames`.
+std::string outputName(const std::string& output, std::int64_t frame, bool severalFrames);
+
+/// Two of `frames` that `outputName` would write to one file, if there are any.
+std::optional<std::string> clashingOutput(const std::string& output,
+                                          const std::vector<std::int64_t>& frames);
+
+}  // namespace nimbra::cli

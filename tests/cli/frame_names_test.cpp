@@ -1,0 +1,73 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/frame_names.h"
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace nimbra::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+TEST(FrameNames, Fill_TakesEveryForm) {
+    EXPECT_EQ(fillFramePattern("a/s_####.vdb", 7), "a/s_0007.vdb");
+    EXPECT_EQ(fillFramePattern("s_#.vdb", 7), "s_0007.vdb") << "one hash counts as four";
+    EXPECT_EQ(fillFramePattern("s_##.vdb", 12345), "s_12345.vdb") << "wide numbers stay whole";
+    EXPECT_EQ(fillFramePattern("s_@@@.vdb", 7), "s_007.vdb");
+    EXPECT_EQ(fillFramePattern("s_%04d.vdb", -1), "s_-0001.vdb");
+    EXPECT_EQ(fillFramePattern("s_%d.$F3.$F.vdb", 12), "s_12.012.12.vdb");
+    EXPECT_EQ(fillFramePattern("s<frame04>.<frame>.vdb", 12), "s0012.12.vdb");
+    EXPECT_EQ(fillFramePattern("a_##/s.vdb", 1), "a_##/s.vdb") << "folders are left alone";
+    EXPECT_EQ(fillFramePattern("s_100%.vdb", 1), "s_100%.vdb");
+    EXPECT_EQ(toHashPattern("x/s_%04d.$F.vdb"), "x/s_####.#.vdb");
+    EXPECT_TRUE(hasFramePattern("s.$F.exr"));
+    EXPECT_FALSE(hasFramePattern("#dir/s.exr"));
+}
+
+TEST(FrameNames, Output_NumbersSeveralFramesAndFindsClashes) {
+    EXPECT_EQ(outputName("out/p.exr", 3, false), "out/p.exr");
+    EXPECT_EQ(outputName("out/p.exr", 3, true), "out/p.0003.exr");
+    EXPECT_EQ(outputName("p_##.png", 3, true), "p_03.png");
+    EXPECT_EQ(outputName("p_##.png", 3, false), "p_03.png");
+    EXPECT_FALSE(clashingOutput("p.exr", {1, 2}));
+    EXPECT_EQ(clashingOutput("p.exr", {1, 1}), "p.0001.exr");
+}
+
+class Sequences : public testing::Test {
+protected:
+    void SetUp() override {
+        folder_ = fs::temp_directory_path() / ("nimbra_seq_" + std::to_string(::getpid()));
+        fs::create_directories(folder_);
+        for (const char* name :
+             {"smoke_0008.vdb", "smoke_0009.vdb", "smoke_0010.vdb", "other.vdb", "smoke_0009.txt",
+              "w9.vdb", "w10.vdb", "n_-0001.vdb", "n_0000.vdb"})
+            std::ofstream(folder_ / name) << "x";
+    }
+    void TearDown() override { fs::remove_all(folder_); }
+    std::string in(const std::string& name) const { return (folder_ / name).string(); }
+    fs::path folder_;
+};
+
+TEST_F(Sequences, FileFolderAndPattern_FindTheSameSequence) {
+    const std::vector<std::int64_t> frames{8, 9, 10};
+    for (const std::string& path :
+         {in("smoke_0009.vdb"), in("smoke_####.vdb"), in("smoke_%04d.vdb"), folder_.string()}) {
+        const auto found = findSequence(path, {".vdb"});
+        ASSERT_TRUE(found) << path;
+        EXPECT_EQ(found->pattern, in("smoke_####.vdb"));
+        EXPECT_EQ(found->frames, frames) << path;
+    }
+    EXPECT_EQ(findSequence(in("w9.vdb"), {".vdb"})->frames, (std::vector<std::int64_t>{9, 10}));
+    EXPECT_EQ(findSequence(in("n_0000.vdb"), {".vdb"})->frames, (std::vector<std::int64_t>{-1, 0}));
+    EXPECT_TRUE(findSequence(in("other.vdb"), {".vdb"})->frames.empty());
+    EXPECT_FALSE(findSequence(in("gone.vdb"), {".vdb"}));
+    EXPECT_FALSE(findSequence(in("gone_##.vdb"), {".vdb"}));
+}
+
+}  // namespace
+}  // namespace nimbra::cli
