@@ -1,0 +1,95 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "host/host_log.h"
+
+#include <cstdio>
+#include <utility>
+
+namespace nimbra::host {
+
+const char* toString(LogLevel level) {
+    switch (level) {
+        case LogLevel::Error:
+            return "error";
+        case LogLevel::Warning:
+            return "warning";
+        case LogLevel::Info:
+            return "info";
+        case LogLevel::Debug:
+            return "debug";
+    }
+    return "";
+}
+
+namespace {
+
+std::string cleaned(std::string_view line) {
+    std::string text(line);
+    for (char& c : text)
+        if (c != '\t' && (static_cast<unsigned char>(c) < 0x20 || c == 0x7f))
+            c = '?';
+    return text;
+}
+
+void writeToStandardError(LogLevel level, std::string_view line) {
+    std::fprintf(stderr, "%s: %.*s\n", toString(level), static_cast<int>(line.size()), line.data());
+}
+
+}  // namespace
+
+HostLog::HostLog(LogLevel limit, Sink sink)
+    : limit_(limit), sink_(sink ? std::move(sink) : Sink(writeToStandardError)) {}
+
+HostLog::~HostLog() {
+    finish();
+}
+
+void HostLog::write(LogLevel level, std::string_view text) {
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r'))
+        text.remove_suffix(1);
+    std::lock_guard lock(mutex_);
+    while (!text.empty()) {
+        const std::size_t end = text.find('\n');
+        std::string_view line = text.substr(0, end);
+        if (!line.empty() && line.back() == '\r')
+            line.remove_suffix(1);
+        if (!line.empty())
+            emit(level, cleaned(line));
+        if (end == std::string_view::npos)
+            break;
+        text.remove_prefix(end + 1);
+    }
+}
+
+void HostLog::emit(LogLevel level, const std::string& line) {
+    if (level == LogLevel::Warning) {
+        const auto [entry, isNew] = warnings_.try_emplace(line, 0);
+        ++entry->second;
+        if (!isNew)
+            return;
+        ++warningCount_;
+    }
+    if (level <= limit_)
+        sink_(level, line);
+}
+
+void HostLog::setLimit(LogLevel limit) {
+    std::lock_guard lock(mutex_);
+    limit_ = limit;
+}
+
+int HostLog::warningCount() const {
+    std::lock_guard lock(mutex_);
+    return warningCount_;
+}
+
+void HostLog::finish() {
+    std::lock_guard lock(mutex_);
+    if (limit_ >= LogLevel::Warning)
+        for (const auto& [line, count] : warnings_)
+            if (count > 1)
+                sink_(LogLevel::Warning, line + " (" + std::to_string(count) + " times)");
+    warnings_.clear();
+}
+
+}  // namespace nimbra::host

@@ -1,0 +1,82 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "host/pixel_sampler.h"
+
+namespace nimbra::host {
+
+namespace {
+
+// Finaliser of a 32-bit hash with low bias (C. Wellons, "Prospecting for hash functions", 2018).
+std::uint32_t hash(std::uint32_t x) {
+    x ^= x >> 16;
+    x *= 0x7feb352dU;
+    x ^= x >> 15;
+    x *= 0x846ca68bU;
+    return x ^ (x >> 16);
+}
+
+std::uint32_t combine(std::uint32_t seed, std::uint32_t value) {
+    return seed ^ (value + (seed << 6) + (seed >> 2) + 0x9e3779b9U);
+}
+
+std::uint32_t reverseBits(std::uint32_t x) {
+    x = (x >> 16) | (x << 16);
+    x = ((x & 0x00ff00ffU) << 8) | ((x & 0xff00ff00U) >> 8);
+    x = ((x & 0x0f0f0f0fU) << 4) | ((x & 0xf0f0f0f0U) >> 4);
+    x = ((x & 0x33333333U) << 2) | ((x & 0xccccccccU) >> 2);
+    return ((x & 0x55555555U) << 1) | ((x & 0xaaaaaaaaU) >> 1);
+}
+
+// A permutation in which each bit depends only on lower bits and on the seed (Laine and Karras,
+// "Stratified sampling for stochastic transparency", 2011): on reversed bits, an Owen scramble.
+std::uint32_t permuteUpwards(std::uint32_t x, std::uint32_t seed) {
+    x += seed;
+    x ^= x * 0x6c50b47cU;
+    x ^= x * 0xb82f1e52U;
+    x ^= x * 0xc7afe638U;
+    x ^= x * 0x8d22f6e6U;
+    return x;
+}
+
+std::uint32_t scramble(std::uint32_t x, std::uint32_t seed) {
+    return reverseBits(permuteUpwards(reverseBits(x), seed));
+}
+
+// Second dimension of Sobol's sequence: column k of its matrix is column k - 1 xor itself shifted.
+std::uint32_t sobolSecond(std::uint32_t index) {
+    std::uint32_t result = 0;
+    for (std::uint32_t column = 0x80000000U; index; index >>= 1, column ^= column >> 1)
+        if (index & 1)
+            result ^= column;
+    return result;
+}
+
+}  // namespace
+
+float sampleDimension(std::uint32_t pixelHash, std::uint32_t sample, std::uint32_t dimension) {
+    const std::uint32_t pair = hash(combine(pixelHash, dimension >> 1));
+    const std::uint32_t index = scramble(sample, pair);
+    const bool second = dimension & 1;
+    const std::uint32_t point = second ? sobolSecond(index) : reverseBits(index);
+    const std::uint32_t bits = scramble(point, hash(combine(pair, second ? 2 : 1)));
+    // The 24 upper bits, so that the result is exact and below 1.
+    return static_cast<float>(bits >> 8) * 0x1p-24f;
+}
+
+void PixelSampler::start(std::uint32_t seed, int x, int y, int sample) {
+    const std::uint32_t row = hash(combine(hash(seed), static_cast<std::uint32_t>(y)));
+    pixelHash_ = hash(combine(row, static_cast<std::uint32_t>(x)));
+    sample_ = static_cast<std::uint32_t>(sample);
+    dimension_ = 0;
+}
+
+float PixelSampler::next() {
+    return sampleDimension(pixelHash_, sample_, dimension_++);
+}
+
+void PixelSampler::jumpTo(std::uint32_t stream) {
+    // Far above what one path draws.
+    dimension_ = (stream + 1) << 16;
+}
+
+}  // namespace nimbra::host
