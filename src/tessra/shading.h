@@ -20,9 +20,10 @@ enum RayFlags : std::uint32_t {
     kRayPath = 0x1,  // part of a path that reaches the picture: all but shadow rays
     kRayReflection = 0x2,
     kRayRefraction = 0x4,
-    kRayShadow = 0x8,           // asks for transparency only
-    kRayGI = 0x10,              // after a diffuse bounce
-    kRayVolume = 0x20,          // its origin is a point inside a volume: no surface normal there
+    kRayShadow = 0x8,   // asks for transparency only
+    kRayGI = 0x10,      // after a diffuse bounce
+    kRayVolume = 0x20,  // while the light loop lights a point inside a volume for it: no surface
+                        // normal there; rays that the loop sends off don't inherit the flag
     kRayLightCachePass = 0x40,  // of a light-cache or irradiance pre-pass
     kRayCaustics = 0x80,
     kRayFirstHit = 0x100,  // render channels are written for this ray
@@ -61,18 +62,28 @@ struct MediumFog {
 
 class BRDFSampler;
 class LightListInterface;
+class ShadingContext;
 struct ShadeData;
+
+/// An object that prepares its own points for the light loop.
+class TESSRA_API Shadeable {
+public:
+    virtual ~Shadeable() = default;
+    /// Enters what the light loop must know of the object: ShadeData::object and the lights it
+    /// takes.
+    virtual void setupShading(const ShadingContext& context, ShadeData& data) = 0;
+};
 
 /// Aliases of the render channels that the host knows by number.
 enum RenderChannelAlias : int {
     kChannelDiffuse = 101,
     kChannelSelfIllumination = 104,
-    kChannelGI = 105,
+    kChannelShadow = 105,
     kChannelLighting = 107,
+    kChannelGI = 108,
+    kChannelRawGI = 110,
     kChannelRawLighting = 111,
-    kChannelRawGI = 112,
-    kChannelShadow = 108,
-    kChannelRawShadow = 110,
+    kChannelRawShadow = 112,
     kChannelVelocity = 113,
     kChannelZDepth = 117,
     kChannelTotalLighting = 129,
@@ -130,18 +141,24 @@ public:
     RaySampler* sampler = nullptr;
     float screenX = 0, screenY = 0;  // pixel position
     MediumFog fog;
+    float giRayLimit = 0;                        // longest indirect ray in scene units; 0: no limit
     LightListInterface* lights = nullptr;        // the host's light loop; null: no lighting
     FragmentChannels* channels = nullptr;        // null unless kRayFirstHit
     std::vector<Fragment>* fragments = nullptr;  // may be null
     VolumeResult volumeResult;                   // where a volume puts its answer
+    /// The motion of a world point, in pixels in x and y, over `displacement` in scene units.
+    virtual Vector projectVelocity(const TracePoint&, const Vector& /*displacement*/) const {
+        return {};
+    }
 };
 
 /// Flags of ShadeData, read by the host's light loop.
 enum ShadeFlags : std::uint32_t {
-    kShadeCastShadows = 0x1010,      // lights trace shadow rays
+    kShadeCastShadows = 0x1010,      // shadow rays that may follow the class of the asking ray
     kShadeVolumePoint = 0x808000,    // no surface: no cosine, no normal test
-    kShadeFixedShadows = 0x2000000,  // shadows don't depend on the asking ray
-    kShadeNotInGI = 0x200000,
+    kShadeFixedShadows = 0x2000000,  // in place of kShadeCastShadows: shadow rays are traced all
+                                     // the same, but depend on the point alone, whoever asks
+    kShadeNotInGI = 0x200000,        // takes no indirect light
 };
 
 /// A point that the host is to light.
@@ -154,6 +171,7 @@ struct ShadeData {
     Color transparency;            // of the surface, 0 to 1
     const void* object = nullptr;  // what shadow rays of this point leave (TraceRay::origin)
     std::uint32_t sampleSeed = 0;  // added to the sampler's state where lights are sampled
+    bool seedAlone = false;        // the state is sampleSeed itself, whichever ray asks
     /// Lights to use in place of all lights of the scene; null: all.
     const std::vector<PluginBase*>* onlyLights = nullptr;
     LightingSums sums;  // of the light loop
@@ -169,8 +187,11 @@ public:
     /// Implementations clear `lightColor` and `raw` once they are used.
     virtual Color eval(const TraceRay& ray, const Vector& lightDir, Color& lightColor, Color& raw,
                        float distance) = 0;
-    /// A direction for indirect light from two random numbers, with its weight.
+    /// A direction for indirect light from two random numbers. The light found along it is
+    /// multiplied by `weight` before it goes into `eval`, and looked for no further than
+    /// `rayLength`.
     virtual Vector sampleDirection(const TraceRay& ray, const float u[2], float& weight) = 0;
+    double rayLength = 1e18;
     /// True while the host evaluates indirect light.
     bool giMode = false;
 };
