@@ -1,0 +1,59 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+//
+// Lazy cache of the light that arrives at the voxels of a grid.
+//
+// Each voxel is lit on the first ray that needs it; steps interpolate between the eight voxels
+// around them. Only voxels that rays reach are paid for.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "tessra/math.h"
+
+namespace nimbra {
+
+class Illuminator;
+class VolumeShader;
+
+/// Written by all render threads at once; valid for one frame and one set of lights.
+class INmbGridLightCache {
+public:
+    virtual ~INmbGridLightCache() = default;
+    /// Makes room for every voxel, all unlit. False when there is no memory for it.
+    virtual bool allocate(const VolumeShader& shader, const int gridSize[3]) = 0;
+    /// The light at a grid position, lighting the voxels around it that aren't lit yet.
+    virtual void lookup(TessUtils::Color& out, const VolumeShader& shader,
+                        const TessUtils::Vector& pos, Illuminator& illuminator) = 0;
+};
+
+/// The random seed with which a voxel is lit, a function of its index alone.
+std::uint32_t lightCacheSeed(std::uint32_t voxelIndex);
+
+/// Holds colour only.
+class NmbGridLightCacheBasic : public INmbGridLightCache {
+public:
+    bool allocate(const VolumeShader& shader, const int gridSize[3]) override;
+    void lookup(TessUtils::Color& out, const VolumeShader& shader, const TessUtils::Vector& pos,
+                Illuminator& illuminator) override;
+
+    /// Whether the voxel was lit already.
+    bool isLit(std::int64_t voxelIndex) const;
+
+private:
+    struct Corners;
+    struct FreeMemory {
+        void operator()(float* memory) const;
+    };
+    bool lightVoxel(std::int64_t voxelIndex, float reflectance, const VolumeShader& shader,
+                    Illuminator& illuminator);
+    Corners cornersAround(const TessUtils::Vector& pos) const;
+
+    int size[3] = {0, 0, 0};
+    /// RGB per voxel, x fastest. -1 in the first component: not lit yet. Threads may light one
+    /// voxel at the same time; all access is relaxed atomic, the first to store wins.
+    std::unique_ptr<float, FreeMemory> rgb;
+};
+
+}  // namespace nimbra
