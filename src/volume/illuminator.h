@@ -38,10 +38,10 @@ enum RenderElement : int {
     kElementTotalLighting = 1,
     kElementRawLighting = 2,
     kElementRawTotalLighting = 3,
-    kElementGI = 4,
-    kElementRawGI = 5,
-    kElementShadow = 6,
-    kElementRawShadow = 7,
+    kElementShadows = 4,  // light that shadows took away
+    kElementRawShadows = 5,
+    kElementIndirect = 6,  // GI; lighting is total lighting less this
+    kElementRawIndirect = 7,
     kElementDiffuse = 8,
     kElementSelfIllumination = 9,
     kElementVelocity = 10,
