@@ -29,6 +29,7 @@ public:
     /// Adds a key at `time`, in the host's units; keys may come in any order. A scalar parameter
     /// takes scalar keys, a list parameter list keys; the constructor's value counts only while
     /// there is none.
+    /// A key at the same time as another replaces it.
     void setKey(double time, ParamScalar value);
     void setKey(double time, ParamList list);
     bool isAnimated() const { return keys_.size() > 1; }
@@ -51,7 +52,15 @@ private:
         double time;
         ParamList values;
     };
-    ParamScalar valueAt(int index, double time) const;
+    /// What a time falls on: a value of one key, and where it blends, that of the next key with
+    /// its weight. Both null outside a list.
+    struct Place {
+        const ParamScalar* value = nullptr;
+        const ParamScalar* next = nullptr;
+        double weight = 0;
+    };
+    Place placeAt(int index, double time) const;
+    const ParamList& listAt(double time, const ParamList** next, double* weight) const;
 
     std::string name_;
     bool isList_;

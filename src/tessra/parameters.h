@@ -7,6 +7,7 @@
 
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "tessra/math.h"
@@ -40,19 +41,20 @@ enum TessraParameterType : int {
 class TessraPluginParameter;
 
 /// One row of a parameter table.
-struct ParameterDef {
+struct TESSRA_API ParameterDef {
     std::string name;
     TessraParameterType type = paramtype_int;
     /// -1: a single value; 0: a list of any length; n: a list of n.
     int count = -1;
     bool isOutput = false;
     bool hasDefault = false;
+    bool isAnimated = false;  // a transform that the host samples within a frame
     /// The ID that a connected plug-in must offer; 0 for rows of other types.
     InterfaceID interfaceID = 0;
     const char* description = nullptr;
     const char* uiHint = nullptr;
-    /// The default as a parameter of its own, so that unset rows read like set ones; null without
-    /// one.
+    /// The default as a parameter of its own, so that unset rows read like set ones; rows with a
+    /// fixed count hold it in each place. Null without one, as always with a count of 0.
     std::unique_ptr<TessraPluginParameter> defaultValue;
 
     ParameterDef();
@@ -116,8 +118,9 @@ public:
     bool setOutputParamCache(const char* name, TextureFloatInterface* texture);
 
     /// Refreshes all bound members for a time, from the scene's value or else from the row's
-    /// default. `point` is the place for values that vary in space; rows of this host don't, so it
-    /// may be null.
+    /// default; a row with neither empties lists and references and leaves other members alone.
+    /// Texts, numbers, colours and transforms of list rows follow the first entry. `point` is the
+    /// place for values that vary in space; rows of this host don't, so it may be null.
     void cacheParams(double time, const TracePoint* point = nullptr);
     /// The scene's value of a row, or null where the scene leaves it unset.
     TessraPluginParameter* getParam(const char* name) const;
@@ -181,11 +184,14 @@ public:
     /// The row of that name with its default, or null.
     const ParameterDef* findParamDef(const char* name) const;
     const std::vector<ParameterDef>& rows() const { return rows_; }
+    /// The place of a row in the table, or -1. Of two rows with one name the first is found.
+    int rowIndex(const char* name) const;
 
 private:
     ParameterDef& add(const char* name, TessraParameterType type, int count,
                       const char* description, const char* uiHint);
     std::vector<ParameterDef> rows_;
+    std::unordered_map<std::string, int> rowOfName_;
 };
 
 }  // namespace TessUtils
