@@ -14,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -52,15 +53,22 @@ public:
         if (!procedure)
             return false;
         const std::lock_guard lock(mutex_);
-        Worker* const worker = idleWorker();
-        if (!worker)
+        try {
+            const auto entry = running_.try_emplace(owner, 0).first;
+            Worker* const worker = idleWorker();
+            if (worker) {
+                worker->procedure = procedure;
+                worker->index = threadIndex;
+                worker->owner = owner;
+                ++entry->second;
+                worker->wake.notify_one();
+            } else if (entry->second == 0) {
+                running_.erase(entry);
+            }
+            return worker != nullptr;
+        } catch (const std::bad_alloc&) {  // of the table of owners
             return false;
-        worker->procedure = procedure;
-        worker->index = threadIndex;
-        worker->owner = owner;
-        ++running_[owner];
-        worker->wake.notify_one();
-        return true;
+        }
     }
 
     void waitThreads(const void* owner) override {
@@ -71,21 +79,28 @@ public:
     int getNumberOfProcessors() const override { return processors_; }
 
 private:
+    /// A worker to give a body to, a new one if need be; null when the system has no more threads.
     Worker* idleWorker() {
-        if (idle_.empty()) {
-            try {
-                idle_.reserve(workers_.size() + 1);
-                auto worker = std::make_unique<Worker>();
-                worker->thread = std::thread([this, w = worker.get()] { work(*w); });
-                workers_.push_back(std::move(worker));
-                return workers_.back().get();
-            } catch (const std::system_error&) {
-                return nullptr;
-            }
-        }
+        if (idle_.empty())
+            return newWorker();
         Worker* const worker = idle_.back();
         idle_.pop_back();
         return worker;
+    }
+
+    Worker* newWorker() {
+        try {
+            idle_.reserve(workers_.size() + 1);
+            workers_.reserve(workers_.size() + 1);
+            auto worker = std::make_unique<Worker>();
+            worker->thread = std::thread([this, w = worker.get()] { work(*w); });
+            workers_.push_back(std::move(worker));
+            return workers_.back().get();
+        } catch (const std::system_error&) {
+            return nullptr;
+        } catch (const std::bad_alloc&) {
+            return nullptr;
+        }
     }
 
     void work(Worker& self) {
