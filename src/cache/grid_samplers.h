@@ -1,0 +1,39 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+//
+// Reads channels at positions between the cells: nearest cell, trilinear, and a smooth quadratic
+// B-spline, each with periodic or clamped axes. A caller picks the kernel once and calls it for
+// every position.
+#pragma once
+
+#include <cstdint>
+
+#include "cache/grid_channel.h"
+
+namespace nimbra {
+
+enum SamplerType : int { kBoxSampler = 0, kLinearSampler = 1, kSphericalSampler = 2 };
+
+/// Periodic axes, as added into the index of a kernel.
+enum WrapBits : int { kWrapX = 1, kWrapY = 2, kWrapZ = 4 };
+
+/// Samples entries of `proxies` at `position`, in grid coordinates: the centre of cell i lies at i.
+/// Entry i is wanted when bit i of `scalarMask | vectorMask` is set (bit i mod 32 from the 32nd
+/// entry on); out[i] is then its value. Entries that aren't wanted or aren't loaded are left as
+/// they are. The grid's size is that of the first loaded entry; a grid with more cells than an
+/// entry holds leaves that entry as it is. Beyond the border an axis answers with the border's
+/// value, or goes on periodically. Any position is allowed, not finite ones read a cell of the
+/// grid too. Safe on any number of threads.
+using SampleKernel = void (*)(const GridChannelProxy<float>* proxies, const float position[3],
+                              float* out, int count, std::uint32_t scalarMask,
+                              std::uint32_t vectorMask);
+
+/// All scalar kernels, index = SamplerType * 8 + WrapBits.
+extern const SampleKernel kSampleKernels[24];
+
+/// Kernels of a vector, index = WrapBits: the spherical filter over three entries, which are the
+/// first three set bits of `vectorMask` (`scalarMask` plays no part). All of out[0..2] is written;
+/// a component that isn't there is 0.
+extern const SampleKernel kVectorKernels[8];
+
+}  // namespace nimbra
