@@ -10,9 +10,7 @@
 
 namespace nimbra::host {
 
-/// Entry k is the linear sRGB colour of a black body at k kelvin, scaled so that its green is the
-/// luminance divided by 683 lm/W and by `luminanceOfOne` in cd/m2. Colours outside of the gamut are
-/// clipped at 0.
+/// Entry k is the black-body colour of k kelvin, divided by `luminanceOfOne` in cd/m2.
 class PlanckTable final : public TessUtils::PlanckTableInterface {
 public:
     explicit PlanckTable(float luminanceOfOne);
@@ -21,8 +19,5 @@ public:
 private:
     std::vector<TessUtils::Color> entries_;
 };
-
-/// Luminance in cd/m2 of a black body.
-double blackBodyLuminance(double kelvin);
 
 }  // namespace nimbra::host

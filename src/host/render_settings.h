@@ -45,7 +45,7 @@ struct RenderSettings {
     int probabilisticSamplesGI = 0;
     float zDepthBlack = 0;
     float zDepthWhite = 1000;
-    float blackBodyLuminance = 10000;  // cd/m2 of a black body that the picture shows as 1
+    float blackBodyWhite = 1;  // luminance of a black body, in cd/m2, that renders as 1
 };
 
 class SettingsPlugin final : public TessUtils::TessraPlugin {

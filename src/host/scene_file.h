@@ -56,13 +56,12 @@ struct SceneNode {
     Kind kind = Kind::Null;
     SceneLocation location;
     bool boolean = false;
-    long long integer = 0;
-    double number = 0;  // of an integer too
+    bool isOverride = false;
+    double number = 0;  // of Integer and Float
     std::string text;   // of a string, or the raw text of an override
     std::vector<SceneNode> items;
     struct Member;
     std::vector<Member> members;
-    bool isOverride = false;
 
     bool isNumber() const { return kind == Kind::Integer || kind == Kind::Float; }
     const SceneNode* find(std::string_view key) const;

@@ -22,7 +22,8 @@
 
 namespace nimbra::host {
 
-/// Told what goes on; calls come on the scene thread.
+/// Told what goes on, one call at a time. Phases may be announced on any thread, all else comes on
+/// the scene thread.
 class ProgressObserver {
 public:
     virtual ~ProgressObserver() = default;
@@ -102,6 +103,8 @@ struct FrameReport {
 struct SessionResult {
     RenderStatus status = RenderStatus::Complete;  // Complete only if all frames are
     std::string error;                             // of the first failure
+    bool outOfMemory = false;                      // any frame failed for want of memory
+    bool outputFailed = false;                     // any frame could not be written
     std::vector<FrameReport> frames;               // those that were begun
     double seconds = 0;
 

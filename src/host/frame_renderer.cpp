@@ -1,0 +1,343 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "host/frame_renderer.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <condition_variable>
+#include <exception>
+#include <mutex>
+#include <system_error>
+#include <thread>
+
+#include "tessra/allocator.h"
+#include "tessra/renderer.h"
+
+namespace nimbra::host {
+
+using TessUtils::Color;
+
+void FrameBuffer::resize(int fullW, int fullH, int left, int top, int w, int h,
+                         std::vector<std::string> names) {
+    fullWidth = fullW;
+    fullHeight = fullH;
+    x0 = left;
+    y0 = top;
+    width = w;
+    height = h;
+    layerNames = std::move(names);
+    const std::size_t pixels = std::size_t(w) * std::size_t(h);
+    rgba.assign(pixels * 4, 0.0f);
+    layers.assign(pixels * layerNames.size(), 0.0f);
+}
+
+namespace {
+
+/// Place of cell `index` on a Hilbert curve that fills a square of `size` (a power of two):
+/// neighbours on the curve are neighbours in the picture, so that threads share what they read.
+void hilbertCell(std::uint64_t index, std::uint32_t size, std::uint32_t& x, std::uint32_t& y) {
+    x = y = 0;
+    for (std::uint32_t s = 1; s < size; s *= 2) {
+        const auto right = static_cast<std::uint32_t>(1 & (index / 2));
+        const auto up = static_cast<std::uint32_t>(1 & (index ^ right));
+        if (up == 0) {
+            if (right == 1) {
+                x = s - 1 - x;
+                y = s - 1 - y;
+            }
+            std::swap(x, y);
+        }
+        x += s * right;
+        y += s * up;
+        index /= 4;
+    }
+}
+
+struct Tile {
+    int x0, y0, x1, y1;
+};
+
+std::vector<Tile> makeTiles(const CropWindow& window, int tileSize) {
+    const int columns = (window.x1 - window.x0 + tileSize - 1) / tileSize;
+    const int rows = (window.y1 - window.y0 + tileSize - 1) / tileSize;
+    std::uint32_t size = 1;
+    while (size < static_cast<std::uint32_t>(std::max(columns, rows)))
+        size *= 2;
+    std::vector<Tile> tiles;
+    tiles.reserve(std::size_t(columns) * std::size_t(rows));
+    for (std::uint64_t i = 0; i < std::uint64_t(size) * size; ++i) {
+        std::uint32_t column, row;
+        hilbertCell(i, size, column, row);
+        if (column >= static_cast<std::uint32_t>(columns) ||
+            row >= static_cast<std::uint32_t>(rows))
+            continue;
+        const int x = window.x0 + static_cast<int>(column) * tileSize;
+        const int y = window.y0 + static_cast<int>(row) * tileSize;
+        tiles.push_back(
+            {x, y, std::min(x + tileSize, window.x1), std::min(y + tileSize, window.y1)});
+    }
+    return tiles;
+}
+
+/// An offset from the pixel's centre, in pixels, whose density is the filter: all samples then
+/// weigh the same, and no pixel needs its neighbours' samples.
+float filterOffset(const RenderSettings& settings, float u) {
+    const float half = settings.filterWidth * 0.5f;
+    switch (settings.pixelFilter) {
+        case PixelFilter::Box:
+            return (2 * u - 1) * half;
+        case PixelFilter::Triangle:
+            return u < 0.5f ? (std::sqrt(2 * u) - 1) * half : (1 - std::sqrt(2 - 2 * u)) * half;
+        case PixelFilter::Gaussian: {
+            // Logistic density, cut at the half width: close to a Gaussian of the same deviation,
+            // with an inverse in closed form. At half = 2.5 deviations 2 % lie outside and are
+            // folded in.
+            const float scale = half / 2.5f * 0.5513289f;  // sqrt(3) / pi
+            const float tail = 1 / (1 + std::exp(half / scale));
+            const float inside = tail + u * (1 - 2 * tail);
+            return std::clamp(scale * std::log(inside / (1 - inside)), -half, half);
+        }
+    }
+    return 0;
+}
+
+bool isFinite(const SampleValue& value) {
+    return std::isfinite(value.color.r) && std::isfinite(value.color.g) &&
+           std::isfinite(value.color.b) && std::isfinite(value.alpha);
+}
+
+/// The threads of one frame and what they share.
+class TileCrew {
+public:
+    TileCrew(const FrameRenderJob& job, const CropWindow& window, FrameBuffer& out)
+        : job_(job),
+          out_(out),
+          tiles_(makeTiles(window, std::max(1, job.settings.tileSize))),
+          channels_(out.layerNames.size()) {}
+
+    void run(FrameRenderResult& result) {
+        std::vector<std::thread> threads;
+        startThreads(threads, result);
+        wait(static_cast<int>(threads.size()));
+        for (std::thread& thread : threads)
+            thread.join();
+        result.cameraSamples = samples_.load();
+        result.invalidSamples = invalid_.load();
+        if (failed_.load()) {
+            result.status = RenderStatus::Failed;
+            result.error = error_;
+            result.outOfMemory = outOfMemory_;
+        } else if (done_.load() < tiles_.size()) {
+            result.status = RenderStatus::Aborted;
+        }
+    }
+
+private:
+    void startThreads(std::vector<std::thread>& threads, FrameRenderResult&) {
+        const int wanted = std::clamp(job_.threadCount, 1, TessUtils::kMaxRenderThreads);
+        threads.reserve(static_cast<std::size_t>(wanted));
+        for (int i = 0; i < wanted; ++i) {
+            try {
+                threads.emplace_back([this, i] { work(i); });
+            } catch (const std::system_error& error) {
+                // Fewer threads render the same picture.
+                if (threads.empty())
+                    fail(std::string("no render thread could be started: ") + error.what(), false);
+                break;
+            }
+        }
+    }
+
+    /// Reports progress until all threads are through.
+    void wait(int count) {
+        std::unique_lock lock(mutex_);
+        while (finishedThreads_ < count) {
+            changed_.wait_for(lock, std::chrono::milliseconds(100));
+            if (!job_.progress)
+                continue;
+            lock.unlock();
+            job_.progress(tiles_.empty() ? 1.0
+                                         : static_cast<double>(done_.load()) /
+                                               static_cast<double>(tiles_.size()));
+            lock.lock();
+        }
+    }
+
+    bool stopped() const {
+        return failed_.load(std::memory_order_relaxed) || (job_.abort && job_.abort->requested());
+    }
+
+    void work(int threadIndex) {
+        vallocInitializeForCurrentThread();
+        try {
+            renderTiles(threadIndex);
+        } catch (const std::bad_alloc&) {
+            fail("out of memory while rendering", true);
+        } catch (const std::exception& error) {
+            fail(std::string("rendering failed: ") + error.what(), false);
+        } catch (...) {
+            fail("rendering failed", false);
+        }
+        vallocTerminateForCurrentThread();
+        std::lock_guard lock(mutex_);
+        ++finishedThreads_;
+        changed_.notify_one();
+    }
+
+    void fail(const std::string& error, bool outOfMemory) {
+        std::lock_guard lock(mutex_);
+        if (failed_.exchange(true))
+            return;
+        error_ = error;
+        outOfMemory_ = outOfMemory;
+    }
+
+    void renderTiles(int threadIndex) {
+        Scratch scratch;
+        scratch.value.layers.resize(channels_);
+        scratch.layerSums.resize(channels_);
+        while (!stopped()) {
+            const std::size_t index = next_.fetch_add(1);
+            if (index >= tiles_.size())
+                return;
+            if (renderTile(tiles_[index], threadIndex, scratch))
+                done_.fetch_add(1);
+            else
+                clear(tiles_[index]);
+        }
+    }
+
+    /// What one thread needs again for every pixel.
+    struct Scratch {
+        SampleValue value;
+        std::vector<double> layerSums;
+    };
+
+    bool renderTile(const Tile& tile, int threadIndex, Scratch& scratch) {
+        std::uint64_t invalid = 0;
+        for (int y = tile.y0; y < tile.y1; ++y)
+            for (int x = tile.x0; x < tile.x1; ++x) {
+                if (stopped())
+                    return false;
+                invalid += renderPixel(x, y, threadIndex, scratch);
+            }
+        samples_.fetch_add(std::uint64_t(tile.x1 - tile.x0) * std::uint64_t(tile.y1 - tile.y0) *
+                           std::uint64_t(std::max(1, job_.settings.samples)));
+        invalid_.fetch_add(invalid);
+        return true;
+    }
+
+    /// Returns how many samples were not finite.
+    std::uint64_t renderPixel(int x, int y, int threadIndex, Scratch& scratch) {
+        const RenderSettings& settings = job_.settings;
+        const int count = std::max(1, settings.samples);
+        double sums[4] = {};
+        std::fill(scratch.layerSums.begin(), scratch.layerSums.end(), 0.0);
+        std::uint64_t invalid = 0;
+        PixelSampler random;
+        SampleValue& value = scratch.value;
+        for (int s = 0; s < count; ++s) {
+            random.start(settings.seed, x, y, s);
+            CameraSample sample;
+            sample.x = static_cast<float>(x) + 0.5f + filterOffset(settings, random.next());
+            sample.y = static_cast<float>(y) + 0.5f + filterOffset(settings, random.next());
+            sample.sample = s;
+            sample.threadIndex = threadIndex;
+            sample.random = &random;
+            value.color = {};
+            value.alpha = 0;
+            std::fill(value.layers.begin(), value.layers.end(), 0.0f);
+            job_.tracer->radiance(sample, value);
+            if (!isFinite(value)) {
+                ++invalid;
+                continue;
+            }
+            limitIntensity(value.color);
+            for (int c = 0; c < 3; ++c)
+                sums[c] += value.color[c];
+            sums[3] += value.alpha;
+            for (std::size_t c = 0; c < channels_; ++c)
+                if (std::isfinite(value.layers[c]))
+                    scratch.layerSums[c] += value.layers[c];
+        }
+        store(x, y, sums, scratch.layerSums, 1.0 / count);
+        return invalid;
+    }
+
+    void limitIntensity(Color& color) const {
+        const float limit = job_.settings.maxRayIntensity;
+        const float most = color.maxComponent();
+        if (limit > 0 && most > limit)
+            color = color * (limit / most);
+    }
+
+    void store(int x, int y, const double* sums, const std::vector<double>& layers, double weight) {
+        float* pixel = out_.pixel(x, y);
+        for (int c = 0; c < 4; ++c)
+            pixel[c] = static_cast<float>(sums[c] * weight);
+        const std::size_t index =
+            std::size_t(y - out_.y0) * std::size_t(out_.width) + std::size_t(x - out_.x0);
+        for (std::size_t c = 0; c < channels_; ++c)
+            out_.layers[index * channels_ + c] = static_cast<float>(layers[c] * weight);
+    }
+
+    void clear(const Tile& tile) {
+        const double zero[4] = {};
+        const std::vector<double> layers(channels_);
+        for (int y = tile.y0; y < tile.y1; ++y)
+            for (int x = tile.x0; x < tile.x1; ++x)
+                store(x, y, zero, layers, 0);
+    }
+
+    const FrameRenderJob& job_;
+    FrameBuffer& out_;
+    const std::vector<Tile> tiles_;
+    const std::size_t channels_;
+    std::atomic<std::size_t> next_{0}, done_{0};
+    std::atomic<std::uint64_t> samples_{0}, invalid_{0};
+    std::atomic<bool> failed_{false};
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    int finishedThreads_ = 0;
+    std::string error_;
+    bool outOfMemory_ = false;
+};
+
+CropWindow wholeOrCrop(const FrameRenderJob& job) {
+    const CropWindow whole{0, 0, job.settings.width, job.settings.height};
+    if (job.crop.empty())
+        return whole;
+    return {std::max(job.crop.x0, 0), std::max(job.crop.y0, 0), std::min(job.crop.x1, whole.x1),
+            std::min(job.crop.y1, whole.y1)};
+}
+
+}  // namespace
+
+FrameRenderResult renderFrame(const FrameRenderJob& job, FrameBuffer& out) {
+    FrameRenderResult result;
+    const auto start = std::chrono::steady_clock::now();
+    const CropWindow window = wholeOrCrop(job);
+    if (window.empty()) {
+        result.status = RenderStatus::Failed;
+        result.error = "the part of the picture to render is empty";
+        return result;
+    }
+    try {
+        out.resize(job.settings.width, job.settings.height, window.x0, window.y0,
+                   window.x1 - window.x0, window.y1 - window.y0, job.tracer->layerNames());
+        TileCrew(job, window, out).run(result);
+    } catch (const std::bad_alloc&) {
+        result.status = RenderStatus::Failed;
+        result.outOfMemory = true;
+        result.error = "out of memory for a picture of " + std::to_string(job.settings.width) +
+                       " x " + std::to_string(job.settings.height) + " pixels";
+    }
+    result.seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return result;
+}
+
+}  // namespace nimbra::host
