@@ -1,0 +1,51 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+//
+#include "plugin/render_situation.h"
+
+#include <cmath>
+
+namespace nimbra {
+
+using namespace TessUtils;
+
+namespace {
+
+int longestAxis(const Vector& v) {
+    int axis = 0;
+    for (int i = 1; i < 3; ++i)
+        if (std::fabs(v[i]) > std::fabs(v[axis]))
+            axis = i;
+    return axis;
+}
+
+}  // namespace
+
+PluginInterface* queryRender(TessraRenderer* renderer, InterfaceID id) {
+    // Asking an object for an interface doesn't change it.
+    auto& sequence = const_cast<TessraSequenceData&>(renderer->getSequenceData());
+    PluginInterface* const found = sequence.getInterface(id);
+    return found ? found : renderer->getInterface(id);
+}
+
+RenderSituation::RenderSituation(TessraRenderer* renderer) {
+    const TessraSequenceData& sequence = renderer->getSequenceData();
+    auto* camera = queryRender<CameraSettingsInterface>(renderer, ids::kCameraSettings);
+    useMotionBlur =
+        sequence.motionBlurOn != 0 || (camera && camera->getValue(kCameraMotionBlurKey) != -1);
+
+    auto* engine = queryRender<InteractiveEngineInterface>(renderer, ids::kInteractiveEngine);
+    hasEngine = engine != nullptr;
+    isProgressive = engine && sequence.isInteractive && engine->isProgressive();
+    isPlainRT = engine && engine->isRealtime();
+    isRealtime = isPlainRT && sequence.isInteractive;
+
+    if (auto* units = queryRender<SceneUnitsInterface>(renderer, ids::kSceneUnits)) {
+        hasUnits = true;
+        unitScale = units->scale();
+        frameDuration = units->frameDuration();
+        upAxis = longestAxis(units->upDirection());
+    }
+}
+
+}  // namespace nimbra

@@ -1,0 +1,37 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+//
+// What a plug-in asks of the running render before it prepares a frame.
+#pragma once
+
+#include "tessra/renderer.h"
+
+namespace nimbra {
+
+/// The object that answers to an ID, of the sequence or else of the renderer itself; null if there
+/// is none.
+PluginInterface* queryRender(TessUtils::TessraRenderer* renderer, InterfaceID id);
+
+template <class Interface>
+Interface* queryRender(TessUtils::TessraRenderer* renderer, InterfaceID id) {
+    return static_cast<Interface*>(queryRender(renderer, id));
+}
+
+/// Answers of one frame.
+struct RenderSituation {
+    explicit RenderSituation(TessUtils::TessraRenderer* renderer);
+
+    bool useMotionBlur = false;  // of the scene or of its camera
+    // Of interactive sequences.
+    bool isProgressive = false, isRealtime = false;
+    bool isPlainRT = false;  // the engine draws in real time, whatever the sequence says
+    bool hasEngine = false;
+    bool isInteractiveAny() const { return isProgressive || isRealtime; }
+
+    bool hasUnits = false;
+    float unitScale = 1;      // metres in one scene unit
+    float frameDuration = 0;  // seconds; 0: unknown
+    int upAxis = 1;           // the axis nearest to up, the lower one of two
+};
+
+}  // namespace nimbra
