@@ -8,8 +8,7 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
-
+#include "foundation/array.h"
 #include "tessra/math.h"
 
 namespace nimbra {
@@ -43,17 +42,18 @@ public:
 
 private:
     struct Corners;
-    struct FreeMemory {
-        void operator()(float* memory) const;
-    };
+    /// The eight voxels around a position and their weights.
+    Corners cornersAround(const TessUtils::Vector& pos) const;
+    /// Lights a voxel; false when there is too much light for the cache.
     bool lightVoxel(std::int64_t voxelIndex, float reflectance, const VolumeShader& shader,
                     Illuminator& illuminator);
-    Corners cornersAround(const TessUtils::Vector& pos) const;
+    TessUtils::Vector voxelPosition(std::int64_t voxelIndex) const;
 
     int size[3] = {0, 0, 0};
     /// RGB per voxel, x fastest. -1 in the first component: not lit yet. Threads may light one
-    /// voxel at the same time; all access is relaxed atomic, the first to store wins.
-    std::unique_ptr<float, FreeMemory> rgb;
+    /// voxel at the same time, the first to store wins. All access is atomic; the first component
+    /// is stored last.
+    NMBUtils::NmbArray<float, long long, 0, 1> rgb;
 };
 
 }  // namespace nimbra

@@ -28,8 +28,8 @@ enum SegmentState : std::uint32_t {
 /// not normalised.
 struct RayBlock {
     TessUtils::Vector origin, dir, invDir;
-    std::uint32_t signMask = 0;  // bit per axis: invDir is negative
-    float mint = 0, maxt = 0;
+    std::uint32_t signMask;  // bit per axis: invDir is negative
+    float mint, maxt;
 };
 
 /// One stretch of a ray inside one shader. Its progress is all here, so that it can be suspended
@@ -40,6 +40,8 @@ struct RaySegment {
     const VolumeShader* shader;
     RaySegment* next;  // in the ray's list
     float dirLength, dirLengthInv;
+    float stepT;             // length of a step as a ray parameter
+    float stepLength;        // world length of a step
     float worldScale;        // world length of one voxel along the ray
     float tCur, tEnd;        // reached parameter, last parameter
     TessUtils::Color color;  // of the last step
@@ -54,6 +56,10 @@ struct RaySegment {
     float time;                   // of the ray within the frame, 0 to 1
 };
 static_assert(std::is_trivially_destructible_v<RaySegment>);
+
+/// Sets up a zeroed segment for a ray inside `shader`'s grid.
+void initSegment(RaySegment& segment, const RayBlock& ray, const VolumeShader& shader,
+                 bool colored);
 
 /// Segments of one ray, given back all at once. The first 16 need no allocation.
 class SegmentPool {
@@ -72,7 +78,7 @@ private:
         alignas(RaySegment) unsigned char bytes[kBlock * sizeof(RaySegment)];
     };
     alignas(RaySegment) unsigned char first[kBlock * sizeof(RaySegment)];
-    std::unique_ptr<Block> blocks;  // newest first
+    std::unique_ptr<Block> blocks;  // newest first, after `first`
     int used = 0;                   // in the newest block
 };
 
@@ -86,7 +92,7 @@ struct RayData {
     Illuminator* illuminator = nullptr;
     const VolumeShader* shader = nullptr;  // the one being set up
     const ShaderTree* tree = nullptr;
-    RayBlock ray;                // as `shader` sees it
+    RayBlock ray{};              // as `shader` sees it
     RaySegment* head = nullptr;  // by increasing tCur on colour rays
     float gmaxt = 0;             // the largest tEnd
     SegmentPool pool;

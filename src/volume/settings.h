@@ -15,7 +15,7 @@ class VolumeShader;
 
 struct VolumeSettingsSource {
     const NimbraParams& params;
-    const NimbraFrameData* frame;  // null: set up without channels, with the grid size of `luts`
+    NimbraFrameData* frame;  // null: set up without channels, with the grid size of `luts`
     const NimbraVolumeRenderLUTholder& luts;  // outlives the shader's use of its tables
     const GridTransforms& transforms;
     bool forGPU = false;  // never an isosurface

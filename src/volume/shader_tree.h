@@ -10,7 +10,7 @@ namespace nimbra {
 
 /// A shader whose box is met, and the ray in its grid space, cut to the box.
 struct VolumeShaderBBoxIntersectEntry {
-    const VolumeShader* shader = nullptr;
+    const VolumeShader* shader;
     RayBlock ray;
 };
 

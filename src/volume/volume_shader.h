@@ -80,9 +80,62 @@ enum ChannelSlot : int {
     kSlotCount = 11,
 };
 
+/// Settings that a frame load takes from the container's parameters, under the parameters' names.
+struct VolumeSettings {
+    int sampler = 2;
+    TessUtils::Color simpleColor;
+    float surflevel = 1500;
+    float hhfactor = 1e-5f;
+    float smoketransp = -0.693147f;  // density per world unit, <= 0
+    float stoptransp = 0.01f;        // a ray ends below this transmittance
+    float skiptransp = 0.01f;        // opacity per world unit of steps that count as empty
+    float rendstep = 0.8f;           // in cells
+    float rendshadstep = 2;          // in cells
+    float difmul = 1;
+    float transfext = 1;
+    float transfown = 1;
+    int fire_opacity_mode = 0;
+    float softb = 0;  // in cells
+    float displmul = 1;
+    float play_speed = 1;
+    float frameDuration = 1.0f / 30;  // seconds
+    float bias = 0;
+    int noscatter = 2;
+    float brdfscatter = 1;
+    float giMultiplier = 1;        // of colour on diffuse rays
+    float shadowDensityScale = 1;  // of opacity on steps without colour
+    float cell_aspect[3] = {1, 1, 1};
+    float cellScale = 1;  // cells per world unit
+    int bounces = 0;
+    int displ2d = 0;
+    int volnorm = 0;
+    int volzdepth = 0;
+    float subred = 0;
+    bool selfShadowed = false;
+    float gridReductInv = 1;
+    float self_illum_map_min_pow = 0.1f;
+    int al_decay = 2;
+    // Normalisation of e, d, t, s: value * scale + offset.
+    float inputOffset[4] = {0, 0, 0, 0};
+    float inputScale[4] = {1, 1, 1, 1};
+    std::uint32_t wrapFlags = 0;   // kSampleWrapX and so on
+    std::uint32_t sampleMask = 0;  // what a coloured step reads beside opacity
+    bool useGridColor = false;
+    float shad_strength = 1;
+    bool mbgrid = false;
+    int mbsmooth = 3;
+    int optvolpass = 1;
+    bool fadebylevel = false;
+    float displfade = 0;
+    bool fadebyvel = false;
+    float displvelfade = 0;
+    bool usefadeobj = false;
+    float displgeomfade = 0;
+};
+
 /// Written while a frame is loaded and constant from the frame's begin to its end, but for the
 /// contents of the light cache.
-class VolumeShader : public INimbraVolRendSampler {
+class VolumeShader : public INimbraVolRendSampler, public VolumeSettings {
 public:
     using Illuminator = nimbra::Illuminator;
 
@@ -120,7 +173,7 @@ public:
     /// memory for the cache the shader goes on without one and sets outOfMemory.
     void setGridSize(const int size[3]);
     /// Points a channel slot at the frame's channel; empties it if the frame lacks the channel.
-    void bindChannel(const NimbraFrameData* frame, int slot, int channel);
+    void bindChannel(NimbraFrameData* frame, int slot, int channel);
     /// Derives all matrices for the start and the end of the frame; with `secondTime` for its end
     /// only, which makes the shader a moving one if they differ.
     void setTransforms(const NMBUtils::Matrix34& gridToObject,
@@ -128,7 +181,7 @@ public:
     /// The cutter and its place in the world at the frame's start and end; null takes it off.
     void setGizmo(const GizmoObject* object, const NMBUtils::Matrix34& worldFromGizmoStart,
                   const NMBUtils::Matrix34& worldFromGizmoEnd);
-    /// All settings to their defaults; flags, tables and matrices stay.
+    /// All of VolumeSettings to its defaults.
     void setDefaults();
     void releaseVolumeShaderInternal();
 
@@ -146,58 +199,9 @@ public:
     const float* diffuseTable = nullptr;
     const float* opacityTable = nullptr;
 
-    int sampler = 2;
-    TessUtils::Color simpleColor;
-    float surflevel = 1500;
-    float hhfactor = 1e-5f;
-    float smoketransp = -0.693147f;  // density per world unit, <= 0
-    float stoptransp = 0.01f;        // a ray ends below this transmittance
-    float skiptransp = 0.01f;        // opacity per world unit of steps that count as empty
-    float rendstep = 0.8f;           // in cells
-    float rendshadstep = 2;          // in cells
-    float difmul = 1;
-    float transfext = 1;
-    float transfown = 1;
-    int fire_opacity_mode = 0;
-    float softb = 0;  // in cells
-    float displmul = 1;
-    float play_speed = 1;
-    float frameDuration = 1.0f / 30;  // seconds
-    float bias = 0;
-    int noscatter = 2;
-    float brdfscatter = 1;
-    float giMultiplier = 1;        // of colour on diffuse rays
-    float shadowDensityScale = 1;  // of opacity on steps without colour
-    float cell_aspect[3] = {1, 1, 1};
-    float cellScale = 1;  // cells per world unit
-    int bounces = 0;
-    int displ2d = 0;
-    int volnorm = 0;
-    int volzdepth = 0;
-    float subred = 0;
-    bool selfShadowed = false;
-    float gridReductInv = 1;
-    float self_illum_map_min_pow = 0.1f;
-    int al_decay = 2;
-    std::uint32_t sampleMask = 0;  // what a coloured step reads beside opacity
-    bool useGridColor = false;
-    float shad_strength = 1;
-    bool mbgrid = false;
-    int mbsmooth = 3;
-    int optvolpass = 1;
-    bool fadebylevel = false;
-    float displfade = 0;
-    bool fadebyvel = false;
-    float displvelfade = 0;
-    bool usefadeobj = false;
-    float displgeomfade = 0;
-
     bool moving = false;  // the transform differs between the start and the end of the frame
     TessUtils::Vector gridMin, gridMax;
     int gridSize[3] = {0, 0, 0};
-    // Normalisation of e, d, t, s: value * scale + offset.
-    float inputOffset[4] = {0, 0, 0, 0};
-    float inputScale[4] = {1, 1, 1, 1};
     std::unique_ptr<INmbGridLightCache> lightCache;
 
     /// One bit per voxel, x fastest, set where no step can show anything; none when the count is 0.
@@ -206,7 +210,6 @@ public:
 
     GridChannelProxy<float> channels[kSlotCount];
 
-    std::uint32_t wrapFlags = 0;  // kSampleWrapX and so on
     // Of the frame's start and end.
     NMBUtils::Matrix34 gridFromWorld[2], worldFromGrid[2];
     NMBUtils::Matrix34 worldNormalFromGrid[2];
@@ -219,8 +222,16 @@ public:
 
 private:
     struct Step;
-    bool illuminateStep(bool useCache, RaySegment& segment, Illuminator& illuminator,
-                        const TessUtils::Color& diffuse) const;
+    /// Brings e, d, t, s to 0..1 over their ranges.
+    void normalize(float values[4], std::uint32_t mask) const;
+    float smokeFromTexture(const TessUtils::Vector& pos) const;
+    /// Adds the light that the step scatters, `q` being its diffuse colour times its opacity.
+    void illuminateStep(bool useCache, RaySegment& segment, Illuminator& illuminator,
+                        const TessUtils::Color& q) const;
+    void lightFromCache(RaySegment& segment, Illuminator& illuminator,
+                        const TessUtils::Color& q) const;
+    void lightFromHost(RaySegment& segment, Illuminator& illuminator,
+                       const TessUtils::Color& q) const;
 };
 
 }  // namespace nimbra

@@ -1,0 +1,161 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+//
+// The transparency loop of shadow rays: opacity alone, with or without the light that the smoke
+// scatters forward.
+#include <algorithm>
+#include <cmath>
+
+#include "foundation/log.h"
+#include "volume/fast_exp.h"
+#include "volume/march_loop.h"
+#include "volume/volume_shader.h"
+
+namespace nimbra {
+
+using TessUtils::Color;
+
+namespace {
+
+float smallest(const Color& c) {
+    return std::min(c.r, std::min(c.g, c.b));
+}
+
+/// The depth beyond which less than `stop` of the light gets through, for smoke of albedo `a`:
+/// the inverse of the scatter factor below.
+float depthLimit(float stop, float a, bool self) {
+    if (stop < 1e-12f)
+        return 1e22f;
+    const float m = self ? a + 1 : 1;
+    if (a > 0.99f)
+        return m / stop - 1;
+    return std::log(((1 - a) * m + a * stop) / stop) / (1 - a);
+}
+
+/// Share of the light that passes an optical depth with the mean albedo `r`, single and multiple
+/// scattering summed as a geometric series:
+///   (1 - r) * m / (exp(depth * (1 - r)) - r),  for r -> 1: m / (depth + 1)
+float scatterFactor(float depth, float r, bool self) {
+    const float m = self ? r + 1 : 1;
+    if (r > 0.99f)
+        return m / (depth + 1);
+    const float x = depth * (1 - r);
+    return x >= 12 ? 0 : (1 - r) * m / (fastExp(x) - r);
+}
+
+class TransparencyMarch {
+public:
+    TransparencyMarch(RayData& data, float rayTime, bool isGI)
+        : rayData(data), illuminator(*data.illuminator), time(rayTime), gi(isGI) {}
+
+    /// The opacity of the whole ray.
+    Color run() {
+        for (RaySegment* segment = rayData.head; segment; segment = segment->next) {
+            const bool blocked = scatters(*segment->shader) ? scatter(*segment) : absorb(*segment);
+            if (blocked)
+                return {1, 1, 1};
+        }
+        const Color factor = scattered();
+        return {std::max(1 - transmission.r * factor.r, 0.0f),
+                std::max(1 - transmission.g * factor.g, 0.0f),
+                std::max(1 - transmission.b * factor.b, 0.0f)};
+    }
+
+private:
+    bool scatters(const VolumeShader& shader) const {
+        return shader.noscatter == kScatterApproximateShadows ||
+               (shader.noscatter == kScatterApproximate && rayData.selfRay);
+    }
+
+    float strength(const VolumeShader& shader) const {
+        return rayData.selfRay ? 1.0f : shader.shad_strength;
+    }
+
+    /// Advances the segment by a step; false at its end. Calls of one segment share `round`.
+    bool step(RaySegment& segment, int round, Color* diffuse) {
+        illuminator.selectShader(*segment.shader);
+        return segment.shader->stepSegment(segment, illuminator, time, round == 0, diffuse);
+    }
+
+    /// True when the segment lets no light through.
+    bool scatter(RaySegment& segment) {
+        const VolumeShader& shader = *segment.shader;
+        const float transfer = gi ? shader.transfown : shader.transfext;
+        const float squared = transfer * transfer;
+        const float inverse = squared > 1e-6f ? 1 / squared : 0;
+        const float shadow = strength(shader);
+        const float weight = inverse * shadow;
+        const Color limit = {depthLimit(shader.stoptransp, shader.simpleColor.r, rayData.selfRay),
+                             depthLimit(shader.stoptransp, shader.simpleColor.g, rayData.selfRay),
+                             depthLimit(shader.stoptransp, shader.simpleColor.b, rayData.selfRay)};
+        Color segmentDepth;
+        int round = 0;
+        for (; round < kMaxMarchRounds && (segment.state & kSegmentFinished) == 0; ++round) {
+            Color diffuse;
+            if (!step(segment, round, &diffuse))
+                continue;
+            segmentDepth += segment.alpha * shadow;
+            scatteredDepth += diffuse * segment.alpha * weight;
+            if (smallest(segmentDepth - limit * squared) > 0)
+                return true;
+        }
+        depth += segmentDepth * inverse;
+        reportCycle(segment);
+        return false;
+    }
+
+    bool absorb(RaySegment& segment) {
+        const VolumeShader& shader = *segment.shader;
+        const float shadow = strength(shader);
+        Color L{1, 1, 1};
+        int round = 0;
+        for (; round < kMaxMarchRounds && (segment.state & kSegmentFinished) == 0; ++round) {
+            if (!step(segment, round, nullptr))
+                continue;
+            L *= Color{1, 1, 1} - segment.alpha * shadow;
+            if (L.maxComponent() < shader.stoptransp)
+                return true;
+        }
+        transmission *= L;
+        reportCycle(segment);
+        return false;
+    }
+
+    void reportCycle(const RaySegment& segment) const {
+        if ((segment.state & (kSegmentFinished | kSegmentStuck)) == kSegmentFinished)
+            return;
+        NMBUtils::logLine("#::Shade - alpha cycle! pt:%f %f t:%f\n", illuminator.screenPos[0],
+                          illuminator.screenPos[1], segment.tCur);
+    }
+
+    Color scattered() const {
+        if (depth.maxComponent() < 1e-12f)
+            return {1, 1, 1};
+        Color factor;
+        for (int i = 0; i < 3; ++i) {
+            const float r = depth[i] != 0 ? scatteredDepth[i] / depth[i] : 0;
+            factor[i] = scatterFactor(depth[i], r, rayData.selfRay);
+        }
+        return factor;
+    }
+
+    RayData& rayData;
+    Illuminator& illuminator;
+    float time;
+    bool gi;
+    Color transmission{1, 1, 1};
+    Color depth;           // optical depth of the scattering segments
+    Color scatteredDepth;  // the same, weighted by what the smoke scatters
+};
+
+}  // namespace
+
+void marchTransparency(RayData& rayData, float time, bool isGI, Color& alpha) {
+    Illuminator& illuminator = *rayData.illuminator;
+    const std::uint32_t kind = illuminator.kind;
+    illuminator.kind |= kKindTransparency;
+    alpha = TransparencyMarch(rayData, time, isGI).run();
+    illuminator.kind = (illuminator.kind & ~kKindTransparency) | (kind & kKindTransparency);
+}
+
+}  // namespace nimbra
