@@ -47,6 +47,6 @@ function(nimbra_test folder)
   target_include_directories(test_${folder} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
   target_compile_definitions(test_${folder} PRIVATE
     NIMBRA_TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data" NIMBRA_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
-  target_link_libraries(test_${folder} PRIVATE ${ARG_LINK} GTest::gtest GTest::gtest_main)
+  target_link_libraries(test_${folder} PRIVATE ${ARG_LINK} test_support GTest::gtest GTest::gtest_main)
   gtest_discover_tests(test_${folder} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 600)
 endfunction()

@@ -1,78 +1,100 @@
 // Copyright 2026 The Nimbra Authors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Golden values: the .json files under the folder that the environment variable NIMBRA_GOLDEN
-// names, by default tests/data/golden.
+// Golden values: .json files with the .npy arrays that they name, found under the folder that the
+// environment variable NIMBRA_GOLDEN names, or else under tests/data/golden. What the files hold is
+// told in the README there. A sound test walks all files of its kind, not a list of names:
+//
+//     for (const GoldenCase& golden : goldenCases("ramps")) {
+//         SCOPED_TRACE(golden.name());
+//         ...golden.json["expected"]... readNpy<float>(golden.file(golden.json["out"]))
+//     }
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cmath>
-#include <cstdlib>
+#include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
+#include <span>
 #include <string>
 #include <vector>
 
 namespace nimbra::test {
 
+std::filesystem::path goldenFolder();
+
+/// One .json file.
 struct GoldenCase {
     std::filesystem::path path;
     nlohmann::json json;
 
-    std::string name() const { return path.filename().string(); }
-    /// One of several defensible answers: differences are printed and don't fail.
-    bool ambiguous() const { return json.value("ambiguous", false); }
+    bool ambiguous() const;
+    /// Relative to the golden folder.
+    std::string name() const;
+    /// A file next to this one.
+    std::filesystem::path file(const std::string& relative) const {
+        return path.parent_path() / relative;
+    }
 };
 
-inline std::filesystem::path goldenFolder() {
-    const char* folder = std::getenv("NIMBRA_GOLDEN");
-    return folder && *folder ? folder : NIMBRA_TEST_DATA "/golden";
-}
+/// All .json files below the folder, sorted; throws if one can't be parsed.
+std::vector<std::filesystem::path> goldenFiles();
+GoldenCase loadGolden(const std::filesystem::path& path);
+/// The files whose "type" is this. The project's own set must have some of every type that is
+/// asked.
+std::vector<GoldenCase> goldenCases(const std::string& type);
+/// The files whose name begins with `stem` ("kernels" finds kernels.json and kernels_2.json), for
+/// files that state no type.
+std::vector<GoldenCase> goldenNamed(const std::string& stem);
+/// The files that lie in a folder of this name ("kol").
+std::vector<GoldenCase> goldenInFolder(const std::string& folder);
 
-/// All cases of a type, by path. The project's own set must have some of every type that is asked.
-inline std::vector<GoldenCase> goldenCases(const std::string& type) {
-    std::vector<GoldenCase> cases;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(goldenFolder())) {
-        if (entry.path().extension() != ".json")
-            continue;
-        std::ifstream file(entry.path());
-        nlohmann::json json = nlohmann::json::parse(file, nullptr, false);
-        if (json.is_object() && json.value("type", "") == type)
-            cases.push_back({entry.path(), std::move(json)});
-    }
-    if (cases.empty() && !std::getenv("NIMBRA_GOLDEN"))
-        ADD_FAILURE() << "no golden cases of type " << type << " in " << goldenFolder();
-    std::sort(cases.begin(), cases.end(),
-              [](const GoldenCase& a, const GoldenCase& b) { return a.path < b.path; });
-    return cases;
-}
+/// True where a case allows more than one answer: print the difference, don't fail.
+bool isAmbiguous(const nlohmann::json& value);
 
-/// |got - expected| <= abs + rel * |expected|
+/// A NumPy array, flattened so that the last index runs fastest: a grid [z][y][x] is x fastest.
+template <class T>
+struct NpyArray {
+    std::vector<std::size_t> shape;
+    std::vector<T> values;
+};
+/// Reads any array of integers or floats as T (float, double, int32, uint32, int64, uint8). Throws
+/// std::runtime_error, the message naming the file.
+template <class T>
+NpyArray<T> readNpy(const std::filesystem::path& path);
+
+// Numbers. "nan", "inf" and "-inf" stand as texts.
+double numberOf(const nlohmann::json& value);
+float floatOf(const nlohmann::json& value);
+std::vector<float> floatsOf(const nlohmann::json& list);
+
+// Bit patterns of float32: 8 hex digits.
+float floatOfBits(const std::string& hex);
+std::string bitsOf(float value);
+
+/// |got - expected| <= abs + rel * |expected|; NaN equals NaN, an infinity equals itself.
 struct Tolerance {
-    double abs = 0, rel = 0;
+    double abs = 0;
+    double rel = 0;
 
     Tolerance(double absolute, double relative) : abs(absolute), rel(relative) {}
-    explicit Tolerance(const nlohmann::json& json, const std::string& prefix = "")
-        : abs(json.at(prefix + "abs")), rel(json.at(prefix + "rel")) {}
-    bool holds(double got, double expected) const {
-        return std::fabs(got - expected) <= abs + rel * std::fabs(expected);
-    }
+    /// {"abs": a, "rel": r}, where the keys may have a prefix; or one number, which is absolute.
+    explicit Tolerance(const nlohmann::json& json, const std::string& prefix = "");
+    bool holds(double got, double expected) const;
 };
-
 /// Fails, or prints for an ambiguous case, unless the value is as expected.
-inline void expectGolden(const GoldenCase& golden, const Tolerance& tolerance, double got,
-                         double expected, const std::string& what) {
-    if (tolerance.holds(got, expected))
-        return;
-    const std::string text = golden.name() + ": " + what + " is " + std::to_string(got) +
-                             ", expected " + std::to_string(expected);
-    if (golden.ambiguous())
-        std::printf("[ ambiguous] %s\n", text.c_str());
-    else
-        ADD_FAILURE() << text;
-}
+void expectGolden(const GoldenCase& golden, const Tolerance& tolerance, double got, double expected,
+                  const std::string& what);
+testing::AssertionResult isNear(double got, double expected, const Tolerance& tolerance);
+/// Element by element; names the worst place. With a mask, only where it is 1.
+testing::AssertionResult areNear(std::span<const float> got, std::span<const float> expected,
+                                 const Tolerance& tolerance,
+                                 std::span<const std::uint8_t> mask = {});
+
+/// The places that a golden file samples of `count` values, at most `most` of them.
+std::vector<std::size_t> sampleIndices(std::size_t count, std::size_t most);
+/// zlib's CRC-32, as 8 hex digits.
+std::string crc32Of(std::span<const std::byte> bytes);
 
 }  // namespace nimbra::test

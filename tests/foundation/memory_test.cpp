@@ -1,0 +1,77 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "foundation/memory.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <regex>
+#include <string>
+
+#include "foundation/log.h"
+#include "tessra/allocator.h"
+
+namespace NMBUtils {
+namespace {
+
+std::string debuggerText;
+
+TEST(AllocOrThrow, WithoutMemory_ThrowsTheMessage) {
+    debuggerText.clear();
+    setDebugSink([](const char* text) { debuggerText += text; });
+    getGlobalMemoryTracker()->failAllocation(1);
+    std::string message;
+    try {
+        freeMem(allocOrThrow(12345));
+    } catch (const TessUtils::ExceptionMsg& error) {
+        const TessUtils::ExceptionMsg copy = error;
+        message = copy.what();
+    }
+    setDebugSink(nullptr);
+    EXPECT_EQ(debuggerText, "[operator new] failed (size is 12345)\n");
+    EXPECT_TRUE(std::regex_match(
+        message, std::regex("Memory allocation failure; 12345 bytes requested; \\d+ bytes already "
+                            "in heap; \\d+ bytes free heap space\\.")))
+        << message;
+}
+
+TEST(AllocOrThrow, EveryFormFailsAsBadAlloc) {
+    getGlobalMemoryTracker()->failAllocation(1);
+    EXPECT_THROW(freeMem(allocAlignedOrThrow(64, 64)), std::bad_alloc);
+    EXPECT_THROW(freeMem(allocOrThrow(PTRDIFF_MAX)), std::bad_alloc);
+}
+
+TEST(AllocOrThrow, Blocks_AreUsableAlignedAndDistinct) {
+    void* const none = allocOrThrow(0);
+    void* const other = allocOrThrow(0);
+    EXPECT_NE(none, nullptr);
+    EXPECT_NE(none, other);
+    void* const aligned = allocAlignedOrThrow(100, 256);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(aligned) % 256, 0u);
+    for (void* pointer : {none, other, aligned})
+        freeMem(pointer);
+    freeMem(nullptr);
+}
+
+TEST(ArrayStore, WithoutMemory_AnswersNull) {
+    for (int n = 0; n < 2; ++n) {
+        getGlobalMemoryTracker()->failAllocation(1);
+        EXPECT_EQ(n ? allocZeroedArrayStore(100) : allocArrayStore(100), nullptr);
+    }
+    EXPECT_EQ(allocArrayStore(PTRDIFF_MAX), nullptr);
+    EXPECT_EQ(allocZeroedArrayStore(PTRDIFF_MAX), nullptr);
+    // An old error of somebody else is no failure of this one.
+    errno = ENOMEM;
+    void* const store = allocZeroedArrayStore(100);
+    EXPECT_NE(store, nullptr);
+    freeMem(store);
+}
+
+TEST(ExceptionMsg, LongTexts_AreCutToTheBuffer) {
+    const TessUtils::ExceptionMsg error("%s", std::string(3000, 'y').c_str());
+    EXPECT_EQ(error.what(), std::string(1023, 'y'));
+}
+
+}  // namespace
+}  // namespace NMBUtils

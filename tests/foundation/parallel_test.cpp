@@ -1,0 +1,426 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "foundation/parallel.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <numeric>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "foundation/log.h"
+#include "support/golden.h"
+
+namespace NMBUtils {
+namespace {
+
+using TessUtils::ThreadManager;
+using namespace std::chrono_literals;
+
+struct DeleteManager {
+    void operator()(ThreadManager* manager) const { TessUtils::deleteThreadManager(manager); }
+};
+using ManagerPtr = std::unique_ptr<ThreadManager, DeleteManager>;
+
+ManagerPtr managerOf(int processors) {
+    return ManagerPtr(TessUtils::newThreadManager(processors));
+}
+
+/// Runs any function as its body.
+class Computation : public NmbParallel {
+public:
+    explicit Computation(ThreadManager* manager, std::function<void(Computation&, Job*)> body = {})
+        : NmbParallel(manager), body_(std::move(body)) {}
+    void Run(Job* job) override {
+        if (body_)
+            body_(*this, job);
+    }
+    const char* GetName() const override { return "Computation"; }
+
+private:
+    std::function<void(Computation&, Job*)> body_;
+};
+
+std::vector<std::pair<std::int64_t, std::int64_t>> rangesOf(const NmbParallel& parallel) {
+    std::vector<std::pair<std::int64_t, std::int64_t>> ranges;
+    for (const Job* job = parallel.jobs(); job; job = job->next) {
+        EXPECT_EQ(job->rangeCount, job->rangeEnd - job->rangeStart);
+        ranges.emplace_back(job->rangeStart, job->rangeEnd);
+    }
+    return ranges;
+}
+
+class ProgressProbe : public TessUtils::ProgressCallback {
+public:
+    void setProgressTitle(const char*) override {}
+    bool getAbort() override { return abort; }
+    void setAbort(int on) override { abort = on != 0; }
+    void setProgress(int done) override { reports.push_back(done); }
+    void processEvents() override {
+        ++eventRounds;
+        if (eventRounds == abortAfterRounds)
+            abort = true;
+    }
+
+    std::atomic<bool> abort{false};
+    std::vector<int> reports;
+    int eventRounds = 0;
+    int abortAfterRounds = -1;
+
+protected:
+    void message(Level, const char*) override {}
+};
+
+TEST(NmbParallel, SplitRange_MatchesTheGoldenRanges) {
+    int checked = 0;
+    for (const nimbra::test::GoldenCase& golden : nimbra::test::goldenNamed("splitrange")) {
+        for (const nlohmann::json& c : golden.json["cases"]) {
+            const ManagerPtr manager = managerOf(c["jobs"]);
+            Computation computation(manager.get());
+            computation.SplitRange(c["count"]);
+            const auto ranges = rangesOf(computation);
+            EXPECT_EQ(nlohmann::json(ranges), c["ranges"]) << golden.name() << " " << c.dump();
+            ++checked;
+        }
+    }
+    EXPECT_GT(checked, 0);
+}
+
+TEST(NmbParallel, SplitRange_CoversHugeCountsWithoutGaps) {
+    const ManagerPtr manager = managerOf(7);
+    Computation computation(manager.get());
+    const std::int64_t count = (std::int64_t{1} << 40) + 3;
+    computation.SplitRange(count);
+    std::int64_t at = 0;
+    for (const auto& [start, end] : rangesOf(computation)) {
+        EXPECT_EQ(start, at);
+        EXPECT_LE(std::abs((end - start) - count / 7), 1);
+        at = end;
+    }
+    EXPECT_EQ(at, count);
+}
+
+TEST(NmbParallel, RepeatedRuns_ReuseTheJobsAndTheirThreads) {
+    const ManagerPtr manager = managerOf(4);
+    std::mutex mutex;
+    std::set<std::thread::id> threads;
+    std::vector<int> hits(1000);
+    Computation computation(manager.get(), [&](Computation& self, Job* job) {
+        for (std::int64_t i = job->rangeStart; i < job->rangeEnd; ++i)
+            hits[static_cast<std::size_t>(i)] += job->argument;
+        self.progress += static_cast<int>(job->rangeCount);
+        const std::lock_guard lock(mutex);
+        threads.insert(std::this_thread::get_id());
+    });
+    computation.SplitRange(1000);
+    const Job* const first = computation.jobs();
+    for (int run = 0; run < 50; ++run) {
+        computation.SplitRange(1000);
+        computation.Start(2);
+        EXPECT_EQ(computation.progress, 1000);
+    }
+    EXPECT_EQ(computation.jobs(), first);
+    EXPECT_EQ(threads.size(), 4u);
+    EXPECT_EQ(threads.count(std::this_thread::get_id()), 0u);
+    EXPECT_TRUE(std::all_of(hits.begin(), hits.end(), [](int n) { return n == 100; }));
+}
+
+TEST(NmbParallel, InitJobs_TakesTheCountOrAllProcessors) {
+    const ManagerPtr manager = managerOf(3);
+    Computation computation(manager.get());
+    computation.InitJobs(5);
+    EXPECT_EQ(computation.jobCount(), 5);
+    computation.InitJobs(kAllProcessors);
+    EXPECT_EQ(computation.jobCount(), 3);
+    const Job* const kept = computation.jobs();
+    computation.InitJobs(kAllProcessors - 1);
+    EXPECT_EQ(computation.jobs(), kept);
+}
+
+/// Two bodies of one class, chosen run by run.
+class TwoBodies : public NmbParallel {
+public:
+    explicit TwoBodies(ThreadManager* manager) : NmbParallel(manager), sums(3) {}
+    void Run(Job*) override { ++plainRuns; }
+    void addIndex(Job* job) { sums[static_cast<std::size_t>(job->index)] += job->index + 1; }
+    void addArgument(Job* job) { sums[static_cast<std::size_t>(job->index)] += job->argument; }
+
+    std::atomic<int> plainRuns{0};
+    std::vector<int> sums;
+};
+
+TEST(NmbParallel, StartWithHolder_RedirectsTheBodyUntilTheNextStart) {
+    const ManagerPtr manager = managerOf(3);
+    TwoBodies bodies(manager.get());
+    bodies.SplitRange(3);
+    bodies.Start(100);
+    bodies.StartWithHolder(&bodies, &TwoBodies::addIndex);
+    bodies.StartWithHolder(&bodies, &TwoBodies::addArgument);
+    EXPECT_EQ(bodies.plainRuns, 3);
+    EXPECT_EQ(bodies.sums, (std::vector<int>{101, 102, 103}));
+    bodies.Start();
+    EXPECT_EQ(bodies.plainRuns, 6);
+}
+
+// --- Without threads -----------------------------------------------------------------------------
+
+TEST(NmbParallel, WithoutManager_RunsOneJobOnTheCallersThreadAndWarnsTheDebugger) {
+    static std::string debuggerText;
+    debuggerText.clear();
+    setDebugSink([](const char* text) { debuggerText += text; });
+    std::thread::id ranOn;
+    std::int64_t count = 0;
+    Computation computation(nullptr, [&](Computation&, Job* job) {
+        ranOn = std::this_thread::get_id();
+        count += job->rangeCount;
+    });
+    computation.SplitRange(10);
+    computation.Start();
+    EXPECT_EQ(computation.jobCount(), 1);
+    EXPECT_EQ(ranOn, std::this_thread::get_id());
+    EXPECT_EQ(count, 10);
+    const std::string twoLines =
+        "Using NmbParallel without a thread manager. The code will run in single threaded mode\n"
+        "Please check the Computation implementation.\n";
+    EXPECT_EQ(debuggerText, twoLines);
+
+    debuggerText.clear();
+    computation.InitJobs(4);
+    EXPECT_EQ(computation.jobCount(), 1);
+    EXPECT_EQ(debuggerText,
+              twoLines +
+                  "Using NmbParallel without threadManager with 'threads' != -1!When the thread "
+                  "manager is missing 'threads' value is FORCED to 1.This may BREAK YOUR code!");
+    setDebugSink(nullptr);
+}
+
+/// A host that has only a few threads to give.
+class StingyManager : public ThreadManager {
+public:
+    explicit StingyManager(int threads) : left_(threads) {}
+    bool runThread(TessUtils::ThreadProcedure* procedure, int index, const void* owner) override {
+        return left_-- > 0 && inner_->runThread(procedure, index, owner);
+    }
+    void waitThreads(const void* owner) override { inner_->waitThreads(owner); }
+    int getNumberOfProcessors() const override { return 6; }
+
+private:
+    ManagerPtr inner_ = managerOf(6);
+    int left_;
+};
+
+TEST(NmbParallel, TooFewThreads_DividesTheWorkOverThoseThatRun) {
+    for (const int threads : {2, 0}) {
+        StingyManager manager(threads);
+        std::atomic<std::int64_t> sum{0};
+        Computation computation(&manager, [&](Computation&, Job* job) { sum += job->rangeCount; });
+        computation.SplitRange(100);
+        EXPECT_EQ(computation.jobCount(), std::max(threads, 1));
+        computation.Start();
+        EXPECT_EQ(sum, 100);
+    }
+}
+
+// --- The global manager --------------------------------------------------------------------------
+
+TEST(GlobalThreadManager, IsCountedAndItsLastReleaseEndsAllJobs) {
+    const ManagerPtr manager = managerOf(2);
+    const ManagerPtr other = managerOf(3);
+    EXPECT_EQ(setGlobalThreadManager(manager.get()), 0);
+    EXPECT_EQ(setGlobalThreadManager(manager.get()), 1);
+    EXPECT_EQ(setGlobalThreadManager(other.get()), 0);
+    Computation first(nullptr);
+    Computation second(nullptr);
+    first.SplitRange(8);
+    second.SplitRange(8);
+    EXPECT_EQ(first.jobCount(), 2);
+
+    releaseGlobalThreadManager();
+    releaseGlobalThreadManager();
+    EXPECT_EQ(first.jobCount(), 2);
+    releaseGlobalThreadManager();
+    EXPECT_EQ(first.jobCount(), 0);
+    EXPECT_EQ(first.jobs(), nullptr);
+    EXPECT_EQ(second.jobs(), nullptr);
+    manager->waitThreads(&first);  // the bodies have ended
+    manager->waitThreads(&second);
+
+    // The next render brings another manager.
+    releaseGlobalThreadManager();  // one too many changes nothing
+    EXPECT_EQ(setGlobalThreadManager(other.get()), 0);
+    first.SplitRange(8);
+    EXPECT_EQ(first.jobCount(), 3);
+    releaseGlobalThreadManager();
+}
+
+TEST(GlobalThreadManager, ReplacesTheSingleJobOfAnEarlierRunWithoutIt) {
+    std::thread::id ranOn;
+    Computation computation(nullptr,
+                            [&](Computation&, Job*) { ranOn = std::this_thread::get_id(); });
+    computation.InitJobs(1);
+    const ManagerPtr manager = managerOf(1);
+    setGlobalThreadManager(manager.get());
+    computation.InitJobs(1);
+    computation.Start();
+    EXPECT_NE(ranOn, std::this_thread::get_id());
+    releaseGlobalThreadManager();
+}
+
+// --- Abort, barrier, failures --------------------------------------------------------------------
+
+TEST(NmbParallel, LongRun_ReportsProgressAndLetsTheUserAbort) {
+    const ManagerPtr manager = managerOf(2);
+    ProgressProbe probe;
+    probe.abortAfterRounds = 3;
+    Computation computation(manager.get(), [](Computation& self, Job*) {
+        while (!self.IsAborted()) {
+            ++self.progress;
+            std::this_thread::sleep_for(1ms);
+        }
+    });
+    computation.SplitRange(2);
+    computation.Start(0, &probe);
+    EXPECT_TRUE(computation.IsAborted());
+    EXPECT_GE(probe.reports.size(), 3u);
+    EXPECT_TRUE(std::is_sorted(probe.reports.begin(), probe.reports.end()));
+    EXPECT_GT(probe.reports.back(), 0);
+
+    probe.abort = false;
+    probe.eventRounds = 0;
+    computation.Start(0, &probe);
+    EXPECT_GE(probe.eventRounds, 3);  // a new run starts without the old abort
+}
+
+TEST(Barrier, SeparatesThePhases) {
+    const ManagerPtr manager = managerOf(4);
+    std::atomic<int> arrived{0};
+    std::atomic<int> wrong{0};
+    Computation computation(manager.get(), [&](Computation& self, Job*) {
+        for (int phase = 1; phase <= 200; ++phase) {
+            ++arrived;
+            if (self.Barrier() != 0 || arrived != phase * 4)
+                ++wrong;
+            if (self.Barrier() != 0)
+                ++wrong;
+        }
+    });
+    computation.SplitRange(4);
+    computation.Start();
+    EXPECT_EQ(wrong, 0);
+    EXPECT_EQ(arrived, 800);
+}
+
+TEST(Barrier, AbortAnywhere_LetsAllJobsLeaveAndTheNextRunIsWhole) {
+    const ManagerPtr manager = managerOf(4);
+    std::atomic<int> ones{0};
+    std::atomic<int> zeros{0};
+    Computation computation(manager.get(), [&](Computation& self, Job* job) {
+        // 1: abort, then meet; 2: abort and leave at once; 3: abort while others meet; 4: don't.
+        if (job->index == 2 && job->argument != 4) {
+            if (job->argument == 3)
+                self.Barrier();
+            self.aborted = 1;
+            if (job->argument == 2)
+                return;
+        }
+        ++(self.Barrier() ? ones : zeros);
+    });
+    computation.SplitRange(4);
+    for (int round = 0; round < 20; ++round) {
+        for (const int argument : {1, 2, 3, 4}) {
+            ones = 0;
+            zeros = 0;
+            computation.Start(argument);
+            EXPECT_EQ(computation.IsAborted(), argument != 4);
+            if (argument != 3) {
+                const int leaving = argument == 1 ? 4 : argument == 2 ? 3 : 0;
+                EXPECT_EQ(ones, leaving);
+                EXPECT_EQ(zeros, argument == 4 ? 4 : 0);
+            }
+        }
+    }
+}
+
+TEST(Barrier, AbortSetBefore_AnswersOneToEveryJob) {
+    const ManagerPtr manager = managerOf(4);
+    std::atomic<int> ones{0};
+    Computation computation(manager.get(), [&](Computation& self, Job*) {
+        self.aborted = 1;
+        ones += self.Barrier();
+    });
+    computation.SplitRange(4);
+    computation.Start();
+    EXPECT_EQ(ones, 4);
+}
+
+TEST(YieldToWake, HandsTheTurnFromJobToJob) {
+    const ManagerPtr manager = managerOf(4);
+    std::vector<int> order;
+    Computation computation(manager.get(), [&](Computation& self, Job* job) {
+        if (self.YieldToWake(job) != 0)
+            return;
+        order.push_back(job->index);
+        ++self.finished;
+    });
+    computation.SplitRange(4);
+    computation.Start();
+    EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3}));
+
+    Computation aborting(manager.get(), [&](Computation& self, Job* job) {
+        if (job->index == 0)
+            self.aborted = 1;
+        else if (self.YieldToWake(job) == 0)
+            order.clear();
+    });
+    aborting.SplitRange(4);
+    aborting.Start();
+    EXPECT_EQ(order.size(), 4u);
+
+    Job alone;
+    EXPECT_EQ(computation.YieldToWake(&alone), 0);
+}
+
+TEST(NmbParallel, BodyThatThrows_AbortsTheRunAndReachesTheCaller) {
+    const ManagerPtr manager = managerOf(4);
+    for (ThreadManager* used : {manager.get(), static_cast<ThreadManager*>(nullptr)}) {
+        Computation computation(used, [](Computation& self, Job* job) {
+            if (job->argument == 1 && job->rangeStart == 0)
+                throw std::runtime_error("no memory");
+            self.Barrier();
+        });
+        computation.SplitRange(8);
+        EXPECT_THROW(computation.Start(1), std::runtime_error);
+        EXPECT_TRUE(computation.IsAborted());
+        computation.Start(0);
+        EXPECT_FALSE(computation.IsAborted());
+    }
+}
+
+TEST(Job, Payload_GoesWithTheJob) {
+    struct Payload : JobPayload {
+        explicit Payload(int& counter) : gone(counter) {}
+        ~Payload() override { ++gone; }
+        int& gone;
+    };
+    int gone = 0;
+    {
+        const ManagerPtr manager = managerOf(2);
+        Computation computation(manager.get());
+        computation.SplitRange(2);
+        for (Job* job = computation.jobs(); job; job = job->next)
+            job->payload = std::make_unique<Payload>(gone);
+    }
+    EXPECT_EQ(gone, 2);
+}
+
+}  // namespace
+}  // namespace NMBUtils
