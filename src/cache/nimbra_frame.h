@@ -49,7 +49,8 @@ public:
     /// When >= 0: blend frameNumber with fixedBlendTarget with this weight.
     float fixedBlendWeight = -1;
     std::int32_t fixedBlendTarget = 0;
-    std::int32_t currentFrame = NimbraFrameData::kNoFrame;
+    /// Ticks of the frame held. Ticks outside the play range are far below 32 bits.
+    std::int64_t currentFrame = NimbraFrameData::kNoFrame;
     /// The path that currentFrame was resolved with.
     std::string pathPattern;
     /// Channels to smooth, and how.
@@ -70,7 +71,7 @@ public:
     NimbraFrameData* sourceData = nullptr;
     /// The last load that failed; a repeat of it returns at once.
     std::int32_t failStatus = 0;
-    std::int32_t failFrame = NimbraFrameData::kNoFrame;
+    std::int64_t failFrame = NimbraFrameData::kNoFrame;
     std::string failPath, failChannelMap;
 
     NimbraFrame();
@@ -82,14 +83,14 @@ public:
     /// Makes `data` the frame for that tick number (`tpf` ticks a frame); an empty path makes an
     /// empty grid of `emptySize` cells. `exactOnly` false takes the nearest frame when the wanted
     /// one is missing. `mode` 1: header only. Answers a FrameStatus.
-    int load(int ticks, const std::string& path, int blendMethod, int tpf, const int emptySize[3],
-             float cellSize, bool isMayaFluid, bool exactOnly, int mode,
+    int load(std::int64_t ticks, const std::string& path, int blendMethod, int tpf,
+             const int emptySize[3], float cellSize, bool isMayaFluid, bool exactOnly, int mode,
              const std::string& channelMap);
 
     /// Puts the frame of a number into `slot`, shared with other holders where path, mapping and
     /// file time agree, read otherwise. `releaseOld`: the slot's old frame is given back.
     /// Answers a FrameLoadStatus.
-    static int lookUp(NimbraFrameData*& slot, int frame, const std::string& pattern,
+    static int lookUp(NimbraFrameData*& slot, std::int64_t frame, const std::string& pattern,
                       const std::string& channelMap, bool exactOnly, bool noRetry, bool releaseOld,
                       bool isPrivate, bool headerOnly);
 
