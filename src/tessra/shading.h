@@ -71,7 +71,7 @@ public:
     virtual ~Shadeable() = default;
     /// Enters what the light loop must know of the object: ShadeData::object and the lights it
     /// takes.
-    virtual void setupShading(const ShadingContext& context, ShadeData& data) = 0;
+    virtual void setupShading(const ShadingContext& context, ShadeData& data) const = 0;
 };
 
 /// Aliases of the render channels that the host knows by number.

@@ -84,9 +84,7 @@ void addShader(RayData& rayData, const WorldRay& world) {
 void addEachShader(RayData& rayData, const ShadeQuery& query, const WorldRay& world) {
     for (int i = 0; i < query.count; ++i) {
         rayData.shader = query.shaders[i];
-        const VolumeShader& shader = *rayData.shader;
-        if (carryIntoGrid(rayData.ray, shader.gridFromWorldAt(query.time), world) &&
-            cutToBox(rayData.ray, shader.gridMin, shader.gridMax))
+        if (enterGrid(rayData.ray, *rayData.shader, world))
             addShader(rayData, world);
     }
 }
@@ -111,6 +109,11 @@ void addFromTree(RayData& rayData, const ShadeQuery& query, const WorldRay& worl
 }
 
 }  // namespace
+
+bool enterGrid(RayBlock& ray, const VolumeShader& shader, const WorldRay& world) {
+    return carryIntoGrid(ray, shader.gridFromWorldAt(world.time), world) &&
+           cutToBox(ray, shader.gridMin, shader.gridMax);
+}
 
 void addSegment(RayData& rayData) {
     RaySegment* segment = rayData.pool.take();

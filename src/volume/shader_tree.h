@@ -4,6 +4,8 @@
 // A tree over the boxes of many volumes, which finds those that a ray meets.
 #pragma once
 
+#include <cstdint>
+
 #include "volume/ray_segment.h"
 
 namespace nimbra {
@@ -12,6 +14,7 @@ namespace nimbra {
 struct VolumeShaderBBoxIntersectEntry {
     const VolumeShader* shader;
     RayBlock ray;
+    std::uint32_t order = 0;  // place of the shader in the list that the tree was built from
 };
 
 class ShaderTree {

@@ -1,0 +1,20 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "volume/volume_shade_data.h"
+
+namespace nimbra {
+
+void VolumeShadeData::beginPoint(const TessUtils::TracePoint& point,
+                                 const TessUtils::Vector& towardsOrigin) {
+    static_cast<TessUtils::ShadeData&>(*this) = TessUtils::ShadeData();
+    position = point;
+    normal = towardsOrigin;
+}
+
+void VolumeShadeData::illuminate(TessUtils::ShadingContext& context, TessUtils::ShadeData& data,
+                                 TessUtils::BRDFSampler& brdf) {
+    if (hostLights_)
+        hostLights_->illuminate(context, data, brdf);
+}
+
+}  // namespace nimbra

@@ -1,0 +1,44 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "volume/volume_shader_tessra.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace nimbra {
+
+using TessUtils::TracePoint;
+
+void VolumeShaderTessra::setupShading(const TessUtils::ShadingContext&,
+                                      TessUtils::ShadeData& data) const {
+    data.object = hostObject();
+    if (!lightLinks.empty())
+        data.onlyLights = &lightLinks;
+}
+
+TracePoint VolumeShaderTessra::worldFromGridPoint(const TessUtils::Vector& pos, float time) const {
+    const TracePoint p = TessUtils::toPoint(pos);
+    const TracePoint start = worldFromGrid[0].applyPoint(p);
+    if (!moving)
+        return start;
+    return start * (1.0 - time) + worldFromGrid[1].applyPoint(p) * double(time);
+}
+
+void VolumeShaderTessra::worldBounds(TracePoint& low, TracePoint& high) const {
+    constexpr double kFar = std::numeric_limits<double>::max();
+    low = {kFar, kFar, kFar};
+    high = {-kFar, -kFar, -kFar};
+    if (!has(kHasGrid))
+        return;
+    for (int corner = 0; corner < 16; ++corner) {
+        const TracePoint p{corner & 1 ? gridMax.x : gridMin.x, corner & 2 ? gridMax.y : gridMin.y,
+                           corner & 4 ? gridMax.z : gridMin.z};
+        const TracePoint world = worldFromGrid[corner >> 3].applyPoint(p);
+        for (int axis = 0; axis < 3; ++axis) {
+            low[axis] = std::min(low[axis], world[axis]);
+            high[axis] = std::max(high[axis], world[axis]);
+        }
+    }
+}
+
+}  // namespace nimbra
