@@ -215,15 +215,28 @@ public:
     void unlock();
 
 private:
-    bool expandStored(int channel);
-    bool expandRecord(int channel, const std::int32_t* payload, std::int64_t payloadWords);
+    void expandStored(int channel);
+    void expandRecord(int channel, const std::int32_t* payload, std::int64_t payloadWords);
     void deriveSpeed();
+    void expandPackedColor();
     void unpackColor();
 
     /// What getChannelProxy answers for id 32.
     Proxy absentChannel_;
     /// Set once channels 7 to 9 came out of the packed form.
     bool colorUnpacked_ = false;
+};
+
+/// Holds a frame's lock for a scope.
+class FrameLock {
+public:
+    explicit FrameLock(NimbraFrameData& frame) : frame_(frame) { frame_.lock(); }
+    ~FrameLock() { frame_.unlock(); }
+    FrameLock(const FrameLock&) = delete;
+    FrameLock& operator=(const FrameLock&) = delete;
+
+private:
+    NimbraFrameData& frame_;
 };
 
 }  // namespace nimbra

@@ -4,6 +4,7 @@
 // Named particle sets of a frame.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -60,6 +61,8 @@ struct PrtChannelStore {
     NMBUtils::NmbArray<unsigned char, long long, 0, 1> packed;
     /// Particle after particle, components of a particle together.
     NMBUtils::NmbArray<unsigned char, long long, 0, 1> data;
+    /// Set once `data` is there: it doesn't change any more, and may be read without the lock.
+    std::atomic<bool> expanded{false};
 };
 
 /// `flags` of a group whose velocities are those of the frame's grid.
@@ -107,12 +110,16 @@ public:
     /// Expanded values, null when the channel is absent or can't be expanded.
     const unsigned char* channelData(int channel);
 
-private:
-    bool expandInto(int channel, PrtChannelStore& channelStore);
-    bool velocityFromGrid(int index, float out[3]);
+    /// Fills idOrder; a negative first ID counts as disorder too. Done once, when somebody first
+    /// searches.
     void buildIdOrder();
 
-    bool orderKnown_ = false;
+private:
+    bool expandPacked(int channel);
+    bool velocityFromGrid(int index, float out[3]);
+    const std::int64_t* ids();
+
+    std::atomic<bool> orderKnown_{false};
 };
 
 }  // namespace nimbra

@@ -1,0 +1,226 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "cache/prt_group.h"
+
+#include <algorithm>
+#include <cstring>
+#include <numeric>
+#include <utility>
+
+#include "cache/grid_samplers.h"
+#include "cache/zip_inflate.h"
+#include "foundation/log.h"
+
+namespace nimbra {
+namespace {
+
+enum TypeCode : int { kWords = 0, kOther = 6, kInt64 = 7, kFloat = 10 };
+
+struct ChannelInfo {
+    const char* name;
+    int words;
+    TypeCode type;
+};
+
+constexpr ChannelInfo kChannels[] = {
+    {"Position", 3, kFloat},   // 0
+    {"Velocity", 3, kFloat},   // 1
+    {"Size", 1, kFloat},       // 2
+    {"Age", 1, kFloat},        // 3
+    {"RGB", 3, kFloat},        // 4
+    {nullptr, 1, kFloat},      // 5
+    {nullptr, 0, kWords},      // 6
+    {nullptr, 0, kWords},      // 7
+    {nullptr, 0, kWords},      // 8
+    {nullptr, 1, kFloat},      // 9
+    {"ID", 2, kInt64},         // 10
+    {nullptr, 1, kFloat},      // 11
+    {nullptr, 1, kOther},      // 12
+    {nullptr, 1, kOther},      // 13
+    {nullptr, 1, kOther},      // 14
+    {nullptr, 1, kOther},      // 15
+    {nullptr, 1, kOther},      // 16
+    {"Viscosity", 1, kFloat},  // 17
+};
+constexpr int kNamedChannels = static_cast<int>(std::size(kChannels));
+constexpr ChannelInfo kFurtherChannel = {nullptr, 1, kWords};
+
+const ChannelInfo& infoOf(int channel) {
+    return channel >= 0 && channel < kNamedChannels ? kChannels[channel] : kFurtherChannel;
+}
+
+enum Method : std::int32_t { kPlain = 0, kZip = 1, kSequence = 2, kPlanar = 3, kBitPlanes = 4 };
+
+}  // namespace
+
+int prtChannelWords(int channel) {
+    return infoOf(channel).words;
+}
+
+const char* prtChannelName(int channel) {
+    return infoOf(channel).name;
+}
+
+int NimbraFrameData::PGroup::getChannelStride(int channel) const {
+    return infoOf(channel).words * 4;
+}
+
+int NimbraFrameData::PGroup::getChannelType(int channel) const {
+    return infoOf(channel).type;
+}
+
+int NimbraFrameData::PGroup::getChannelComponents(int channel) const {
+    return channel == kPrtId ? 1 : infoOf(channel).words;
+}
+
+int NimbraFrameData::PGroup::getCount() const {
+    return channelMask & channelBit(kPrtPosition) ? count : 0;
+}
+
+bool NimbraFrameData::PGroup::hasChannel(int channel) const {
+    if (channelMask & channelBit(channel))
+        return true;
+    return channel == kPrtVelocity && flags == kPrtVelocityInGrid && frame &&
+           frame->hasChannels(7u << kVelocityX);
+}
+
+bool NimbraFrameData::PGroup::getValue(int index, int channel, void* out) {
+    if (index < 0 || index >= count || channel < 0 || channel >= kPrtChannelSlots)
+        return false;
+    if (channel == kPrtVelocity && !(channelMask & channelBit(channel)))
+        return velocityFromGrid(index, static_cast<float*>(out));
+    const std::int64_t stride = getChannelStride(channel);
+    if (!hasChannel(channel) || !decompressChannel(channel, true) ||
+        (index + 1) * stride > store[channel].data.size)
+        return false;
+    std::memcpy(out, store[channel].data.data + index * stride, static_cast<std::size_t>(stride));
+    return true;
+}
+
+bool NimbraFrameData::PGroup::velocityFromGrid(int index, float out[3]) {
+    std::fill_n(out, 3, 0.0f);
+    float position[3];
+    if (flags != kPrtVelocityInGrid || !frame || !getValue(index, kPrtPosition, position))
+        return false;
+    const Proxy velocity[3] = {frame->getChannelProxy(kVelocityX),
+                               frame->getChannelProxy(kVelocityY),
+                               frame->getChannelProxy(kVelocityZ)};
+    if (!velocity[0].loaded || !velocity[1].loaded || !velocity[2].loaded)
+        return false;
+    kSampleKernels[kLinearSampler * 8](velocity, position, out, 3, 7, 0);
+    return true;
+}
+
+bool NimbraFrameData::PGroup::setChannel(int channel, const void* values) {
+    if (channel < 0 || channel >= kPrtChannelSlots || count < 0)
+        return false;
+    PrtChannelStore& s = store[channel];
+    const std::int64_t bytes = std::int64_t(count) * getChannelStride(channel);
+    const std::lock_guard guard(s.lock);
+    s.packed.Clear();
+    if (!s.data.SetSize(bytes, nullptr, true))
+        return false;
+    if (bytes > 0)
+        std::memcpy(s.data.data, values, static_cast<std::size_t>(bytes));
+    channelMask |= channelBit(channel);
+    s.expanded.store(bytes > 0, std::memory_order_release);
+    return true;
+}
+
+bool NimbraFrameData::PGroup::decompressChannel(int channel, bool freePacked) {
+    if (channel < 0 || channel >= kPrtChannelSlots)
+        return false;
+    PrtChannelStore& s = store[channel];
+    if (s.expanded.load(std::memory_order_acquire))
+        return true;
+    const std::lock_guard guard(s.lock);
+    if (s.data.data)
+        return true;
+    if (!s.packed.data) {
+        NMBUtils::logLine("PGroup::decompressChannel failed: no compression data!\n");
+        return false;
+    }
+    const bool done = expandPacked(channel);
+    if (freePacked || !done)
+        s.packed.Clear();
+    s.expanded.store(done && s.data.data, std::memory_order_release);
+    return done;
+}
+
+bool NimbraFrameData::PGroup::expandPacked(int channel) {
+    PrtChannelStore& s = store[channel];
+    if (s.method < kPlain || s.method > kBitPlanes)
+        return false;
+    const std::int64_t bytes = std::int64_t(std::max(count, 0)) * getChannelStride(channel);
+    bool done = false;
+    if (s.method == kPlain) {
+        std::swap(s.data.data, s.packed.data);
+        std::swap(s.data.size, s.packed.size);
+        std::swap(s.data.capacity, s.packed.capacity);
+        done = true;
+    } else if (s.method == kZip && s.data.SetSize(bytes, nullptr, true)) {
+        done = inflateBuffer(s.packed.data, s.packed.size, s.data.data, bytes);
+    }
+    if (!done) {
+        NMBUtils::logLine("Error decompressing particle channel %d with method %d\n", channel,
+                          s.method);
+        s.data.Clear();
+    }
+    return done;
+}
+
+const unsigned char* NimbraFrameData::PGroup::channelData(int channel) {
+    const bool stored = channel >= 0 && (channelMask & channelBit(channel));
+    if (!stored || !decompressChannel(channel, true))
+        return nullptr;
+    const PrtChannelStore& s = store[channel];
+    return s.data.size >= std::int64_t(count) * getChannelStride(channel) ? s.data.data : nullptr;
+}
+
+const std::int64_t* NimbraFrameData::PGroup::ids() {
+    return reinterpret_cast<const std::int64_t*>(channelData(kPrtId));
+}
+
+void NimbraFrameData::PGroup::buildIdOrder() {
+    const std::lock_guard guard(lock);
+    if (orderKnown_.load(std::memory_order_relaxed))
+        return;
+    idPointer = ids();
+    std::int64_t before = 0;
+    bool ascending = true;
+    for (int i = 0; idPointer && i < count; ++i) {
+        ascending = ascending && idPointer[i] >= before;
+        before = idPointer[i];
+    }
+    if (!ascending && idOrder.SetSize(count, nullptr, true)) {
+        std::iota(idOrder.begin(), idOrder.end(), 0);
+        std::sort(idOrder.begin(), idOrder.end(), [this](int a, int b) {
+            return idPointer[a] != idPointer[b] ? idPointer[a] < idPointer[b] : a < b;
+        });
+    }
+    idPointer = nullptr;
+    orderKnown_.store(true, std::memory_order_release);
+}
+
+int NimbraFrameData::PGroup::findById(std::int64_t id) {
+    const std::int64_t* const values = ids();
+    if (!values)
+        return -1;
+    if (count <= 1)
+        return count == 1 && values[0] == id ? 0 : -1;
+    if (!orderKnown_.load(std::memory_order_acquire))
+        buildIdOrder();
+    const auto indexAt = [this](int place) { return idOrder.size ? idOrder[place] : place; };
+    int low = 0, high = count;
+    while (low < high) {
+        const int middle = low + (high - low) / 2;
+        if (values[indexAt(middle)] < id)
+            low = middle + 1;
+        else
+            high = middle;
+    }
+    return low < count && values[indexAt(low)] == id ? indexAt(low) : -1;
+}
+
+}  // namespace nimbra

@@ -1,0 +1,16 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+//
+// Whole buffers in zlib's format.
+#pragma once
+
+#include <cstdint>
+
+namespace nimbra {
+
+/// Inflates `packedBytes` bytes into `out`, which has room for `outBytes`. True when the stream
+/// ends well; it may fill less than there is room for. Otherwise "[ERROR] Decompressing Zip (%d)"
+/// with zlib's code goes to the log, and what of `out` is written is undefined.
+bool inflateBuffer(const void* packed, std::int64_t packedBytes, void* out, std::int64_t outBytes);
+
+}  // namespace nimbra
