@@ -32,8 +32,7 @@ NimbraFrameData::NimbraFrameData() {
 
 NimbraFrameData::~NimbraFrameData() {
     freeData();
-    for (int c = 0; c < kChannelSlots; ++c)
-        freeChannel(c);
+    freeChannels();
     compressor1D.reset();
     compressor3D.reset();
     bboxJob.reset();
@@ -169,11 +168,8 @@ void NimbraFrameData::resetHeader(bool headerOnly) {
     simScale = kDefaultSimScale;
     std::fill(std::begin(bboxMin), std::end(bboxMin), kEmptyBoxMin);
     std::fill(std::begin(bboxMax), std::end(bboxMax), kEmptyBoxMax);
-    for (int c = 0; c < kChannelSlots; ++c) {
-        freeChannel(c);
-        channelFileValue[c] = -1;
-    }
-    colorUnpacked_ = false;
+    freeChannels();
+    std::fill(std::begin(channelFileValue), std::end(channelFileValue), -1);
     channelMask = 0;
     upAxisFlipped = 0;
 }
@@ -228,6 +224,12 @@ void NimbraFrameData::freeChannel(int channel) {
         return;
     channels[channel].free();
     channels[channel].resetRange();
+}
+
+void NimbraFrameData::freeChannels() {
+    for (int c = 0; c < kChannelSlots; ++c)
+        freeChannel(c);
+    colorUnpacked_ = false;
 }
 
 }  // namespace nimbra

@@ -209,6 +209,7 @@ public:
     void clearGroups();
     /// Frees one channel with its range.
     void freeChannel(int channel);
+    void freeChannels();
 
     /// The recursive spin lock. A thread that holds it may take it again.
     void lock();
