@@ -8,14 +8,13 @@
 
 namespace nimbra::host {
 
-PlanckTable::PlanckTable(float luminanceOfOne) {
-    const float scale = luminanceOfOne > 0 ? 1.0f / luminanceOfOne : 1.0f;
-    entries_.reserve(kEntries);
-    for (int kelvin = 0; kelvin < kEntries; ++kelvin)
-        entries_.push_back(TessUtils::blackBodyColor(kelvin) * scale);
-}
-
 const TessUtils::Color& PlanckTable::entry(int kelvin) const {
+    std::call_once(built_, [this] {
+        const float scale = luminanceOfOne_ > 0 ? 1.0f / luminanceOfOne_ : 1.0f;
+        entries_.reserve(kEntries);
+        for (int k = 0; k < kEntries; ++k)
+            entries_.push_back(TessUtils::blackBodyColor(k) * scale);
+    });
     return entries_[static_cast<std::size_t>(std::clamp(kelvin, 0, kEntries - 1))];
 }
 

@@ -1,0 +1,182 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+//
+// A library of test plug-ins: one kind with a row of every type that writes down what it is called
+// with and can be told to fail.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "host/plugin_registry.h"
+#include "tessra/tessra_plugin.h"
+#include "tessra/texture.h"
+#include "tessra/volumetric.h"
+
+namespace nimbra::host::test {
+
+inline constexpr InterfaceID kRecorderId = 991;
+
+/// What all recorders of a test were called with, as "name.operation".
+struct Record {
+    std::vector<std::string> calls;
+    std::string throwAt;  // "name.operation" that throws
+    bool throwBadAlloc = false;
+    /// Runs inside every call.
+    std::function<void(const std::string&, TessUtils::TessraRenderer*)> hook;
+
+    void call(const std::string& what, TessUtils::TessraRenderer* renderer) {
+        calls.push_back(what);
+        if (hook)
+            hook(what, renderer);
+        if (what == throwAt) {
+            if (throwBadAlloc)
+                throw std::bad_alloc();
+            throw std::runtime_error("broken on purpose");
+        }
+    }
+};
+
+class Recorder final : public TessUtils::TessraPlugin,
+                       public TessUtils::TessraSceneModifierInterface,
+                       public TessUtils::RenderSettingsInterface,
+                       public TessUtils::GeomGenInterface2,
+                       public TessUtils::TextureInterface {
+public:
+    explicit Recorder(TessUtils::TessraPluginDesc* desc, Record* record)
+        : TessraPlugin(desc), record_(record) {
+        paramList->setOutputParamCache("out_color", static_cast<TextureInterface*>(this));
+    }
+
+    PluginInterface* getInterface(InterfaceID id) override {
+        switch (id) {
+            case TessUtils::ids::kSceneModifier:
+                return static_cast<TessraSceneModifierInterface*>(this);
+            case TessUtils::ids::kRenderSettings:
+                return static_cast<RenderSettingsInterface*>(this);
+            case TessUtils::ids::kGeomGen2:
+                return static_cast<GeomGenInterface2*>(this);
+            default:
+                return TessraPlugin::getInterface(id);
+        }
+    }
+    Plugin* getPlugin() override { return this; }
+    InterfaceID getInterfaceID() const override { return TessUtils::ids::kTessraPlugin; }
+    const char* getInterfaceName() const override { return "recorder"; }
+
+    void preRenderBegin(TessUtils::TessraRenderer* r) override { note("preRenderBegin", r); }
+    void postRenderEnd(TessUtils::TessraRenderer* r) override { note("postRenderEnd", r); }
+    void preFrameBegin(TessUtils::TessraRenderer* r) override { note("preFrameBegin", r); }
+    void postFrameEnd(TessUtils::TessraRenderer* r) override { note("postFrameEnd", r); }
+    void setupRender(TessUtils::TessraRenderer* r) override { note("setupRender", r); }
+    void compileGeometry(TessUtils::TessraRenderer* r) override { note("compileGeometry", r); }
+    void clearGeometry(TessUtils::TessraRenderer* r) override { note("clearGeometry", r); }
+    void renderBegin(TessUtils::TessraRenderer* r) override { note("renderBegin", r); }
+    void renderEnd(TessUtils::TessraRenderer* r) override { note("renderEnd", r); }
+    void frameBegin(TessUtils::TessraRenderer* r) override {
+        TessraPlugin::frameBegin(r);
+        note("frameBegin", r);
+    }
+    void frameEnd(TessUtils::TessraRenderer* r) override { note("frameEnd", r); }
+
+    TessUtils::AColor getTexColor(const TessUtils::TextureContext&) override {
+        return {{0.25f, 0.5f, 0.75f}, 1};
+    }
+
+private:
+    void note(const char* operation, TessUtils::TessraRenderer* renderer) {
+        record_->call(std::string(getPluginName()) + "." + operation, renderer);
+    }
+    Record* record_;
+};
+
+/// Kind "Recorder", and kind "Absent", which can't be created.
+class RecorderDesc final : public TessUtils::TessraPluginDesc {
+public:
+    RecorderDesc(const char* name, Record* record) : name_(name), record_(record) {
+        using namespace TessUtils;
+        table_.addParamBool("flag", true);
+        table_.addParamInt("count", 3, -1, nullptr, "enum=(0:Off;1:Smoke;2:Fire)");
+        table_.addParamFloat("amount", 1.5f, -1, nullptr, "minValue=(0), maxValue=(10)");
+        table_.addParamString("text", "");
+        table_.addParamString("file", "", -1, nullptr, "fileAsset=(vdb), fileAssetOp=(load)");
+        table_.addParamColor("tint", {1, 0, 0});
+        table_.addParamAColor("glaze", {{0, 0, 0}, 1});
+        table_.addParamTransform("place", true, {});
+        table_.addParamTexture("map");
+        table_.addParamTextureFloat("mask");
+        table_.addParamPlugin("source", kRecorderId);
+        table_.addParamFloat("numbers", 0, 0);
+        table_.addParamFloat("aspect", 1, 3);
+        table_.addParamColor("colors", {}, 0);
+        table_.addParam("mixed", paramtype_list);
+        table_.addOutputParamTexture("out_color");
+        parameters_ = &table_;
+    }
+    PluginID getPluginID() const override { return 77; }
+    const char* getName() const override { return name_; }
+    const char* getDescription() const override { return ""; }
+    bool supportsInterface(InterfaceID id) const override {
+        return id == TessUtils::ids::kTessraPlugin || id == kRecorderId;
+    }
+    Plugin* newPlugin() override {
+        return std::string(name_) == "Absent" ? nullptr : new Recorder(this, record_);
+    }
+    void deletePlugin(Plugin* plugin) override {
+        if (plugin)
+            record_->calls.push_back(std::string(plugin->getPluginName()) + ".delete");
+        delete plugin;
+    }
+
+private:
+    const char* name_;
+    Record* record_;
+    TessUtils::TessraParameterListDesc table_;
+};
+
+class RecorderLibrary final : public PluginLibDesc {
+public:
+    explicit RecorderLibrary(Record* record)
+        : recorder_("Recorder", record), absent_("Absent", record) {}
+    const char* getName() const override { return "Recorders"; }
+    const char* getDescription() const override { return "Plug-ins for tests"; }
+    int enumPlugins(EnumPluginCallback* callback) override {
+        if (!callback)
+            return 2;
+        return callback->process(&recorder_) && callback->process(&absent_) ? 2 : 1;
+    }
+
+private:
+    RecorderDesc recorder_, absent_;
+};
+
+/// Log lines as "level: text".
+struct LogLines {
+    std::vector<std::string> lines;
+    HostLog log{LogLevel::Debug, [this](LogLevel level, std::string_view line) {
+                    lines.push_back(std::string(toString(level)) + ": " + std::string(line));
+                }};
+    bool contains(const std::string& line) const {
+        for (const std::string& one : lines)
+            if (one == line)
+                return true;
+        return false;
+    }
+};
+
+/// A registry with the recorders and the host's own plug-ins.
+struct TestRegistry {
+    Record record;
+    LogLines log;
+    RecorderLibrary library{&record};
+    PluginRegistry registry{log.log};
+    TestRegistry() {
+        addHostPlugins(registry);
+        registry.addLibrary(&library);
+    }
+};
+
+}  // namespace nimbra::host::test
