@@ -43,7 +43,7 @@ endfunction()
 # nimbra_test(<folder> SOURCES ... [LINK ...]): the test program of one folder, linking that folder only.
 function(nimbra_test folder)
   cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
-  add_executable(test_${folder} ${ARG_SOURCES})
+  add_executable(test_${folder} ${ARG_SOURCES} ${PROJECT_SOURCE_DIR}/tests/support/sanitizer_options.cpp)
   target_include_directories(test_${folder} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
   target_compile_definitions(test_${folder} PRIVATE
     NIMBRA_TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data" NIMBRA_SOURCE_DIR="${PROJECT_SOURCE_DIR}")

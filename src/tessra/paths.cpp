@@ -18,11 +18,16 @@ std::string& sceneFolder() {
     return *folder;
 }
 
-/// Absolute on any of the systems where scenes are written: "/x", "\x" and "C:...". A leading "$"
-/// stands for text that the reader of the path puts in later, and which may be absolute.
+bool isLetter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+/// Absolute on any of the systems where scenes are written: "/x", "\x" and "C:\x". A leading
+/// "$env(" stands for text that the reader of the path puts in later, and which may be absolute.
 bool startsAtRoot(const std::string& path) {
-    const bool drive = path.size() > 1 && path[1] == ':';
-    return path[0] == '/' || path[0] == '\\' || path[0] == '$' || drive;
+    const bool drive = path.size() > 2 && isLetter(path[0]) && path[1] == ':' &&
+                       (path[2] == '/' || path[2] == '\\');
+    return path[0] == '/' || path[0] == '\\' || drive || path.starts_with("$env(");
 }
 
 }  // namespace

@@ -122,8 +122,10 @@ public:
     virtual const Color& entry(int kelvin) const = 0;
 };
 
-/// Path services of the host: its own mapping of paths, and scene-relative paths made absolute.
+/// The host's mapping of paths between machines: this host has none and answers the path as it is.
 TESSRA_API std::string remapPath(const TessraSequenceData& sequence, const std::string& path);
+/// Puts the scene's folder before a relative path. Absolute paths (of any system), empty ones and
+/// ones that begin with "$env(" stay as they are, and so do all while no folder is set.
 TESSRA_API std::string adjustRelativePath(Plugin* plugin, const std::string& path);
 /// What relative paths are relative to: the folder of the scene file. Set by the host.
 TESSRA_API void setSceneFolder(const std::string& folder);

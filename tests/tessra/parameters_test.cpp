@@ -1,0 +1,232 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "tessra/parameters.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tessra/parameter_values.h"
+#include "tessra/texture.h"
+
+namespace TessUtils {
+namespace {
+
+/// An object with a colour and a float texture behind it.
+class TextureObject : public PluginBase {
+public:
+    struct ColorTexture : TextureInterface {
+        AColor getTexColor(const TextureContext&) override { return {}; }
+    } color;
+    struct FloatTexture : TextureFloatInterface {
+        float getTexFloat(const TextureContext&) override { return 0; }
+    } number;
+    PluginInterface* getInterface(InterfaceID id) override {
+        if (id == ids::kTexture)
+            return &color;
+        if (id == ids::kTextureFloat)
+            return &number;
+        return PluginBase::getInterface(id);
+    }
+};
+
+/// A table with a row of every kind.
+class ParametersTest : public testing::Test {
+protected:
+    ParametersTest() {
+        table.addParamBool("on", true, -1, "a switch", "displayName(On)");
+        table.addParamInt("steps", 90);
+        table.addParamFloat("scale", 0.5f);
+        table.addParamString("path", "a.vdb");
+        table.addParamColor("tint", {1, 0.5f, 0.25f});
+        table.addParamAColor("fill", {{1, 2, 3}, 0.5f});
+        const AColor black{{0, 0, 0}, 1};
+        table.addParamTexture("tex", &black);
+        table.addParamTextureFloat("ftex");
+        Transform moved;
+        moved.offs = {1, 2, 3};
+        table.addParamTransform("tm", true, moved);
+        table.addParamPlugin("cache", 77);
+        table.addParamPlugin("caches", 77, 0);
+        table.addParam("any", paramtype_list, 0);
+        table.addParamFloat("four", 3.0f, 4);
+        table.addParamInt("several", 1, 0);
+        table.addOutputParamTexture("out");
+        table.addOutputParamTextureFloat("fout");
+    }
+    TessraParameterListDesc table;
+    TextureObject object;
+};
+
+TEST_F(ParametersTest, Table_KeepsOrderTypesAndDefaults) {
+    ASSERT_EQ(table.rows().size(), 16u);
+    const ParameterDef& on = table.rows()[0];
+    EXPECT_EQ(on.name, "on");
+    EXPECT_EQ(on.type, paramtype_bool);
+    EXPECT_EQ(on.count, -1);
+    EXPECT_STREQ(on.description, "a switch");
+    EXPECT_STREQ(on.uiHint, "displayName(On)");
+    EXPECT_TRUE(on.defaultValue->getBool(0, 0));
+
+    EXPECT_EQ(table.findParamDef("tex")->interfaceID, ids::kTexture);
+    EXPECT_EQ(table.findParamDef("tex")->defaultValue->getAColor(0, 0).alpha, 1.0f);
+    EXPECT_FALSE(table.findParamDef("ftex")->hasDefault);
+    EXPECT_EQ(table.findParamDef("cache")->interfaceID, 77u);
+    EXPECT_EQ(table.findParamDef("four")->defaultValue->getCount(0), 4);
+    EXPECT_EQ(table.findParamDef("four")->defaultValue->getFloat(3, 0), 3.0f);
+    EXPECT_EQ(table.findParamDef("several")->defaultValue, nullptr);
+    EXPECT_TRUE(table.findParamDef("out")->isOutput);
+    EXPECT_TRUE(table.findParamDef("tm")->isAnimated);
+    EXPECT_EQ(table.findParamDef("On"), nullptr);
+    EXPECT_EQ(table.findParamDef(nullptr), nullptr);
+    EXPECT_EQ(table.rowIndex("fout"), 15);
+}
+
+TEST_F(ParametersTest, UnsetRows_GiveTheirDefaults) {
+    TessraParameterList list(&table);
+    int on = 5, steps = 0;
+    float scale = 0, four = 0;
+    CharString path;
+    Color tint;
+    AColor fill, constant;
+    Transform tm;
+    TextureInterface* tex = &object.color;
+    PluginBase* cache = &object;
+    TessraPluginList caches{&object};
+    int several = 12;
+    EXPECT_TRUE(list.setParamCache("on", &on));
+    EXPECT_TRUE(list.setParamCache("steps", &steps));
+    EXPECT_TRUE(list.setParamCache("scale", &scale));
+    EXPECT_TRUE(list.setParamCache("four", &four));
+    EXPECT_TRUE(list.setParamCache("path", &path));
+    EXPECT_TRUE(list.setParamCache("tint", &tint));
+    EXPECT_TRUE(list.setParamCache("fill", &fill));
+    EXPECT_TRUE(list.setParamCache("tm", &tm));
+    EXPECT_TRUE(list.setParamCache("tex", &tex));
+    EXPECT_TRUE(list.setParamCache("tex", &constant));
+    EXPECT_TRUE(list.setParamCache("cache", &cache));
+    EXPECT_TRUE(list.setParamCache("caches", &caches));
+    EXPECT_TRUE(list.setParamCache("several", &several));
+    EXPECT_FALSE(list.setParamCache("nowhere", &several));
+    EXPECT_EQ(steps, 0);  // binding alone writes nothing
+
+    list.cacheParams(1);
+    EXPECT_EQ(on, 1);
+    EXPECT_EQ(steps, 90);
+    EXPECT_EQ(scale, 0.5f);
+    EXPECT_EQ(four, 3.0f);
+    EXPECT_EQ(path, "a.vdb");
+    EXPECT_EQ(tint, (Color{1, 0.5f, 0.25f}));
+    EXPECT_EQ(fill, (AColor{{1, 2, 3}, 0.5f}));
+    EXPECT_EQ(tm.offs, (TracePoint{1, 2, 3}));
+    EXPECT_EQ(tex, nullptr);
+    EXPECT_EQ(constant, (AColor{{0, 0, 0}, 1}));
+    EXPECT_EQ(cache, nullptr);
+    EXPECT_TRUE(caches.empty());
+    EXPECT_EQ(several, 12);  // neither a value nor a default
+    EXPECT_EQ(list.getParam("steps"), nullptr);
+}
+
+TEST_F(ParametersTest, SceneValues_FollowTheTime) {
+    TessraParameterList list(&table);
+    float scale = 0;
+    int steps = 0;
+    CharString path;
+    list.setParamCache("scale", &scale);
+    list.setParamCache("steps", &steps);
+    list.setParamCache("path", &path);
+    DefParam keyed("scale", 0.0f);
+    keyed.setKey(0, 1.0f);
+    keyed.setKey(10, 2.0f);
+    DefParam fixed("steps", 7);
+    DefParam text("path", std::string("b.vdb"));
+    DefParam stranger("stranger", 1);
+    EXPECT_TRUE(list.setParameter(&keyed));
+    EXPECT_TRUE(list.setParameter(&fixed));
+    EXPECT_TRUE(list.setParameter(&text));
+    EXPECT_FALSE(list.setParameter(&stranger));
+    EXPECT_FALSE(list.setParameter(nullptr));
+    list.cacheParams(5);
+    EXPECT_EQ(scale, 1.5f);
+    EXPECT_EQ(steps, 7);
+    EXPECT_EQ(path, "b.vdb");
+    list.cacheParams(10);
+    EXPECT_EQ(scale, 2.0f);
+    EXPECT_EQ(list.getParam("scale"), &keyed);
+
+    DefParam other("scale", 9.0f);
+    list.setParameter(&other);
+    list.cacheParams(10);
+    EXPECT_EQ(scale, 9.0f);
+}
+
+TEST_F(ParametersTest, ConnectedObjects_ComeAsTheirInterfaces) {
+    TessraParameterList list(&table);
+    TextureInterface* tex = nullptr;
+    TextureFloatInterface* ftex = nullptr;
+    PluginBase* cache = nullptr;
+    TessraPluginList caches;
+    list.setParamCache("tex", &tex);
+    list.setParamCache("ftex", &ftex);
+    list.setParamCache("cache", &cache);
+    list.setParamCache("caches", &caches);
+    PluginBase bare;
+    DefParam texValue("tex", static_cast<PluginBase*>(&object));
+    DefParam ftexValue("ftex", static_cast<PluginBase*>(&object));
+    DefParam cacheValue("cache", static_cast<PluginBase*>(&bare));
+    DefParam cachesValue("caches", paramtype_plugin,
+                         {static_cast<PluginBase*>(&bare), static_cast<PluginBase*>(nullptr)});
+    for (DefParam* value : {&texValue, &ftexValue, &cacheValue, &cachesValue})
+        EXPECT_TRUE(list.setParameter(value));
+    list.cacheParams(0);
+    EXPECT_EQ(tex, &object.color);
+    EXPECT_EQ(ftex, &object.number);
+    EXPECT_EQ(cache, &bare);
+    EXPECT_EQ(caches, (TessraPluginList{&bare, nullptr}));
+
+    DefParam noTexture("tex", static_cast<PluginBase*>(&bare));
+    DefParam single("caches", static_cast<PluginBase*>(&bare));
+    list.setParameter(&noTexture);
+    list.setParameter(&single);
+    list.cacheParams(0);
+    EXPECT_EQ(tex, nullptr);
+    EXPECT_EQ(caches, TessraPluginList{&bare});
+}
+
+TEST_F(ParametersTest, Outputs_AreFoundByTheirRows) {
+    TessraParameterList list(&table);
+    EXPECT_EQ(list.outputTexture("out"), nullptr);
+    EXPECT_TRUE(list.setOutputParamCache("out", &object.color));
+    EXPECT_TRUE(list.setOutputParamCache("fout", &object.number));
+    EXPECT_FALSE(list.setOutputParamCache("tex", &object.color));
+    EXPECT_EQ(list.outputTexture("out"), &object.color);
+    EXPECT_EQ(list.outputTextureFloat("fout"), &object.number);
+    EXPECT_EQ(list.outputTextureFloat("out"), nullptr);
+    EXPECT_EQ(list.outputTexture("nowhere"), nullptr);
+}
+
+TEST_F(ParametersTest, Enumeration_GivesSetRowsInTableOrderUntilToldToStop) {
+    struct Collect : EnumParameterCallback {
+        std::string names;
+        std::string last;
+        int process(TessraPluginParameter* parameter) override {
+            names += parameter->getName() + std::string(" ");
+            return parameter->getName() != last;
+        }
+    };
+    TessraParameterList* const list = table.newParameterList();
+    DefParam scale("scale", 1.0f), on("on", false), tint("tint", Color());
+    for (DefParam* value : {&tint, &scale, &on})
+        list->setParameter(value);
+    Collect all;
+    EXPECT_EQ(list->enumParams(&all), 3);
+    EXPECT_EQ(all.names, "on scale tint ");
+    Collect two;
+    two.last = "scale";
+    EXPECT_EQ(list->enumParams(&two), 2);
+    table.deleteParameterList(list);
+}
+
+}  // namespace
+}  // namespace TessUtils

@@ -1,0 +1,113 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "tessra/thread_manager.h"
+
+#include <gtest/gtest.h>
+#include <sched.h>
+
+#include <atomic>
+#include <functional>
+#include <latch>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <thread>
+#include <vector>
+
+namespace TessUtils {
+namespace {
+
+class Body : public ThreadProcedure {
+public:
+    explicit Body(std::function<void(int)> run) : run_(std::move(run)) {}
+    void Run(int index) override { run_(index); }
+
+private:
+    std::function<void(int)> run_;
+};
+
+struct DeleteManager {
+    void operator()(ThreadManager* manager) const { deleteThreadManager(manager); }
+};
+using ManagerPtr = std::unique_ptr<ThreadManager, DeleteManager>;
+
+TEST(ThreadManager, Bodies_RunAtTheSameTimeWithTheirNumbers) {
+    const ManagerPtr manager(newThreadManager(2));
+    EXPECT_EQ(manager->getNumberOfProcessors(), 2);
+    constexpr int kBodies = 10;  // more than processors: they must not queue
+    std::latch all(kBodies);
+    std::mutex mutex;
+    std::set<int> numbers;
+    Body body([&](int index) {
+        all.arrive_and_wait();
+        const std::lock_guard lock(mutex);
+        numbers.insert(index);
+    });
+    for (int i = 0; i < kBodies; ++i)
+        EXPECT_TRUE(manager->runThread(&body, i, this));
+    manager->waitThreads(this);
+    EXPECT_EQ(numbers.size(), 10u);
+    EXPECT_FALSE(manager->runThread(nullptr, 0, this));
+}
+
+TEST(ThreadManager, WaitThreads_WaitsForItsOwnerOnly) {
+    const ManagerPtr manager(newThreadManager());
+    std::latch release(1);
+    Body slow([&](int) { release.wait(); });
+    std::atomic<int> done{0};
+    Body quick([&](int) { ++done; });
+    const int owners[2] = {};
+    manager->runThread(&slow, 0, &owners[0]);
+    for (int i = 0; i < 3; ++i)
+        manager->runThread(&quick, i, &owners[1]);
+    manager->waitThreads(&owners[1]);
+    EXPECT_EQ(done, 3);
+    release.count_down();
+    manager->waitThreads(&owners[0]);
+    manager->waitThreads(&done);  // owns nothing
+}
+
+TEST(ThreadManager, EndedThreads_AreLentAgain) {
+    const ManagerPtr manager(newThreadManager(1));
+    std::set<std::thread::id> ids;
+    Body body([&](int) { ids.insert(std::this_thread::get_id()); });
+    for (int round = 0; round < 100; ++round) {
+        manager->runThread(&body, 0, this);
+        manager->waitThreads(this);
+    }
+    EXPECT_EQ(ids.size(), 1u);
+}
+
+TEST(ThreadManager, Deletion_WaitsForTheLastBody) {
+    std::atomic<int> done{0};
+    Body body([&](int) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        ++done;
+    });
+    ThreadManager* const manager = newThreadManager(1);
+    manager->runThread(&body, 0, nullptr);
+    manager->runThread(&body, 1, nullptr);
+    deleteThreadManager(manager);
+    EXPECT_EQ(done, 2);
+    deleteThreadManager(nullptr);
+}
+
+TEST(NumberOfProcessors, RespectsTheAffinityOfTheProcess) {
+    cpu_set_t before;
+    ASSERT_EQ(sched_getaffinity(0, sizeof before, &before), 0);
+    EXPECT_GE(numberOfProcessors(), 1);
+    EXPECT_LE(numberOfProcessors(), CPU_COUNT(&before));
+    int first = 0;
+    while (!CPU_ISSET(first, &before))
+        ++first;
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(first, &one);
+    ASSERT_EQ(sched_setaffinity(0, sizeof one, &one), 0);
+    EXPECT_EQ(numberOfProcessors(), 1);
+    EXPECT_EQ(ManagerPtr(newThreadManager())->getNumberOfProcessors(), 1);
+    ASSERT_EQ(sched_setaffinity(0, sizeof before, &before), 0);
+}
+
+}  // namespace
+}  // namespace TessUtils
