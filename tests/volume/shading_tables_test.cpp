@@ -1,0 +1,410 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <memory>
+#include <numeric>
+#include <vector>
+
+#include "foundation/ramps.h"
+#include "support/golden.h"
+#include "volume/fast_exp.h"
+#include "volume/lut_holder.h"
+#include "volume/volume_shader.h"
+
+namespace nimbra {
+namespace {
+
+using nlohmann::json;
+using NMBUtils::IRenderDiagramSampler;
+using NMBUtils::IRenderGradientSampler;
+using NMBUtils::RenderDiagramSamplerStandAlone;
+using NMBUtils::RenderGradientSamplerStandAlone;
+using TessUtils::Color;
+using TessUtils::Vector;
+using test::expectGolden;
+using test::goldenCases;
+using test::Tolerance;
+
+/// A curve given by a function.
+template <class F>
+struct CurveOf final : IRenderDiagramSampler {
+    F f;
+    explicit CurveOf(F function) : f(function) {}
+    float eval(float x, int) const override { return f(x); }
+};
+
+/// A gradient given by a function.
+template <class F>
+struct GradientOf final : IRenderGradientSampler {
+    F f;
+    explicit GradientOf(F function) : f(function) {}
+    Color eval(float x) const override { return f(x); }
+};
+
+const auto kWhite = GradientOf([](float) { return Color{1, 1, 1}; });
+
+void set(RenderDiagramSamplerStandAlone& curve, const json& source) {
+    std::vector<float> xs, ys;
+    std::vector<NMBUtils::MultiCurvePointType> types;
+    for (const json& p : source["points"]) {
+        xs.push_back(p[0]);
+        ys.push_back(p[1]);
+        types.push_back(static_cast<NMBUtils::MultiCurvePointType>(p[2].get<int>()));
+    }
+    curve.setPoints(xs.data(), ys.data(), types.data(), int(xs.size()));
+}
+
+void set(RenderGradientSamplerStandAlone& gradient, const json& source) {
+    std::vector<float> positions;
+    std::vector<Color> colors;
+    for (const json& k : source["keys"]) {
+        positions.push_back(k[0]);
+        colors.push_back({k[1], k[2], k[3]});
+    }
+    gradient.type = source["type"];
+    gradient.setKeys(positions.data(), colors.data(), int(positions.size()));
+}
+
+LutRange rangeOf(const json& build) {
+    return {build["range"][0], build["range"][1]};
+}
+
+/// Builds the tables of a golden case, and a shader that reads them.
+struct GoldenTables {
+    NimbraVolumeRenderLUTholder luts;
+    VolumeShader shader;
+
+    explicit GoldenTables(const json& table) {
+        const json& build = table["build"];
+        const std::string kind = table["kind"];
+        if (kind == "opacity_list")
+            buildList(build);
+        else if (kind == "emission")
+            buildEmission(build);
+        else if (kind == "diffuse")
+            buildDiffuse(build);
+        else if (kind == "opacity")
+            buildOpacity(build);
+        else
+            ADD_FAILURE() << "unknown kind of table " << kind;
+        shader.flags |= kEmissive | kDiffuse;
+        shader.emissionTable = luts.emission.get();
+        shader.fireOpacityTable = luts.fireOpacity.get();
+        shader.diffuseTable = luts.diffuse.get();
+        shader.opacityTable = luts.opacity.get();
+    }
+
+    void buildEmission(const json& build) {
+        EmissionTableSettings s;
+        s.rawIndex = build["raw"];
+        s.blackbodyMode = build["channel"];
+        s.blackbody = build["blackbody"];
+        s.physMult = build["phys_mult"];
+        s.emult = build["emult"];
+        s.tmultFireOpacity = build["tmult_fire"];
+        s.fireOpacityScale = build["fire_scale"];
+        s.fireOpacityMode = shader.fire_opacity_mode = build["mode"];
+        luts.eRange = rangeOf(build);
+        RenderDiagramSamplerStandAlone curve;
+        RenderGradientSamplerStandAlone gradient;
+        set(curve, build["curve"]);
+        set(gradient, build["gradient"]);
+        luts.buildEmissionTable(curve, gradient, s);
+    }
+    void buildDiffuse(const json& build) {
+        luts.dRange = rangeOf(build);
+        RenderGradientSamplerStandAlone gradient;
+        set(gradient, build["gradient"]);
+        luts.buildDiffuseTable(gradient, build["raw"]);
+    }
+    void buildOpacity(const json& build) {
+        luts.tRange = rangeOf(build);
+        RenderDiagramSamplerStandAlone curve;
+        set(curve, build["curve"]);
+        luts.buildOpacityTable(curve, build["raw"], build["transpmode"] != 0, build["scale"]);
+    }
+    void buildList(const json& build) {
+        const std::vector<float> list = build["list"];
+        luts.setOpacityList(list.data(), int(list.size()), build["transpmode"] != 0, build["tmult"],
+                            build["density_scale"]);
+    }
+};
+
+void expectColor(const test::GoldenCase& golden, const Tolerance& tolerance, const Color& got,
+                 const json& expected, const std::string& what) {
+    for (int i = 0; i < 3; ++i)
+        expectGolden(golden, tolerance, got[i], expected[i],
+                     what + " channel " + std::to_string(i));
+}
+
+void checkEntries(const test::GoldenCase& golden, const json& table, const GoldenTables& tables) {
+    const Tolerance tolerance(golden.json["tolerance"]);
+    const NimbraVolumeRenderLUTholder& luts = tables.luts;
+    for (const json& e : table["entries"]) {
+        const int i = e["i"];
+        const std::string what = table["kind"].get<std::string>() + " entry " + std::to_string(i);
+        if (e.contains("rgb")) {
+            const float* rgb = (table["kind"] == "diffuse" ? luts.diffuse : luts.emission).get();
+            expectColor(golden, tolerance, {rgb[3 * i], rgb[3 * i + 1], rgb[3 * i + 2]}, e["rgb"],
+                        what);
+        }
+        if (e.contains("fire"))
+            expectGolden(golden, tolerance, luts.fireOpacity[i], e["fire"], what + " fire");
+        if (e.contains("v"))
+            expectGolden(golden, tolerance, luts.opacity[i], e["v"], what);
+    }
+}
+
+void checkReads(const test::GoldenCase& golden, const json& table, const GoldenTables& tables) {
+    const Tolerance tolerance(golden.json["tolerance"], "reads_");
+    for (const json& r : table.value("reads", json::array())) {
+        VoxelSample sample;
+        sample.e = sample.d = sample.t = r["v"];
+        const float step = r["step"];
+        const std::string what = table["kind"].get<std::string>() + " read at " + r["v"].dump();
+        if (r.contains("emission"))
+            expectColor(golden, tolerance, tables.shader.getEmission(sample, step), r["emission"],
+                        what);
+        if (r.contains("diffuse"))
+            expectColor(golden, tolerance, tables.shader.getDiffuse(sample), r["diffuse"], what);
+        if (r.contains("opacity"))
+            expectGolden(golden, tolerance, tables.shader.getOpacity(sample, step).g, r["opacity"],
+                         what);
+        if (r.contains("fire_opacity")) {
+            Color opacity;
+            const bool answers = tables.shader.getFireOpacity(sample, step, opacity);
+            EXPECT_EQ(answers, !r["fire_opacity"].is_null()) << what;
+            if (answers && !r["fire_opacity"].is_null())
+                expectGolden(golden, tolerance, opacity.b, r["fire_opacity"], what + " fire");
+        }
+    }
+}
+
+TEST(ShadingTables, GoldenTablesAndReads) {
+    for (const auto& golden : goldenCases("tables")) {
+        SCOPED_TRACE(golden.name());
+        for (const json& x : golden.json["fast_exp"])
+            EXPECT_EQ(std::bit_cast<std::uint32_t>(fastExp(x["x"])), x["bits"].get<std::uint32_t>())
+                << "exponential of " << x["x"];
+        for (const json& v : golden.json["index"])
+            EXPECT_EQ(lutIndex(v["v"]), v["index"].get<int>()) << "index of " << v["v"];
+        for (const json& table : golden.json["tables"]) {
+            const GoldenTables tables(table);
+            checkEntries(golden, table, tables);
+            checkReads(golden, table, tables);
+        }
+    }
+}
+
+TEST(EmissionTable, ChannelRange_IsThatOfTheCurve) {
+    NimbraVolumeRenderLUTholder luts;
+    luts.eRange = {100, 400};
+    luts.buildEmissionTable(CurveOf([](float x) { return x; }), kWhite, {});
+    EXPECT_FLOAT_EQ(luts.emission[0], 100);
+    EXPECT_FLOAT_EQ(luts.emission[3 * 4000], 300);
+    EXPECT_FLOAT_EQ(luts.emission[3 * 7999 + 2], 100 + 400 * (7999 / 8000.0f));
+}
+
+TEST(EmissionTable, Brightness_DoesNotDependOnTheColor) {
+    NimbraVolumeRenderLUTholder luts;
+    EmissionTableSettings s;
+    s.emult = 2;
+    s.physMult = 3;
+    luts.buildEmissionTable(CurveOf([](float) { return 5.0f; }), GradientOf([](float) {
+                                return Color{0.3f, 0.06f, -1};
+                            }),
+                            s);
+    EXPECT_NEAR(luts.emission[0] + luts.emission[1] + luts.emission[2], 3 * 5 * 2 * 3, 1e-3f);
+    EXPECT_NEAR(luts.emission[0], 5 * luts.emission[1], 1e-3f);
+    EXPECT_EQ(luts.emission[2], 0);
+    // Black stays black.
+    luts.buildEmissionTable(CurveOf([](float) { return 5.0f; }),
+                            GradientOf([](float) { return Color{}; }), s);
+    EXPECT_EQ(luts.emission[0], 0);
+}
+
+TEST(EmissionTable, StrengthsThatAreNone_AreDark) {
+    NimbraVolumeRenderLUTholder luts;
+    EmissionTableSettings s;
+    s.rawIndex = true;
+    luts.buildEmissionTable(CurveOf([](float x) { return 1 / (x - 0.5f); }), kWhite, s);
+    EXPECT_EQ(luts.emission[3 * 1000], 0);  // below 0
+    EXPECT_EQ(luts.emission[3 * 4000], 0);  // infinite
+    EXPECT_GT(luts.emission[3 * 5000], 0);
+    luts.buildEmissionTable(CurveOf([](float) { return std::nanf(""); }), kWhite, s);
+    EXPECT_EQ(luts.emission[3 * 5000], 0);
+}
+
+TEST(EmissionTable, OwnOpacity_IsDarkAroundTheZeroOfTheChannel) {
+    NimbraVolumeRenderLUTholder luts;
+    luts.eRange = {-1, 2};
+    EmissionTableSettings s;
+    s.fireOpacityMode = kFireOwnOpacity;
+    s.tmultFireOpacity = 0.5f;
+    s.fireOpacityScale = 4;
+    luts.buildEmissionTable(CurveOf([](float) { return 1.0f; }), kWhite, s);
+    // Entry 4000 stands for 0.
+    for (int i : {3999, 4000, 4001})
+        EXPECT_EQ(luts.fireOpacity[i], 0) << i;
+    for (int i : {0, 3998, 4002, 7999})
+        EXPECT_FLOAT_EQ(luts.fireOpacity[i], std::log(0.5f) * 4) << i;
+    EXPECT_FLOAT_EQ(luts.emission[0], 3.5f);
+    // Full strength is limited to a transparency of 1e-6.
+    s.tmultFireOpacity = 2;
+    luts.buildEmissionTable(CurveOf([](float) { return 1.0f; }), kWhite, s);
+    EXPECT_FLOAT_EQ(luts.fireOpacity[0], std::log(1e-6f) * 4);
+}
+
+TEST(EmissionTable, BlackBody_WeighsByTheLuminanceAtTheKelvinOfTheChannel) {
+    std::vector<float> planck(kPlanckEntries);
+    std::iota(planck.begin(), planck.end(), 0.0f);
+    NimbraVolumeRenderLUTholder luts;
+    luts.eRange = {0, 2000};
+    EmissionTableSettings s;
+    s.planckLuminance = planck.data();
+    s.physMult = 0.5f;
+    const auto one = CurveOf([](float) { return 1.0f; });
+    struct Case {
+        int channel;
+        float blackbody, start, width;
+        int entry;
+        float kelvin;
+    };
+    for (const Case& c : {Case{1, 1, 0, 2000, 4000, 1000},  // temperature in kelvin
+                          Case{1, 1, 0, 2000, 0, 150},      // the coldest
+                          Case{2, 1, 0, 2, 2000, 1500},     // smoke
+                          Case{10, 1, 0, 2, 2000, 1500},    // fuel
+                          Case{3, 1, 0, 200, 4000, 1000},   // speed
+                          Case{2, 1, 0, 100, 7999, 9999},   // the hottest
+                          Case{5, 1, 0, 2000, 7999, 150},   // others are cold
+                          Case{1, 7, 0, 2000, 4000, 1000}}) {
+        luts.eRange = {c.start, c.width};
+        s.blackbodyMode = c.channel;
+        s.blackbody = c.blackbody;
+        luts.buildEmissionTable(one, kWhite, s);
+        EXPECT_NEAR(luts.emission[3 * c.entry], c.kelvin * 683 * 0.5f, c.kelvin * 0.1f)
+            << "channel " << c.channel << " entry " << c.entry;
+    }
+    // A share of it is mixed with the plain colour.
+    s.blackbodyMode = 1;
+    s.blackbody = 0.25f;
+    luts.eRange = {0, 2000};
+    luts.buildEmissionTable(one, kWhite, s);
+    EXPECT_NEAR(luts.emission[3 * 4000], 1000 * 683 * 0.5f * 0.25f + 0.75f, 1);
+}
+
+TEST(OpacityTable, Curve_GivesTransparencyOrOpacityLimitedToAFiniteDensity) {
+    NimbraVolumeRenderLUTholder luts;
+    const auto zero = CurveOf([](float) { return 0.0f; });
+    const auto full = CurveOf([](float) { return 1.0f; });
+    const auto broken = CurveOf([](float) { return std::nanf(""); });
+    const float opaque = std::log(1e-6f);
+    luts.buildOpacityTable(zero, true, true, 2);
+    EXPECT_EQ(luts.opacity[10], 0);
+    luts.buildOpacityTable(full, true, true, 2);
+    EXPECT_FLOAT_EQ(luts.opacity[10], 2 * opaque);
+    luts.buildOpacityTable(zero, true, false, 2);
+    EXPECT_FLOAT_EQ(luts.opacity[10], 2 * opaque);
+    luts.buildOpacityTable(full, true, false, 2);
+    EXPECT_EQ(luts.opacity[10], 0);
+    luts.buildOpacityTable(broken, true, true, 2);
+    EXPECT_EQ(luts.opacity[10], 0);
+}
+
+TEST(LutHolder, Lists_RepeatTheirLastEntryInPlace) {
+    NimbraVolumeRenderLUTholder luts;
+    luts.setEmissionList(nullptr, 0, 1);
+    EXPECT_EQ(luts.emission, nullptr);
+    const Color colors[] = {{1, 2, 3}, {4, 5, 6}};
+    luts.setEmissionList(colors, 2, 10);
+    luts.setDiffuseList(colors, 2);
+    const float* before = luts.emission.get();
+    EXPECT_EQ(luts.emission[1], 20);
+    EXPECT_EQ(luts.emission[3 * 7999 + 2], 60);
+    EXPECT_EQ(luts.diffuse[3 * 5000], 4);
+    luts.setEmissionList(colors, 1, 1);
+    EXPECT_EQ(luts.emission.get(), before);
+    EXPECT_EQ(luts.emission[3 * 7999 + 2], 3);
+}
+
+/// A shader whose textures have one colour each.
+struct TexturedShader : VolumeShader {
+    Color colors[4];
+    void sampleTexture(Color& out, int index, const Vector&, const Vector&) const override {
+        out = colors[index];
+    }
+};
+
+TEST(ReadTables, WithoutTables_SimpleSmokeAndGridColors) {
+    VolumeShader shader;
+    shader.smoketransp = -2;
+    VoxelSample sample;
+    EXPECT_EQ(shader.getOpacity(sample, 0.5f), Color());
+    sample.t = 0.5f;
+    const float opacity = shader.getOpacity(sample, 0.5f).r;
+    EXPECT_NEAR(opacity, 1 - std::exp(-0.5f), 1e-4f);
+
+    sample.gridColor = {0.1f, -0.2f, 0.3f};
+    EXPECT_EQ(shader.getEmission(sample, 1), Color());
+    shader.flags |= kEmissive;
+    EXPECT_EQ(shader.getEmission(sample, 1), (Color{0.1f, 0, 0.3f}));
+    shader.fire_opacity_mode = kFireOwnOpacity;
+    EXPECT_EQ(shader.getEmission(sample, 1), (Color{0.1f, 0, 0.3f}));
+    Color out;
+    EXPECT_FALSE(shader.getFireOpacity(sample, 1, out));
+
+    shader.simpleColor = {0.7f, 0.8f, 0.9f};
+    EXPECT_EQ(shader.getDiffuse(sample), shader.simpleColor);
+    shader.useGridColor = true;
+    EXPECT_EQ(shader.getDiffuse(sample), shader.simpleColor);
+    shader.sampleMask = kSampleColor;
+    EXPECT_EQ(shader.getDiffuse(sample), sample.gridColor);
+}
+
+TEST(ReadTables, FaintFire_LeavesTheOpacityToTheSmoke) {
+    const auto table = std::make_unique<float[]>(kLutEntries);
+    VolumeShader shader;
+    shader.fireOpacityTable = table.get();
+    VoxelSample sample;
+    Color out;
+    table[0] = -0.001f;
+    EXPECT_FALSE(shader.getFireOpacity(sample, 1000, out));
+    table[0] = -0.0011f;
+    EXPECT_TRUE(shader.getFireOpacity(sample, 1000, out));
+    EXPECT_NEAR(out.r, 1 - std::exp(-1.1f), 1e-4f);
+}
+
+TEST(ReadTables, Textures_ReplaceOrModulate) {
+    TexturedShader shader;
+    shader.colors[0] = {2, 3, -4};
+    shader.colors[1] = {0.5f, 0.25f, 1};
+    shader.colors[2] = {0.75f, 2, -1};
+    shader.smoketransp = -1;
+    VoxelSample sample;
+    sample.t = 1;
+    sample.gridColor = {1, 1, 1};
+
+    shader.flags |= kEmissive | kTexEmissive | kTexDiffuse | kTexOpacity;
+    EXPECT_EQ(shader.getEmission(sample, 1), (Color{2, 3, 0}));
+    EXPECT_EQ(shader.getDiffuse(sample), shader.colors[1]);
+    // Opacities of a texture are those of one scene unit.
+    const Color opacity = shader.getOpacity(sample, 2);
+    EXPECT_NEAR(opacity.r, 1 - 0.25f * 0.25f, 1e-6f);
+    EXPECT_EQ(opacity.g, 1);
+    EXPECT_EQ(opacity.b, 0);
+
+    shader.flags = kEmissive | kModEmissive | kModDiffuse | kModOpacity;
+    shader.simpleColor = {1, 2, 3};
+    sample.gridColor = {10, 10, 10};
+    EXPECT_EQ(shader.getEmission(sample, 1), (Color{20, 30, 0}));
+    EXPECT_EQ(shader.getDiffuse(sample), (Color{0.5f, 0.5f, 3}));
+    const float plain = 1 - std::exp(-1.0f);
+    EXPECT_NEAR(shader.getOpacity(sample, 1).r, 0.75f * plain, 1e-4f);
+    EXPECT_NEAR(shader.getOpacity(sample, 1).g, 2 * plain, 2e-4f);
+}
+
+}  // namespace
+}  // namespace nimbra
