@@ -1,0 +1,28 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "plugin/volume_register.h"
+
+#include <memory>
+#include <vector>
+
+#include "tessra/renderer.h"
+
+namespace nimbra {
+
+void NimbraVolumeRegister::add(Plugin* plugin) {
+    for (Plugin* known : plugins)
+        if (known == plugin)
+            return;
+    plugins.Append(plugin);
+}
+
+NimbraVolumeRegister* getVolumeRegister(TessUtils::TessraRenderer* renderer) {
+    static std::vector<std::unique_ptr<NimbraVolumeRegister>> registers;
+    if (PluginInterface* found = renderer->getInterface(TessUtils::ids::kNimbraVolumeRegister))
+        return static_cast<NimbraVolumeRegister*>(found);
+    registers.push_back(std::make_unique<NimbraVolumeRegister>());
+    renderer->addInterface(registers.back().get(), false);
+    return registers.back().get();
+}
+
+}  // namespace nimbra

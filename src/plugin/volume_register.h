@@ -1,0 +1,30 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+//
+// Where plug-ins that want to be marched meet the collector, which may not exist yet.
+#pragma once
+
+#include "foundation/array.h"
+#include "tessra/plugin_base.h"
+
+namespace TessUtils {
+class TessraRenderer;
+}
+
+namespace nimbra {
+
+/// ID kNimbraVolumeRegister: hangs on a renderer. Scene thread only.
+class NimbraVolumeRegister : public PluginInterface {
+public:
+    InterfaceID getInterfaceID() const override { return TessUtils::ids::kNimbraVolumeRegister; }
+    /// Appends the plug-in unless it is in the list.
+    void add(Plugin* plugin);
+
+    NMBUtils::NmbArray<Plugin*, int> plugins;
+};
+
+/// The register of a renderer, made when first asked for. It lives as long as this library: hosts
+/// don't own what hangs on their renderers.
+NimbraVolumeRegister* getVolumeRegister(TessUtils::TessraRenderer* renderer);
+
+}  // namespace nimbra
