@@ -1,0 +1,371 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/view_look.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <optional>
+
+namespace nimbra::cli {
+namespace {
+
+// Channel numbers of the mapping text.
+enum Channel { kTemperature = 1, kSmoke = 2, kVelocityX = 4, kColorR = 7, kFuel = 10 };
+
+using Names = std::initializer_list<const char*>;
+
+// Names that simulators give their grids, folded to lower-case letters and digits, best first.
+const Names kSmokeNames = {"densitynoise", "density", "smokenmb", "smoke",  "smokedensity",
+                           "dens",         "soot",    "fog",      "volume", "cloud",
+                           "vapor",        "vapour",  "steam",    "dust",   "d"};
+const Names kTemperatureNames = {"temperature", "temperaturenmb", "temp", "heat", "t"};
+const Names kFlameNames = {"flamenoise", "flame", "flames", "fire",     "burn",
+                           "fuelnmb",    "fuel",  "react",  "emission", "firefuel"};
+const Names kVelocityNames = {"velocity", "vel", "v", "velocities", "motion"};
+const Names kColorNames = {"color", "colour", "cd", "rgb", "albedo", "diffuse"};
+const Names kLevelSetNames = {"surface", "sdf", "phi", "levelset", "liquid", "fluiddensity"};
+// What simulators keep for themselves: true in every cell, or no matter at all.
+const Names kNotDrawn = {"shadow",      "flags",     "pressure", "divergence", "phiobstacle",
+                         "phiinflow",   "phiout",    "mask",     "collision",  "phiobstacleinflow",
+                         "phiprevious", "obstacle",  "inflow",   "outflow",    "phiparticles",
+                         "rest",        "curvature", "index"};
+
+std::string folded(const std::string& name) {
+    std::string out;
+    for (const char c : name)
+        if (std::isalnum(static_cast<unsigned char>(c)))
+            out += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return out;
+}
+
+bool isOneOf(const std::string& name, const Names& names) {
+    const std::string f = folded(name);
+    return std::any_of(names.begin(), names.end(), [&](const char* n) { return f == n; });
+}
+
+bool drawable(const GridSummary& g) {
+    return g.readable && !g.empty() && !isOneOf(g.name, kNotDrawn);
+}
+
+bool isScalar(const GridSummary& g) {
+    return g.kind == GridSummary::Kind::Scalar || g.kind == GridSummary::Kind::LevelSet;
+}
+
+const GridSummary* findNamed(const std::vector<GridSummary>& grids, const Names& names,
+                             bool vector) {
+    for (const char* name : names)
+        for (const GridSummary& g : grids)
+            if (drawable(g) && folded(g.name) == name &&
+                (vector ? g.kind == GridSummary::Kind::Vector : isScalar(g)))
+                return &g;
+    return nullptr;
+}
+
+// Three scalar grids "<base><axis>" for x, y, z or r, g, b in any of the usual spellings.
+std::array<const GridSummary*, 3> findComponents(const std::vector<GridSummary>& grids,
+                                                 const Names& names, const char* axes) {
+    std::array<const GridSummary*, 3> out{};
+    for (int a = 0; a < 3; ++a)
+        for (const char* name : names)
+            for (const GridSummary& g : grids)
+                if (!out[a] && drawable(g) && isScalar(g) &&
+                    folded(g.name) == std::string(name) + axes[a])
+                    out[a] = &g;
+    if (!out[0] || !out[1] || !out[2])
+        out = {};
+    return out;
+}
+
+/// The grids that were chosen, by their part.
+struct Cast {
+    const GridSummary* smoke = nullptr;
+    const GridSummary* temperature = nullptr;
+    const GridSummary* flame = nullptr;
+    const GridSummary* surface = nullptr;
+    const GridSummary* velocity = nullptr;
+    const GridSummary* color = nullptr;
+    std::array<const GridSummary*, 3> velocities{}, colors{};
+
+    bool colored() const { return color || colors[0]; }
+};
+
+// Only positive values make smoke or fire.
+const GridSummary* withMatter(const GridSummary* g) { return g && g->max > 0 ? g : nullptr; }
+
+Cast choose(const std::vector<GridSummary>& grids) {
+    Cast c;
+    c.smoke = withMatter(findNamed(grids, kSmokeNames, false));
+    c.flame = withMatter(findNamed(grids, kFlameNames, false));
+    c.temperature = withMatter(findNamed(grids, kTemperatureNames, false));
+    c.velocity = findNamed(grids, kVelocityNames, true);
+    if (!c.velocity)
+        c.velocities = findComponents(grids, kVelocityNames, "xyz");
+    c.color = findNamed(grids, kColorNames, true);
+    if (!c.color)
+        c.colors = findComponents(grids, kColorNames, "rgb");
+    if (c.smoke && c.smoke->kind == GridSummary::Kind::LevelSet)
+        c.smoke = nullptr;
+    if (!c.smoke && !c.flame) {
+        c.surface = findNamed(grids, kLevelSetNames, false);
+        for (const GridSummary& g : grids)
+            if (!c.surface && drawable(g) && g.kind == GridSummary::Kind::LevelSet)
+                c.surface = &g;
+    }
+    // No known name: the scalar grid with the most matter is shown as smoke.
+    if (!c.smoke && !c.flame && !c.surface)
+        for (const GridSummary& g : grids)
+            if (drawable(g) && g.kind == GridSummary::Kind::Scalar && g.max > 0 &&
+                &g != c.temperature && (!c.smoke || g.activeVoxels > c.smoke->activeVoxels))
+                c.smoke = &g;
+    if (!c.smoke && !c.flame && !c.surface && c.temperature) {
+        c.flame = c.temperature;
+        c.temperature = nullptr;
+    }
+    return c;
+}
+
+// All grids of a frame share one transform: grids of another one can't go with the main grid.
+bool sameTransform(const GridSummary& a, const GridSummary& b) {
+    double scale = 0;
+    for (int v = 0; v < 3; ++v)
+        for (int x = 0; x < 3; ++x)
+            scale = std::max(scale, std::fabs(a.toWorld[v][x]));
+    for (int v = 0; v < 4; ++v)
+        for (int x = 0; x < 3; ++x)
+            if (std::fabs(a.toWorld[v][x] - b.toWorld[v][x]) > scale * 1e-3)
+                return false;
+    return true;
+}
+
+const GridSummary* mainGrid(const Cast& c) {
+    return c.smoke ? c.smoke : c.flame ? c.flame : c.surface;
+}
+
+void dropForeignTransforms(Cast& c) {
+    const GridSummary* main = mainGrid(c);
+    for (const GridSummary** g : {&c.temperature, &c.flame, &c.velocity, &c.color})
+        if (*g && !sameTransform(*main, **g))
+            *g = nullptr;
+    for (auto* three : {&c.velocities, &c.colors})
+        for (const GridSummary* g : *three)
+            if (g && !sameTransform(*main, *g)) {
+                *three = {};
+                break;
+            }
+}
+
+void addEntry(std::string& text, int channel, const GridSummary* g, const char* suffix = "") {
+    if (g)
+        text += fmt::format("{},{}{};", channel, g->name, suffix);
+}
+
+std::string mappingText(const Cast& c) {
+    std::string text;
+    addEntry(text, kSmoke, c.smoke);
+    addEntry(text, kTemperature, c.surface ? c.surface : c.temperature);
+    addEntry(text, kFuel, c.flame);
+    const char* const xyz[] = {"(x)", "(y)", "(z)"};
+    for (int a = 0; a < 3; ++a) {
+        addEntry(text, kVelocityX + a, c.velocity, xyz[a]);
+        addEntry(text, kVelocityX + a, c.velocities[a]);
+        addEntry(text, kColorR + a, c.color, xyz[a]);
+        addEntry(text, kColorR + a, c.colors[a]);
+    }
+    return text;
+}
+
+struct Box {
+    std::array<double, 3> low, high;
+};
+
+Box worldBox(const GridSummary& g) {
+    Box box;
+    box.low.fill(std::numeric_limits<double>::infinity());
+    box.high.fill(-std::numeric_limits<double>::infinity());
+    for (int corner = 0; corner < 8; ++corner)
+        for (int x = 0; x < 3; ++x) {
+            double p = g.toWorld[3][x];
+            for (int a = 0; a < 3; ++a)
+                p += g.toWorld[a][x] * ((corner >> a & 1) ? g.high[a] + 0.5 : g.low[a] - 0.5);
+            box.low[x] = std::min(box.low[x], p);
+            box.high[x] = std::max(box.high[x], p);
+        }
+    return box;
+}
+
+// Rising smoke says where up is; else the tallest axis does; else the usual y.
+int chooseUpAxis(const Cast& c) {
+    if (c.velocity) {
+        const auto& m = c.velocity->meanVector;
+        int up = 0;
+        for (int a = 1; a < 3; ++a)
+            if (m[a] > m[up])
+                up = a;
+        double rest = 0;
+        for (int a = 0; a < 3; ++a)
+            if (a != up)
+                rest = std::max(rest, std::fabs(m[a]));
+        if (m[up] > 1.5 * rest && m[up] > 0)
+            return up;
+    }
+    const Box box = worldBox(*mainGrid(c));
+    int tall = 1;
+    for (const int a : {2, 0})
+        if (box.high[a] - box.low[a] > 1.1 * (box.high[tall] - box.low[tall]))
+            tall = a;
+    return tall == 0 ? 1 : tall;
+}
+
+// Cells along a typical line of sight through the grid's matter.
+double typicalThickness(const GridSummary& g) {
+    std::array<int, 3> cells{};
+    for (int a = 0; a < 3; ++a)
+        cells[a] = g.high[a] - g.low[a] + 1;
+    std::sort(cells.begin(), cells.end());
+    const double box = double(cells[0]) * cells[1] * cells[2];
+    const double filled = std::clamp(double(g.activeVoxels) / box, 0.05, 1.0);
+    return std::max(1.0, cells[0] * std::cbrt(filled));
+}
+
+using Settings = std::vector<std::pair<std::string, std::string>>;
+
+std::string number(double v) { return fmt::format("{:.6g}", v); }
+
+// Optical depth of a typical line of sight, so that smoke reads as a body with soft edges.
+constexpr double kSmokeDepth = 5;
+constexpr double kSmokeOverFireDepth = 1.6;
+
+void smokeSettings(const Cast& c, const ViewWishes& wishes, Settings& out) {
+    const GridSummary& g = *c.smoke;
+    const double level = std::max(g.mean, g.max * 0.02);
+    const double depth = (c.flame ? kSmokeOverFireDepth : kSmokeDepth) * wishes.densityScale;
+    const double perCell = depth / (level * typicalThickness(g));
+    out.emplace_back("targ", "0");
+    out.emplace_back("smoketransp", number(std::clamp(-std::expm1(-perCell), 1e-6, 0.999999)));
+    if (c.colored()) {
+        out.emplace_back("darg", "6");
+    } else {
+        out.emplace_back("darg", "5");
+        out.emplace_back("simple_color",
+                         c.flame ? "[0.22, 0.2, 0.19, 1]" : "[0.75, 0.75, 0.75, 1]");
+    }
+}
+
+// Deep red over orange to a pale yellow, as soot glows.
+void fireSettings(const Cast& c, const ViewWishes& wishes, Settings& out) {
+    const GridSummary& g = *c.flame;
+    const double top = g.max;
+    const bool isFuel = g.kind == GridSummary::Kind::Scalar;
+    out.emplace_back("earg", isFuel ? "10" : "1");
+    std::string positions, values;
+    for (const double x : {0.0, 0.08, 0.3, 0.6, 1.0})
+        positions += (positions.empty() ? "" : ", ") + number(x * top);
+    out.emplace_back("ecolor_positions", "[" + positions + "]");
+    out.emplace_back("ecolor_colors",
+                     "[[0.25, 0.01, 0], [0.9, 0.09, 0.01], [1, 0.32, 0.05], [1, 0.58, 0.18], "
+                     "[1, 0.8, 0.45]]");
+    out.emplace_back("elum_positions", "[" + positions + "]");
+    out.emplace_back("elum_values", "[0, 0.06, 0.35, 0.75, 1]");
+    out.emplace_back("elum_interpolations", "[1, 1, 1, 1, 1]");
+    out.emplace_back("fire_opacity_mode", "1");
+    const double level = std::max(g.mean / std::max(top, 1e-30), 0.15);
+    // The container takes a hundredth of the brightness in this mode.
+    out.emplace_back("emult", number(100 * wishes.fireScale * 5 / (level * typicalThickness(g))));
+    if (!c.smoke) {
+        out.emplace_back("darg", "0");
+        out.emplace_back("targ", "10");
+        out.emplace_back("transp_positions", "[0, " + number(top) + "]");
+        out.emplace_back("transp_values", "[0, 0.05]");
+        out.emplace_back("transp_interpolations", "[1, 1]");
+    }
+}
+
+// A level set is solid where it is negative.
+void levelSetSettings(const Cast& c, Settings& out) {
+    double cell = 0;
+    for (int a = 0; a < 3; ++a)
+        cell = std::max(cell, std::hypot(c.surface->toWorld[a][0], c.surface->toWorld[a][1],
+                                         c.surface->toWorld[a][2]));
+    out.emplace_back("darg", "5");
+    out.emplace_back("simple_color", "[0.7, 0.7, 0.7, 1]");
+    out.emplace_back("earg", "0");
+    out.emplace_back("targ", "1");
+    out.emplace_back("transp_positions", fmt::format("[{}, {}]", number(-cell), number(0.25 * cell)));
+    out.emplace_back("transp_values", "[0.98, 0]");
+    out.emplace_back("transp_interpolations", "[1, 1]");
+}
+
+std::string list(const std::vector<GridSummary>& grids) {
+    std::string text;
+    for (const GridSummary& g : grids) {
+        text += (text.empty() ? "" : ", ") + g.name;
+        if (!g.readable)
+            text += " (unreadable: " + g.problem + ")";
+        else if (g.empty())
+            text += " (empty)";
+    }
+    return text.empty() ? "no grids" : text;
+}
+
+std::string explain(const Cast& c, const std::vector<GridSummary>& grids) {
+    std::vector<std::string> parts;
+    if (c.smoke)
+        parts.push_back("smoke from '" + c.smoke->name + "'");
+    if (c.flame)
+        parts.push_back("fire from '" + c.flame->name + "'");
+    if (c.surface)
+        parts.push_back("a level set from '" + c.surface->name + "'");
+    if (c.colored())
+        parts.push_back("colour from '" + (c.color ? c.color : c.colors[0])->name + "'");
+    if (c.velocity || c.velocities[0])
+        parts.push_back("velocity from '" + (c.velocity ? c.velocity : c.velocities[0])->name + "'");
+    std::string text = "showing " + fmt::format("{}", fmt::join(parts, ", "));
+    std::string skipped;
+    for (const GridSummary& g : grids)
+        if (!g.readable)
+            skipped += (skipped.empty() ? "" : ", ") + ("'" + g.name + "' (" + g.problem + ")");
+    return skipped.empty() ? text : text + "; left out: " + skipped;
+}
+
+}  // namespace
+
+ViewLook chooseLook(const std::vector<GridSummary>& grids, const ViewWishes& wishes) {
+    ViewLook look;
+    Cast cast = choose(grids);
+    const GridSummary* main = mainGrid(cast);
+    if (!main) {
+        look.explanation = "nothing to show: the file holds " + list(grids);
+        return look;
+    }
+    dropForeignTransforms(cast);
+    look.subject = cast.surface              ? Subject::LevelSet
+                   : cast.smoke && cast.flame ? Subject::FireAndSmoke
+                   : cast.flame               ? Subject::Fire
+                                              : Subject::Smoke;
+    look.mapping = wishes.mapping.empty() ? mappingText(cast) : wishes.mapping;
+    look.explanation = explain(cast, grids);
+    look.upAxis = wishes.upAxis >= 0 ? wishes.upAxis : chooseUpAxis(cast);
+    const Box box = worldBox(*main);
+    look.boxLow = box.low;
+    look.boxHigh = box.high;
+    if (cast.flame) {
+        const Box fire = worldBox(*cast.flame);
+        look.fireLow = fire.low;
+        look.fireHigh = fire.high;
+        fireSettings(cast, wishes, look.settings);
+    } else if (!cast.surface) {
+        look.settings.emplace_back("earg", "0");
+    }
+    if (cast.smoke)
+        smokeSettings(cast, wishes, look.settings);
+    if (cast.surface)
+        levelSetSettings(cast, look.settings);
+    return look;
+}
+
+}  // namespace nimbra::cli
