@@ -1,0 +1,80 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/console.h"
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <iostream>
+
+namespace nimbra::cli {
+namespace {
+
+int terminalColumns() {
+    winsize size{};
+    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+}
+
+host::LogLevel limitOf(const ConsoleOptions& o) {
+    if (o.quiet)
+        return host::LogLevel::Error;
+    return o.verbose >= 2   ? host::LogLevel::Debug
+           : o.verbose == 1 ? host::LogLevel::Info
+                            : host::LogLevel::Warning;
+}
+
+}  // namespace
+
+Console::Console(const ConsoleOptions& options)
+    : options_(options),
+      printer_(std::cerr, options.quiet ? ProgressMode::None : options.progress,
+               isatty(STDERR_FILENO) != 0, terminalColumns()),
+      log_(limitOf(options), [this](host::LogLevel level, std::string_view text) {
+          line(level, text);
+      }) {
+    if (options.logFile.empty())
+        return;
+    file_.open(options.logFile, std::ios::app);
+    if (!file_)
+        logFileProblem_ = fmt::format("log file '{}' can't be opened: {}", options.logFile,
+                                      std::strerror(errno));
+}
+
+void Console::line(host::LogLevel level, std::string_view text) {
+    const std::lock_guard lock(mutex_);
+    printer_.interrupt();
+    std::cerr << host::toString(level) << ": " << text << std::endl;
+    if (file_) {
+        const std::time_t now = std::time(nullptr);
+        file_ << fmt::format("{:%Y-%m-%d %H:%M:%S} {}: {}\n", fmt::localtime(now),
+                             host::toString(level), text)
+              << std::flush;
+    }
+}
+
+void Console::note(const std::string& text) {
+    if (options_.quiet)
+        return;
+    const std::lock_guard lock(mutex_);
+    printer_.interrupt();
+    std::cerr << text << std::endl;
+    if (file_)
+        file_ << text << std::endl;
+}
+
+void Console::progress(const ProgressState& state) {
+    const std::lock_guard lock(mutex_);
+    printer_.update(state);
+}
+
+void Console::endProgress() {
+    const std::lock_guard lock(mutex_);
+    printer_.finish();
+}
+
+}  // namespace nimbra::cli
