@@ -4,7 +4,6 @@
 
 #include <fmt/chrono.h>
 #include <fmt/format.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,13 +11,10 @@
 #include <ctime>
 #include <iostream>
 
+#include "cli/terminal.h"
+
 namespace nimbra::cli {
 namespace {
-
-int terminalColumns() {
-    winsize size{};
-    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
-}
 
 host::LogLevel limitOf(const ConsoleOptions& o) {
     if (o.quiet)
@@ -33,7 +29,7 @@ host::LogLevel limitOf(const ConsoleOptions& o) {
 Console::Console(const ConsoleOptions& options)
     : options_(options),
       printer_(std::cerr, options.quiet ? ProgressMode::None : options.progress,
-               isatty(STDERR_FILENO) != 0, terminalColumns()),
+               isatty(STDERR_FILENO) != 0, terminalColumns(STDERR_FILENO)),
       log_(limitOf(options), [this](host::LogLevel level, std::string_view text) {
           line(level, text);
       }) {
