@@ -1,0 +1,159 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+//
+// The writing side of compressed float arrays. The library itself writes no caches; tools and tests do.
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstring>
+#include <new>
+
+#include "cache/bit_coder.h"
+#include "cache/sg_compressor.h"
+#include "foundation/log.h"
+
+namespace NMBUtils {
+namespace {
+
+constexpr float kOwnMin = 3.4028235e38f, kOwnMax = -3.4028235e38f;  // "take the data's range"
+constexpr int kMinRun = 4;
+
+template <class T>
+void put(std::vector<std::uint8_t>& out, const T& value) {
+    const auto* p = reinterpret_cast<const std::uint8_t*>(&value);
+    out.insert(out.end(), p, p + sizeof(T));
+}
+
+struct Range {
+    float min = 0, max = 0;
+};
+
+// Of all values; a value that isn't finite ends the scan and sets both to 0.
+Range rangeOf(const float* values, std::size_t count) {
+    if (count == 0)
+        return {};
+    Range r{values[0], values[0]};
+    for (std::size_t i = 0; i < count; ++i) {
+        if ((std::bit_cast<std::uint32_t>(values[i]) & 0x7F800000u) == 0x7F800000u)
+            return {};
+        r.min = std::min(r.min, values[i]);
+        r.max = std::max(r.max, values[i]);
+    }
+    return r;
+}
+
+std::int32_t quantise(float x, float minValue, float scale) {
+    const double q = std::round(static_cast<double>((x - minValue) * scale));
+    return static_cast<std::int32_t>(std::clamp(q, -2147483648.0, 2147483647.0));
+}
+
+void difference(std::vector<std::int32_t>& q, int order) {
+    for (int k = 0; k < order; ++k)
+        for (std::size_t i = q.size(); i-- > static_cast<std::size_t>(k) + 1;)
+            q[i] = static_cast<std::int32_t>(static_cast<std::uint32_t>(q[i]) -
+                                             static_cast<std::uint32_t>(q[i - 1]));
+}
+
+// The fourth equal value in a row turns the run into one negative number that counts it.
+void foldRuns(std::vector<std::int32_t>& q) {
+    std::size_t out = 0;
+    int same = 0;
+    std::int32_t last = 0;
+    bool any = false;
+    for (const std::int32_t v : q) {
+        if (any && v == last) {
+            ++same;
+            if (same < kMinRun) {
+                q[out++] = v;
+            } else if (same == kMinRun) {
+                out -= kMinRun - 1;
+                q[out++] = -kMinRun;
+            } else {
+                --q[out - 1];
+            }
+            continue;
+        }
+        same = 0;
+        q[out++] = last = v;
+        any = true;
+    }
+    q.resize(out);
+}
+
+bool encodeQuantised(const float* values, std::size_t count, const ZoneEncoding& e, Range range,
+                     std::vector<std::uint8_t>& out) try {
+    const float scale = e.bits > 0 ? static_cast<float>(1 << e.bits) / (range.max - range.min)
+                                   : 1.0f / e.step;
+    std::vector<std::int32_t> q(count);
+    for (std::size_t i = 0; i < count; ++i)
+        q[i] = quantise(values[i], range.min, scale);
+    const int order = std::clamp(e.order, 0, 255);
+    difference(q, order);
+    const std::int32_t base = *std::min_element(q.begin(), q.end());
+    out.push_back(2);
+    put(out, static_cast<std::int32_t>(count));
+    put(out, scale);
+    put(out, range.min);
+    put(out, base);
+    put(out, static_cast<std::uint8_t>(order));
+    for (std::int32_t& v : q)
+        v = static_cast<std::int32_t>(static_cast<std::uint32_t>(v) -
+                                      static_cast<std::uint32_t>(base));
+    foldRuns(q);
+    return encodeSymbols(q.data(), q.size(), out);
+} catch (const std::bad_alloc&) {
+    logLine("Can't allocate %d MB for compression\n", static_cast<int>(count / 0x100000));
+    return false;
+}
+
+}  // namespace
+
+bool encodeZone(const float* values, std::size_t count, const ZoneEncoding& e,
+                std::vector<std::uint8_t>& out) {
+    put(out, std::uint16_t{0xFC01});
+    Range range = rangeOf(values, count);
+    if (std::fabs(range.min - range.max) < 1e-20f) {
+        out.push_back(1);
+        put(out, static_cast<std::int32_t>(count));
+        put(out, range.min);
+        return true;
+    }
+    if (e.bits >= 20) {
+        out.push_back(0);
+        put(out, static_cast<std::int32_t>(count));
+        const auto* p = reinterpret_cast<const std::uint8_t*>(values);
+        out.insert(out.end(), p, p + count * 4);
+        return true;
+    }
+    if (e.minValue != kOwnMin)
+        range.min = e.minValue;
+    if (e.maxValue != kOwnMax)
+        range.max = e.maxValue;
+    return encodeQuantised(values, count, e, range, out);
+}
+
+bool encodeStream(const float* values, std::size_t count, int zoneCount, const ZoneEncoding& e,
+                  std::vector<std::uint8_t>& out) {
+    const auto zones = static_cast<std::size_t>(
+        std::clamp<std::int64_t>(zoneCount, 1, std::min<std::int64_t>(
+            65535, std::max<std::int64_t>(1, static_cast<std::int64_t>(count)))));
+    if (zones == 1)
+        return encodeZone(values, count, e, out);
+    std::vector<std::uint8_t> data;
+    put(out, std::uint16_t{0xFC03});
+    put(out, static_cast<std::uint16_t>(zones));
+    std::vector<std::int32_t> offsets;
+    for (std::size_t i = 0; i < zones; ++i) {
+        const std::size_t first = count * i / zones, end = count * (i + 1) / zones;
+        put(out, static_cast<std::int32_t>(first));
+        offsets.push_back(static_cast<std::int32_t>(data.size()));
+        if (!encodeZone(values + first, end - first, e, data))
+            return false;
+    }
+    for (const std::int32_t offset : offsets)
+        put(out, offset);
+    out.insert(out.end(), data.begin(), data.end());
+    return true;
+}
+
+}  // namespace NMBUtils
