@@ -85,7 +85,8 @@ bool BitDecoder::readTable(BitReader& in) {
     base_ = in.take(32);
     const int rateBits = static_cast<int>(in.take(6)), valueBits = static_cast<int>(in.take(6));
     const std::uint64_t entryBits = 1 + static_cast<std::uint64_t>(valueBits);
-    if (symbolCount == 0 || rateBits > 32 || valueBits > 32 || symbolCount > in.left() / entryBits) {
+    if (symbolCount == 0 || rateBits > 32 || valueBits > 32 ||
+        symbolCount > in.left() / entryBits) {
         logLine("Encode InitDecoder srt failed!\n");
         return false;
     }

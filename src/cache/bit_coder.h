@@ -1,9 +1,10 @@
 // Copyright 2026 The Nimbra Authors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The entropy coder of compressed grids: a static prefix code, built top-down by splitting the symbols
-// at half their weight (R. M. Fano, "The transmission of information", 1949), or plain fields of bits.
-// The table of symbols and rates travels in the stream; both sides build the same tree from it.
+// The entropy coder of compressed grids: a static prefix code, built top-down by splitting the
+// symbols at half their weight (R. M. Fano, "The transmission of information", 1949), or plain
+// fields of bits. The table of symbols and rates travels in the stream; both sides build the same
+// tree from it.
 #pragma once
 
 #include <cstdint>
@@ -20,15 +21,15 @@ struct SymbolRate {
     std::uint32_t rate = 0;
 };
 
-/// A node of the code tree. A leaf has no children and holds its symbol; an inner node holds the table
-/// index at which its right half starts.
+/// A node of the code tree. A leaf has no children and holds its symbol; an inner node holds the
+/// table index at which its right half starts.
 struct CodeNode {
     std::uint32_t word = 0;
     std::int32_t child = -1;  // the first of two neighbours; -1: a leaf
 };
 
-/// A code and its length in bits, first decision in the lowest bit. Codes of more than 64 bits can't be
-/// written; reading has no limit.
+/// A code and its length in bits, first decision in the lowest bit. Codes of more than 64 bits
+/// can't be written; reading has no limit.
 struct PrefixCode {
     std::uint64_t code = 0;
     std::int32_t length = 0;
@@ -42,8 +43,8 @@ bool buildCodeTree(const std::vector<SymbolRate>& table, std::uint64_t total,
 /// Decodes the symbols of one zone.
 class BitDecoder {
 public:
-    /// Reads the form and, in the table form, the table. False, with a line in the log, when the table
-    /// can't be what it claims or there is no memory for it.
+    /// Reads the form and, in the table form, the table. False, with a line in the log, when the
+    /// table can't be what it claims or there is no memory for it.
     bool init(BitReader& in);
     /// The next symbol, in both forms with its base added.
     std::int32_t next(BitReader& in) {
@@ -62,8 +63,8 @@ public:
 private:
     static constexpr int kLookupBits = 12;
     static constexpr std::uint32_t kLookupSize = 1u << kLookupBits;
-    // What a pattern of bits means: a symbol with its base added, or, with a length above kLookupBits,
-    // the node at which a longer code goes on.
+    // What a pattern of bits means: a symbol with its base added, or, with a length above
+    // kLookupBits, the node at which a longer code goes on.
     struct Entry {
         std::uint32_t value = 0;
         std::int32_t length = 0;
@@ -80,8 +81,8 @@ private:
     std::vector<Entry> lookup_;
 };
 
-/// Appends the code of `values` to `out`: the form that is smaller, in whole words of 32 bits. False
-/// without memory, with a line in the log.
+/// Appends the code of `values` to `out`: the form that is smaller, in whole words of 32 bits.
+/// False without memory, with a line in the log.
 bool encodeSymbols(const std::int32_t* values, std::size_t count, std::vector<std::uint8_t>& out);
 
 }  // namespace NMBUtils

@@ -58,8 +58,8 @@ Symbols scan(const std::int32_t* values, std::size_t count) {
     const auto [low, high] = std::minmax_element(values, values + count);
     const auto range = static_cast<std::uint64_t>(std::int64_t{*high} - *low + 1);
     const int bits = std::bit_width(range);
-    return {values, count, *low, range, bits,
-            static_cast<std::int64_t>(static_cast<std::uint64_t>(bits) * count / 8)};
+    return {values, count, *low,
+            range,  bits,  static_cast<std::int64_t>(static_cast<std::uint64_t>(bits) * count / 8)};
 }
 
 // Used symbols by falling rate; empty, with a line in the log, without memory.

@@ -1,7 +1,8 @@
 // Copyright 2026 The Nimbra Authors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Bits out of a byte range, least significant bit first. Behind the end come zeros; `overrun` tells.
+// Bits out of a byte range, least significant bit first. Behind the end come zeros; `overrun`
+// tells.
 #pragma once
 
 #include <bit>

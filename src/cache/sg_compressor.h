@@ -36,16 +36,17 @@ struct Zone {
     std::uint64_t readPos = 0;             // bytes read so far
     std::uint64_t readLimit = 0;           // bytes that the zone's header fields may take
     float* dst = nullptr;
-    std::uint64_t maxCount = 0;            // most elements it may produce
+    std::uint64_t maxCount = 0;  // most elements it may produce
     int result = 0;
 };
 
 /// What the encoder is told.
 struct ZoneEncoding {
-    int bits = 16;  // 20 and more: raw floats; 1 to 19: 2^bits steps over the range; 0, less: `step`
+    int bits =
+        16;  // 20 and more: raw floats; 1 to 19: 2^bits steps over the range; 0, less: `step`
     float step = 0;
-    int order = 1;  // differencing passes, 0 to 255
-    float minValue = 3.4028235e38f;   // range to quantise in; these two mean the data's own
+    int order = 1;                   // differencing passes, 0 to 255
+    float minValue = 3.4028235e38f;  // range to quantise in; these two mean the data's own
     float maxValue = -3.4028235e38f;
 };
 
@@ -59,9 +60,9 @@ public:
     void Run(Job* job) override;
     const char* GetName() const override { return "SGCompressor"; }
 
-    /// Fills `dst`, which holds `elementLimit` floats, from a stream of `bytes` bytes. 0 on failure,
-    /// `dst` may then be written in parts. A stream of several zones answers 1 even if single zones
-    /// failed; their part of `dst` stays as it was.
+    /// Fills `dst`, which holds `elementLimit` floats, from a stream of `bytes` bytes. 0 on
+    /// failure, `dst` may then be written in parts. A stream of several zones answers 1 even if
+    /// single zones failed; their part of `dst` stays as it was.
     int Decode(const std::uint8_t* src, std::uint64_t bytes, float* dst,
                std::uint64_t elementLimit);
 
@@ -89,8 +90,8 @@ bool encodeZone(const float* values, std::size_t count, const ZoneEncoding& enco
 bool encodeStream(const float* values, std::size_t count, int zoneCount,
                   const ZoneEncoding& encoding, std::vector<std::uint8_t>& out);
 
-/// Inflates a whole zlib buffer into exactly `outSize` bytes. False, with zlib's code in the log, when
-/// the stream doesn't end just there.
+/// Inflates a whole zlib buffer into exactly `outSize` bytes. False, with zlib's code in the log,
+/// when the stream doesn't end just there.
 bool inflateWhole(const std::uint8_t* src, std::uint64_t bytes, void* out, std::uint64_t outSize);
 
 }  // namespace NMBUtils

@@ -177,10 +177,14 @@ int decodeZone(Zone& zone, int dimensions, NmbArray<int, long long>& work) {
     if (!readField(zone, method))
         return 0;
     switch (method) {
-        case 0: return decodeRaw(zone);
-        case 1: return decodeConstant(zone);
-        case 2: return decodeQuantised(zone, dimensions, work);
-        default: return 0;
+        case 0:
+            return decodeRaw(zone);
+        case 1:
+            return decodeConstant(zone);
+        case 2:
+            return decodeQuantised(zone, dimensions, work);
+        default:
+            return 0;
     }
 }
 

@@ -8,8 +8,8 @@
 
 namespace NMBUtils {
 
-/// Decodes the zone into its part of the output, `dimensions` being 1 or 3. `work` grows to the zone's
-/// element count. 0 on failure; `dst` is written only by a zone that succeeds.
+/// Decodes the zone into its part of the output, `dimensions` being 1 or 3. `work` grows to the
+/// zone's element count. 0 on failure; `dst` is written only by a zone that succeeds.
 int decodeZone(Zone& zone, int dimensions, NmbArray<int, long long>& work);
 
 /// Undoes `order` passes of differencing along a sequence.

@@ -1,7 +1,8 @@
 // Copyright 2026 The Nimbra Authors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The writing side of compressed float arrays. The library itself writes no caches; tools and tests do.
+// The writing side of compressed float arrays. The library itself writes no caches; tools and tests
+// do.
 #include <algorithm>
 #include <bit>
 #include <cmath>
@@ -82,8 +83,8 @@ void foldRuns(std::vector<std::int32_t>& q) {
 
 bool encodeQuantised(const float* values, std::size_t count, const ZoneEncoding& e, Range range,
                      std::vector<std::uint8_t>& out) try {
-    const float scale = e.bits > 0 ? static_cast<float>(1 << e.bits) / (range.max - range.min)
-                                   : 1.0f / e.step;
+    const float scale =
+        e.bits > 0 ? static_cast<float>(1 << e.bits) / (range.max - range.min) : 1.0f / e.step;
     std::vector<std::int32_t> q(count);
     for (std::size_t i = 0; i < count; ++i)
         q[i] = quantise(values[i], range.min, scale);
@@ -134,9 +135,10 @@ bool encodeZone(const float* values, std::size_t count, const ZoneEncoding& e,
 
 bool encodeStream(const float* values, std::size_t count, int zoneCount, const ZoneEncoding& e,
                   std::vector<std::uint8_t>& out) {
-    const auto zones = static_cast<std::size_t>(
-        std::clamp<std::int64_t>(zoneCount, 1, std::min<std::int64_t>(
-            65535, std::max<std::int64_t>(1, static_cast<std::int64_t>(count)))));
+    const auto zones = static_cast<std::size_t>(std::clamp<std::int64_t>(
+        zoneCount, 1,
+        std::min<std::int64_t>(65535,
+                               std::max<std::int64_t>(1, static_cast<std::int64_t>(count)))));
     if (zones == 1)
         return encodeZone(values, count, e, out);
     std::vector<std::uint8_t> data;

@@ -57,8 +57,8 @@ int runParams(const ParamsOptions& o) {
     host::PluginRegistry registry(console.log());
     host::addHostPlugins(registry);
     std::string error;
-    if (!registry.loadModule(o.module.empty() ? host::PluginRegistry::defaultModulePath() : o.module,
-                             error)) {
+    if (!registry.loadModule(
+            o.module.empty() ? host::PluginRegistry::defaultModulePath() : o.module, error)) {
         console.log().error(error);
         return kExitInput;
     }

@@ -30,15 +30,14 @@ Console::Console(const ConsoleOptions& options)
     : options_(options),
       printer_(std::cerr, options.quiet ? ProgressMode::None : options.progress,
                isatty(STDERR_FILENO) != 0, terminalColumns(STDERR_FILENO)),
-      log_(limitOf(options), [this](host::LogLevel level, std::string_view text) {
-          line(level, text);
-      }) {
+      log_(limitOf(options),
+           [this](host::LogLevel level, std::string_view text) { line(level, text); }) {
     if (options.logFile.empty())
         return;
     file_.open(options.logFile, std::ios::app);
     if (!file_)
-        logFileProblem_ = fmt::format("log file '{}' can't be opened: {}", options.logFile,
-                                      std::strerror(errno));
+        logFileProblem_ =
+            fmt::format("log file '{}' can't be opened: {}", options.logFile, std::strerror(errno));
 }
 
 void Console::line(host::LogLevel level, std::string_view text) {

@@ -16,8 +16,9 @@ namespace {
 
 int run(int argc, char** argv) {
     using namespace nimbra::cli;
-    CLI::App app("Renders what fluid simulators leave on disk: smoke, fire and liquids from caches.",
-                 "nimbra");
+    CLI::App app(
+        "Renders what fluid simulators leave on disk: smoke, fire and liquids from caches.",
+        "nimbra");
     app.set_version_flag("--version", versionText);
     app.require_subcommand(1);
     app.footer(std::string(kExitCodeHelp) + "\n'nimbra COMMAND --help' tells more.");

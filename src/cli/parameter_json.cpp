@@ -16,7 +16,9 @@ using TessUtils::ParameterDef;
 using TessUtils::TessraPluginParameter;
 
 // The shortest decimal that reads back as the same float: 0.1, not 0.10000000149011612.
-double shortest(float v) { return std::strtod(fmt::format("{}", v).c_str(), nullptr); }
+double shortest(float v) {
+    return std::strtod(fmt::format("{}", v).c_str(), nullptr);
+}
 
 Json colorJson(const TessUtils::Color& c) {
     return Json::array({shortest(c.r), shortest(c.g), shortest(c.b)});
@@ -39,16 +41,24 @@ Json transformJson(const TessUtils::Transform& t) {
 
 Json valueJson(TessUtils::TessraParameterType type, const TessraPluginParameter& p, int index) {
     switch (type) {
-        case TessUtils::paramtype_bool: return p.getBool(index, 0);
-        case TessUtils::paramtype_int: return p.getInt(index, 0);
+        case TessUtils::paramtype_bool:
+            return p.getBool(index, 0);
+        case TessUtils::paramtype_int:
+            return p.getInt(index, 0);
         case TessUtils::paramtype_float:
-        case TessUtils::paramtype_textureFloat: return shortest(p.getFloat(index, 0));
-        case TessUtils::paramtype_string: return p.getString(index, 0);
-        case TessUtils::paramtype_color: return colorJson(p.getColor(index, 0));
+        case TessUtils::paramtype_textureFloat:
+            return shortest(p.getFloat(index, 0));
+        case TessUtils::paramtype_string:
+            return p.getString(index, 0);
+        case TessUtils::paramtype_color:
+            return colorJson(p.getColor(index, 0));
         case TessUtils::paramtype_acolor:
-        case TessUtils::paramtype_texture: return acolorJson(p.getAColor(index, 0));
-        case TessUtils::paramtype_transform: return transformJson(p.getTransform(index, 0));
-        default: return nullptr;
+        case TessUtils::paramtype_texture:
+            return acolorJson(p.getAColor(index, 0));
+        case TessUtils::paramtype_transform:
+            return transformJson(p.getTransform(index, 0));
+        default:
+            return nullptr;
     }
 }
 
@@ -58,7 +68,9 @@ Json defaultJson(const ParameterDef& row) {
     return valueJson(row.type, *row.defaultValue, 0);
 }
 
-Json textOrNull(const char* text) { return text ? Json(text) : Json(nullptr); }
+Json textOrNull(const char* text) {
+    return text ? Json(text) : Json(nullptr);
+}
 
 Json rowJson(const ParameterDef& row) {
     Json out;
@@ -98,7 +110,7 @@ std::string defaultText(const ParameterDef& row) {
         return "";
     if (row.type == TessUtils::paramtype_transform)
         return row.defaultValue->getTransform(0, 0) == TessUtils::Transform() ? "identity"
-                                                                               : value.dump();
+                                                                              : value.dump();
     return value.dump();
 }
 
@@ -154,23 +166,37 @@ std::string markdownCell(const std::string& text) {
 
 const char* typeWord(TessUtils::TessraParameterType type) {
     switch (type) {
-        case TessUtils::paramtype_bool: return "bool";
-        case TessUtils::paramtype_int: return "int";
-        case TessUtils::paramtype_float: return "float";
-        case TessUtils::paramtype_string: return "string";
-        case TessUtils::paramtype_color: return "color";
-        case TessUtils::paramtype_acolor: return "acolor";
-        case TessUtils::paramtype_texture: return "texture";
-        case TessUtils::paramtype_textureFloat: return "textureFloat";
-        case TessUtils::paramtype_transform: return "transform";
-        case TessUtils::paramtype_plugin: return "plugin";
-        case TessUtils::paramtype_vector: return "vector";
-        case TessUtils::paramtype_list: return "list";
+        case TessUtils::paramtype_bool:
+            return "bool";
+        case TessUtils::paramtype_int:
+            return "int";
+        case TessUtils::paramtype_float:
+            return "float";
+        case TessUtils::paramtype_string:
+            return "string";
+        case TessUtils::paramtype_color:
+            return "color";
+        case TessUtils::paramtype_acolor:
+            return "acolor";
+        case TessUtils::paramtype_texture:
+            return "texture";
+        case TessUtils::paramtype_textureFloat:
+            return "textureFloat";
+        case TessUtils::paramtype_transform:
+            return "transform";
+        case TessUtils::paramtype_plugin:
+            return "plugin";
+        case TessUtils::paramtype_vector:
+            return "vector";
+        case TessUtils::paramtype_list:
+            return "list";
     }
     return "list";
 }
 
-std::string parametersJson(const host::PluginType& type) { return typeJson(type).dump(2) + "\n"; }
+std::string parametersJson(const host::PluginType& type) {
+    return typeJson(type).dump(2) + "\n";
+}
 
 std::string parametersJson(const host::PluginRegistry& registry) {
     Json out = Json::array();
@@ -187,14 +213,14 @@ std::string parametersText(const host::PluginType& type, int columns) {
         defaultWidth = std::max(defaultWidth, std::min<std::size_t>(defaultText(*row).size(), 24));
     }
     const std::size_t indent = nameWidth + typeWidth + defaultWidth + 6;
-    std::string out = fmt::format("{} ({} parameters)\n{}\n\n", type.name(), type.rows.size(),
-                                  wrapped(type.desc->getDescription(), 0,
-                                          static_cast<std::size_t>(columns)));
+    std::string out =
+        fmt::format("{} ({} parameters)\n{}\n\n", type.name(), type.rows.size(),
+                    wrapped(type.desc->getDescription(), 0, static_cast<std::size_t>(columns)));
     for (const ParameterDef* row : type.rows) {
-        std::string line = fmt::format(
-            "{:{}}  {:{}}  {:{}}  {}", row->name, nameWidth, typeText(*row), typeWidth,
-            defaultText(*row), defaultWidth,
-            wrapped(describe(*row), indent, static_cast<std::size_t>(columns)));
+        std::string line =
+            fmt::format("{:{}}  {:{}}  {:{}}  {}", row->name, nameWidth, typeText(*row), typeWidth,
+                        defaultText(*row), defaultWidth,
+                        wrapped(describe(*row), indent, static_cast<std::size_t>(columns)));
         line.erase(line.find_last_not_of(' ') + 1);
         out += line + "\n";
     }
@@ -202,9 +228,10 @@ std::string parametersText(const host::PluginType& type, int columns) {
 }
 
 std::string parametersMarkdown(const host::PluginType& type) {
-    std::string out = fmt::format("## {}\n\n{}\n\n| Parameter | Type | Default | Meaning |\n"
-                                  "| --- | --- | --- | --- |\n",
-                                  type.name(), type.desc->getDescription());
+    std::string out = fmt::format(
+        "## {}\n\n{}\n\n| Parameter | Type | Default | Meaning |\n"
+        "| --- | --- | --- | --- |\n",
+        type.name(), type.desc->getDescription());
     for (const ParameterDef* row : type.rows)
         out += fmt::format("| `{}` | {} | {} | {} |\n", row->name, typeText(*row),
                            markdownCell(defaultText(*row)), markdownCell(describe(*row)));

@@ -10,8 +10,8 @@
 
 namespace nimbra::cli {
 
-/// Word for a row's type: bool, int, float, string, color, acolor, texture, textureFloat, transform,
-/// plugin, vector or list.
+/// Word for a row's type: bool, int, float, string, color, acolor, texture, textureFloat,
+/// transform, plugin, vector or list.
 const char* typeWord(TessUtils::TessraParameterType type);
 
 /// {"plugin", "id", "description", "parameters": [{"name", "type", "default", "count", "interface",

@@ -12,12 +12,14 @@
 namespace nimbra::cli {
 
 void addRenderOptions(CLI::App& command, RenderOptions& o) {
-    command.add_option("-o,--output", o.output,
-                       "Picture to write: .exr or .png; '####' stands for the frame number")
+    command
+        .add_option("-o,--output", o.output,
+                    "Picture to write: .exr or .png; '####' stands for the frame number")
         ->type_name("FILE");
-    command.add_option("-f,--frames", o.frames,
-                       "Frames: N, A-B, A-BxS (every S-th), A-ByS (all but those), A-B:S (coarse to "
-                       "fine), joined by commas; @slurm: this array task's share")
+    command
+        .add_option("-f,--frames", o.frames,
+                    "Frames: N, A-B, A-BxS (every S-th), A-ByS (all but those), A-B:S (coarse to "
+                    "fine), joined by commas; @slurm: this array task's share")
         ->type_name("RANGE");
     command.add_option("--size", o.size, "Picture size: 960x540, or 50% of the scene's")
         ->type_name("WxH");
@@ -28,8 +30,7 @@ void addRenderOptions(CLI::App& command, RenderOptions& o) {
     command.add_option("-t,--threads", o.threads, "Render threads; 0: all allowed processors")
         ->check(CLI::Range(0, 64));
     command.add_option("--seed", o.seed, "Seed of the random numbers");
-    command
-        .add_option("--set", o.sets, "A parameter of the scene, like --set smoke.rendstep=50")
+    command.add_option("--set", o.sets, "A parameter of the scene, like --set smoke.rendstep=50")
         ->type_name("PLUGIN.PARAM=VALUE")
         ->allow_extra_args(false);
     command.add_flag("--preview", o.preview, "Half size, a quarter of the samples, larger steps");
@@ -51,9 +52,9 @@ void addRenderOptions(CLI::App& command, RenderOptions& o) {
         ->type_name("[=FILE]");
     command.add_option("--progress", o.progress, "auto, bar, plain, json, alf or none")
         ->check([](const std::string& name) {
-            return progressModeNamed(name) ? std::string()
-                                           : "'" + name +
-                                                 "' is none of auto, bar, plain, json, alf, none";
+            return progressModeNamed(name)
+                       ? std::string()
+                       : "'" + name + "' is none of auto, bar, plain, json, alf, none";
         });
     command.add_option("--module", o.module, "Plug-in library to load")->type_name("FILE");
 }

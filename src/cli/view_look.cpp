@@ -95,7 +95,9 @@ struct Cast {
 };
 
 // Only positive values make smoke or fire.
-const GridSummary* withMatter(const GridSummary* g) { return g && g->max > 0 ? g : nullptr; }
+const GridSummary* withMatter(const GridSummary* g) {
+    return g && g->max > 0 ? g : nullptr;
+}
 
 Cast choose(const std::vector<GridSummary>& grids) {
     Cast c;
@@ -234,7 +236,9 @@ double typicalThickness(const GridSummary& g) {
 
 using Settings = std::vector<std::pair<std::string, std::string>>;
 
-std::string number(double v) { return fmt::format("{:.6g}", v); }
+std::string number(double v) {
+    return fmt::format("{:.6g}", v);
+}
 
 // Optical depth of a typical line of sight, so that smoke reads as a body with soft edges.
 constexpr double kSmokeDepth = 5;
@@ -295,7 +299,8 @@ void levelSetSettings(const Cast& c, Settings& out) {
     out.emplace_back("simple_color", "[0.7, 0.7, 0.7, 1]");
     out.emplace_back("earg", "0");
     out.emplace_back("targ", "1");
-    out.emplace_back("transp_positions", fmt::format("[{}, {}]", number(-cell), number(0.25 * cell)));
+    out.emplace_back("transp_positions",
+                     fmt::format("[{}, {}]", number(-cell), number(0.25 * cell)));
     out.emplace_back("transp_values", "[0.98, 0]");
     out.emplace_back("transp_interpolations", "[1, 1]");
 }
@@ -323,7 +328,8 @@ std::string explain(const Cast& c, const std::vector<GridSummary>& grids) {
     if (c.colored())
         parts.push_back("colour from '" + (c.color ? c.color : c.colors[0])->name + "'");
     if (c.velocity || c.velocities[0])
-        parts.push_back("velocity from '" + (c.velocity ? c.velocity : c.velocities[0])->name + "'");
+        parts.push_back("velocity from '" + (c.velocity ? c.velocity : c.velocities[0])->name +
+                        "'");
     std::string text = "showing " + fmt::format("{}", fmt::join(parts, ", "));
     std::string skipped;
     for (const GridSummary& g : grids)
@@ -343,7 +349,7 @@ ViewLook chooseLook(const std::vector<GridSummary>& grids, const ViewWishes& wis
         return look;
     }
     dropForeignTransforms(cast);
-    look.subject = cast.surface              ? Subject::LevelSet
+    look.subject = cast.surface               ? Subject::LevelSet
                    : cast.smoke && cast.flame ? Subject::FireAndSmoke
                    : cast.flame               ? Subject::Fire
                                               : Subject::Smoke;

@@ -19,10 +19,10 @@ struct GridSummary {
     std::string name;
     Kind kind = Kind::Other;
     bool readable = true;
-    std::string problem;              // why it isn't readable
-    std::array<int, 3> low{}, high{}; // active box in cells, inclusive; low > high: empty
+    std::string problem;               // why it isn't readable
+    std::array<int, 3> low{}, high{};  // active box in cells, inclusive; low > high: empty
     std::int64_t activeVoxels = 0;
-    double min = 0, max = 0, mean = 0; // of the active, finite values
+    double min = 0, max = 0, mean = 0;  // of the active, finite values
     /// Index to world: three axis vectors and the place of cell 0.
     std::array<std::array<double, 3>, 4> toWorld{{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {0, 0, 0}}};
     /// Mean of the active values of a vector grid.

@@ -87,8 +87,9 @@ TEST(IncludeArrows, IncludesNameTheirFolder) {
 TEST(IncludeArrows, SimInterfaceStaysPure) {
     const fs::path src = fs::path(NIMBRA_SOURCE_DIR) / "src";
     for (const Include& i : projectIncludes(src))
-        if (i.file == kSimInterface)
+        if (i.file == kSimInterface) {
             EXPECT_EQ(folderOf(i.target), "tessra") << "line " << i.line;
+        }
 }
 
 TEST(IncludeArrows, HeavyHeadersStayInSources) {

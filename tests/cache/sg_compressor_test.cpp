@@ -1,0 +1,147 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "cache/sg_compressor.h"
+
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <cmath>
+#include <fstream>
+#include <iterator>
+#include <random>
+
+#include "support/golden.h"
+
+namespace NMBUtils {
+namespace {
+
+using nimbra::test::GoldenCase;
+using Bytes = std::vector<std::uint8_t>;
+
+Bytes readFile(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+std::string crcOf(const float* values, std::size_t count) {
+    char text[16];
+    std::snprintf(text, sizeof text, "%08lx",
+                  crc32(0, reinterpret_cast<const Bytef*>(values), static_cast<uInt>(count * 4)));
+    return text;
+}
+
+int decode(int dimensions, const Bytes& bytes, std::vector<float>& out) {
+    if (dimensions == 1)
+        return SGCompressor<1>().Decode(bytes.data(), bytes.size(), out.data(), out.size());
+    return SGCompressor<3>().Decode(bytes.data(), bytes.size(), out.data(), out.size());
+}
+
+void checkStream(const nlohmann::json& c, float prefill, const std::filesystem::path& folder) {
+    const Bytes bytes = readFile(folder / c["file"].get<std::string>());
+    std::vector<float> out(c["elementLimit"].get<std::size_t>(), prefill);
+    EXPECT_EQ(decode(c["dimensions"], bytes, out) != 0, c["returns"].get<bool>());
+    if (c.value("untouched", false)) {
+        EXPECT_TRUE(std::all_of(out.begin(), out.end(), [&](float v) { return v == prefill; }));
+    }
+    if (!c.contains("checkedCount"))
+        return;
+    const auto checked = c["checkedCount"].get<std::size_t>();
+    EXPECT_EQ(crcOf(out.data(), checked), c["crc32"]);
+    const auto& index = c["sample_index"];
+    for (std::size_t i = 0; i < index.size(); ++i)
+        EXPECT_EQ(nimbra::test::bitsOf(out[index[i].get<std::size_t>()]), c["sample_bits"][i]);
+}
+
+TEST(SGCompressor, GoldenStreams_DecodeToTheBit) {
+    for (const GoldenCase& golden : nimbra::test::goldenNamed("streams")) {
+        if (!golden.json.contains("prefill"))
+            continue;
+        for (const auto& c : golden.json["streams"]) {
+            SCOPED_TRACE(c["file"].get<std::string>() + ": " + c["covers"].get<std::string>());
+            checkStream(c, nimbra::test::floatOf(golden.json["prefill"]),
+                        golden.path.parent_path());
+        }
+    }
+}
+
+// Smoke-like: empty space, smooth bodies, a little noise.
+std::vector<float> smoke(std::size_t count, unsigned seed) {
+    std::mt19937 random(seed);
+    std::vector<float> v(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        const double s = std::sin(static_cast<double>(i) * 0.01) - 0.4;
+        v[i] = s > 0 ? static_cast<float>(s + (random() % 1000) * 1e-5) : 0.0f;
+    }
+    return v;
+}
+
+TEST(SGCompressor, WrittenStreams_ComeBackWithinHalfAStep) {
+    for (const int bits : {0, 6, 12, 19, 20})
+        for (const int order : {0, 1, 2})
+            for (const int zones : {1, 3})
+                for (const std::size_t count : {1u, 5u, 1000u, 20000u}) {
+                    const std::vector<float> in = smoke(count, 7);
+                    ZoneEncoding e;
+                    e.bits = bits;
+                    e.step = 0.01f;
+                    e.order = order;
+                    Bytes bytes;
+                    ASSERT_TRUE(encodeStream(in.data(), count, zones, e, bytes));
+                    std::vector<float> out(count, -7.0f);
+                    ASSERT_EQ(decode(1, bytes, out), 1);
+                    const float step = bits == 0 ? 0.01f : bits < 20 ? 1.1f / float(1 << bits) : 0;
+                    for (std::size_t i = 0; i < count; ++i)
+                        ASSERT_NEAR(out[i], in[i], step * 0.5 + 2e-7)
+                            << bits << " bits, order " << order << ", zones " << zones << ", " << i;
+                }
+}
+
+TEST(SGCompressor, ConstantAndNonFiniteZones_TakeElevenBytes) {
+    std::vector<float> v(300, 2.5f);
+    Bytes bytes;
+    ASSERT_TRUE(encodeZone(v.data(), v.size(), {}, bytes));
+    EXPECT_EQ(bytes.size(), 11u);
+    v[100] = std::nanf("");
+    bytes.clear();
+    ASSERT_TRUE(encodeZone(v.data(), v.size(), {}, bytes));
+    ASSERT_EQ(decode(1, bytes, v), 1);
+    EXPECT_EQ(v[0], 0.0f) << "a value that isn't finite turns its zone into a constant 0";
+}
+
+TEST(SGCompressor, DamagedStreams_StayInsideTheirBuffers) {
+    const std::vector<float> in = smoke(4000, 3);
+    std::mt19937 random(11);
+    for (const int zones : {1, 4}) {
+        ZoneEncoding e;
+        e.bits = 10;
+        Bytes sound;
+        ASSERT_TRUE(encodeStream(in.data(), in.size(), zones, e, sound));
+        std::vector<float> out(in.size());
+        for (std::size_t cut = 0; cut < std::min<std::size_t>(sound.size(), 600); ++cut)
+            decode(1, Bytes(sound.begin(), sound.begin() + static_cast<long>(cut)), out);
+        for (int i = 0; i < 3000; ++i) {
+            Bytes broken = sound;
+            for (unsigned hits = 1 + random() % 4; hits > 0; --hits)
+                broken[random() %
+                       std::min<std::size_t>(broken.size(), i % 2 ? 60 : broken.size())] =
+                    static_cast<std::uint8_t>(random());
+            decode(1 + 2 * (i & 1), broken, out);
+        }
+    }
+}
+
+TEST(InflateWhole, OnlyExactSizesSucceed) {
+    const std::vector<float> in = smoke(1000, 5);
+    uLongf size = compressBound(4000);
+    Bytes packed(size);
+    compress(packed.data(), &size, reinterpret_cast<const Bytef*>(in.data()), 4000);
+    std::vector<float> out(1001);
+    EXPECT_TRUE(inflateWhole(packed.data(), size, out.data(), 4000));
+    EXPECT_EQ(std::vector<float>(out.begin(), out.end() - 1), in);
+    EXPECT_FALSE(inflateWhole(packed.data(), size, out.data(), 3999));
+    EXPECT_FALSE(inflateWhole(packed.data(), size / 2, out.data(), 4000));
+    EXPECT_FALSE(inflateWhole(packed.data(), 0, out.data(), 4000));
+}
+
+}  // namespace
+}  // namespace NMBUtils
