@@ -2,8 +2,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cache/sg_compressor.h"
 
-#include <zlib.h>
-
 #include <algorithm>
 #include <cstring>
 #include <limits>
@@ -130,27 +128,5 @@ int SGCompressor<N>::decodeZones(const std::uint8_t* src, std::uint64_t bytes, f
 
 template class SGCompressor<1>;
 template class SGCompressor<3>;
-
-bool inflateWhole(const std::uint8_t* src, std::uint64_t bytes, void* out, std::uint64_t outSize) {
-    constexpr std::uint64_t kMost = std::numeric_limits<uInt>::max();
-    if (bytes > kMost || outSize > kMost) {
-        logLine("[ERROR] Decompressing Zip (%d)\n", Z_BUF_ERROR);
-        return false;
-    }
-    z_stream stream{};
-    stream.next_in = const_cast<Bytef*>(src);
-    stream.avail_in = static_cast<uInt>(bytes);
-    stream.next_out = static_cast<Bytef*>(out);
-    stream.avail_out = static_cast<uInt>(outSize);
-    int code = inflateInit_(&stream, "1.2.8", static_cast<int>(sizeof(stream)));
-    if (code == Z_OK) {
-        code = inflate(&stream, Z_FINISH);
-        inflateEnd(&stream);
-    }
-    if (code == Z_STREAM_END)
-        return true;
-    logLine("[ERROR] Decompressing Zip (%d)\n", code);
-    return false;
-}
 
 }  // namespace NMBUtils

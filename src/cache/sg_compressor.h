@@ -90,8 +90,4 @@ bool encodeZone(const float* values, std::size_t count, const ZoneEncoding& enco
 bool encodeStream(const float* values, std::size_t count, int zoneCount,
                   const ZoneEncoding& encoding, std::vector<std::uint8_t>& out);
 
-/// Inflates a whole zlib buffer into exactly `outSize` bytes. False, with zlib's code in the log,
-/// when the stream doesn't end just there.
-bool inflateWhole(const std::uint8_t* src, std::uint64_t bytes, void* out, std::uint64_t outSize);
-
 }  // namespace NMBUtils

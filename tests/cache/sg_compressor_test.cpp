@@ -130,18 +130,5 @@ TEST(SGCompressor, DamagedStreams_StayInsideTheirBuffers) {
     }
 }
 
-TEST(InflateWhole, OnlyExactSizesSucceed) {
-    const std::vector<float> in = smoke(1000, 5);
-    uLongf size = compressBound(4000);
-    Bytes packed(size);
-    compress(packed.data(), &size, reinterpret_cast<const Bytef*>(in.data()), 4000);
-    std::vector<float> out(1001);
-    EXPECT_TRUE(inflateWhole(packed.data(), size, out.data(), 4000));
-    EXPECT_EQ(std::vector<float>(out.begin(), out.end() - 1), in);
-    EXPECT_FALSE(inflateWhole(packed.data(), size, out.data(), 3999));
-    EXPECT_FALSE(inflateWhole(packed.data(), size / 2, out.data(), 4000));
-    EXPECT_FALSE(inflateWhole(packed.data(), 0, out.data(), 4000));
-}
-
 }  // namespace
 }  // namespace NMBUtils
