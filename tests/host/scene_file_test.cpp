@@ -4,12 +4,10 @@
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
 #include <filesystem>
-#include <fstream>
 
 #include "host/scene_parser.h"
+#include "support/temp_folder.h"
 
 namespace nimbra::host {
 namespace {
@@ -122,16 +120,9 @@ TEST(SceneFile, ManyFaults_AreCutAtTheLimit) {
 
 class SceneFolder : public ::testing::Test {
 protected:
-    void SetUp() override {
-        folder_ = fs::temp_directory_path() /
-                  ("scene_file_test_" + std::to_string(::getpid()) + "_" +
-                   ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::create_directories(folder_ / "parts");
-    }
-    void TearDown() override { fs::remove_all(folder_); }
+    SceneFolder() { fs::create_directories(folder_.path() / "parts"); }
     std::string write(const std::string& name, const std::string& text) {
-        std::ofstream(folder_ / name, std::ios::binary) << text;
-        return (folder_ / name).string();
+        return folder_.write(name, text).string();
     }
     std::string load(const std::string& path, SceneDocument* document = nullptr) {
         SceneDiagnostics diagnostics;
@@ -140,11 +131,12 @@ protected:
             *document = std::move(read);
         std::string text = diagnostics.str();
         // Messages begin with the folder of this run.
-        for (std::size_t at; (at = text.find(folder_.string() + "/")) != std::string::npos;)
-            text.erase(at, folder_.string().size() + 1);
+        const std::string folder = folder_.path().string() + "/";
+        for (std::size_t at; (at = text.find(folder)) != std::string::npos;)
+            text.erase(at, folder.size());
         return text;
     }
-    fs::path folder_;
+    nimbra::test::TempFolder folder_;
 };
 
 TEST_F(SceneFolder, Include_BringsPluginsFirstAndOnce) {
@@ -159,8 +151,8 @@ TEST_F(SceneFolder, Include_BringsPluginsFirstAndOnce) {
     EXPECT_EQ(document.plugins[0].name, "deep");
     EXPECT_EQ(document.plugins[1].name, "left");
     EXPECT_EQ(document.plugins[2].name, "a");
-    EXPECT_EQ(document.folder, folder_.string());
-    EXPECT_EQ(document.plugins[0].folder, (folder_ / "parts").string());
+    EXPECT_EQ(document.folder, folder_.path().string());
+    EXPECT_EQ(document.plugins[0].folder, (folder_.path() / "parts").string());
     EXPECT_EQ(document.files.size(), 3u);
 }
 
@@ -183,7 +175,8 @@ TEST_F(SceneFolder, IncludeFaults_AreReportedAtTheInclude) {
 }
 
 TEST_F(SceneFolder, UnreadableMainFile_IsReported) {
-    EXPECT_EQ(load((folder_ / "none.json").string()), "none.json: there is no file 'none.json'\n");
+    EXPECT_EQ(load((folder_.path() / "none.json").string()),
+              "none.json: there is no file 'none.json'\n");
     const std::string big = write("big.json", "{}");
     fs::resize_file(big, SceneDocument::kMostBytes + 1);
     EXPECT_EQ(load(big),

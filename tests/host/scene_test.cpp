@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "host/fake_library.h"
+#include "support/temp_folder.h"
 #include "tessra/renderer.h"
 
 namespace nimbra::host {
@@ -250,6 +251,28 @@ TEST_F(SceneTest, Overrides_AreCheckedLikeTheFile) {
     EXPECT_EQ(faults_,
               "a.amont=1: a.amont: found a parameter that Recorder doesn't have (did you "
               "mean 'amount'?)\n");
+}
+
+TEST_F(SceneTest, FilesOfAnIncludedScene_StartAtItsFolder) {
+    const nimbra::test::TempFolder folder;
+    folder.write("parts/p.json", R"({"nimbra": 1, "inner": {"plugin": "Recorder",
+        "file": "smoke.vdb", "text": "smoke.vdb"}, "env": {"plugin": "Recorder",
+        "file": "$env(X)/a.vdb"}, "root": {"plugin": "Recorder", "file": "/a.vdb"}})");
+    const auto path = folder.write("main.json", R"({"nimbra": 1, "include": ["parts/p.json"],
+        "outer": {"plugin": "Recorder", "file": "smoke.vdb"}})");
+    SceneDiagnostics diagnostics;
+    SceneDocument document = SceneDocument::load(path.string(), diagnostics);
+    document.setOverride("root.file=set.vdb", diagnostics);
+    const auto scene = Scene::create(document, registry_.registry, diagnostics);
+    ASSERT_EQ(diagnostics.str(), "");
+    const auto file = [&](const char* plugin, const char* row) {
+        return parameter(*scene, plugin, row)->getString(0, 0);
+    };
+    EXPECT_EQ(file("inner", "file"), (folder.path() / "parts/smoke.vdb").string());
+    EXPECT_EQ(file("inner", "text"), "smoke.vdb");
+    EXPECT_EQ(file("env", "file"), "$env(X)/a.vdb");
+    EXPECT_EQ(file("outer", "file"), "smoke.vdb");
+    EXPECT_EQ(file("root", "file"), "set.vdb");
 }
 
 TEST_F(SceneTest, LimitsOfHostRows_AreKept) {

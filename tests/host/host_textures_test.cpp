@@ -1,0 +1,170 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "host/texture_plugins.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "host/fake_library.h"
+#include "host/planck_table.h"
+#include "host/remap_plugins.h"
+#include "host/scene.h"
+#include "tessra/renderer.h"
+
+namespace nimbra::host {
+namespace {
+
+using namespace TessUtils;
+using Knots = std::vector<KnotCurve::Knot>;
+
+TEST(KnotCurve, Interpolations_MeetTheKnots) {
+    const Knots knots{{2, 5}, {0, 1}, {4, 5}, {5, 0}};
+    for (const auto kind :
+         {KnotInterpolation::Step, KnotInterpolation::Linear, KnotInterpolation::Smooth}) {
+        const KnotCurve curve(knots, kind);
+        EXPECT_EQ(curve.eval(-10), 1);
+        EXPECT_EQ(curve.eval(0), 1);
+        EXPECT_EQ(curve.eval(2), 5);
+        EXPECT_EQ(curve.eval(5), 0);
+        EXPECT_EQ(curve.eval(1e30f), 0);
+        EXPECT_TRUE(std::isfinite(curve.eval(NAN)));
+    }
+    EXPECT_EQ(KnotCurve(knots, KnotInterpolation::Step).eval(1.9f), 1);
+    EXPECT_EQ(KnotCurve(knots, KnotInterpolation::Linear).eval(0.5f), 2);
+    EXPECT_EQ(KnotCurve().eval(1), 0);
+    // Two knots at one place make a jump.
+    EXPECT_EQ(KnotCurve({{0, 0}, {1, 0}, {1, 8}, {2, 8}}, KnotInterpolation::Linear).eval(1), 8);
+}
+
+TEST(KnotCurve, Smooth_IsMonotoneWhereTheKnotsAre) {
+    const KnotCurve curve({{0, 0}, {1, 0.01f}, {1.1f, 5}, {3, 5}, {4, 5.5f}},
+                          KnotInterpolation::Smooth);
+    float last = 0;
+    for (int i = 0; i <= 4000; ++i) {
+        const float y = curve.eval(static_cast<float>(i) * 0.001f);
+        EXPECT_GE(y, last - 1e-5f) << i;
+        last = std::max(last, y);
+    }
+    // Continuous slope at an inner knot.
+    const float left = (curve.eval(1) - curve.eval(0.999f)) / 0.001f;
+    const float right = (curve.eval(1.001f) - curve.eval(1)) / 0.001f;
+    EXPECT_NEAR(left, right, 2.0f);
+}
+
+/// Host plug-ins of a scene, with parameters read for a frame.
+class HostTextures : public ::testing::Test {
+protected:
+    struct Renderer final : TessraRenderer {
+        TessraSequenceData sequence;
+        TessraFrameData frame;
+        const TessraSequenceData& getSequenceData() const override { return sequence; }
+        const TessraFrameData& getFrameData() const override { return frame; }
+    };
+    void load(const std::string& body) {
+        SceneDiagnostics diagnostics;
+        scene_ = Scene::create(
+            SceneDocument::parse("{\"nimbra\": 1, " + body + "}", "s.json", diagnostics),
+            registry_.registry, diagnostics);
+        ASSERT_EQ(diagnostics.str(), "");
+        for (Plugin* plugin : scene_->dependencyOrder())
+            dynamic_cast<TessraPlugin*>(plugin)->frameBegin(&renderer_);
+    }
+    AColor at(const char* name, TracePoint p) {
+        TextureContext context;
+        context.position = p;
+        return dynamic_cast<TextureInterface*>(scene_->findPlugin(name))->getTexColor(context);
+    }
+    test::TestRegistry registry_;
+    Renderer renderer_;
+    std::unique_ptr<Scene> scene_;
+};
+
+TEST_F(HostTextures, Checker_AlternatesAlongItsPlacement) {
+    renderer_.frame.sceneOffset = {100, 0, 0};
+    load(R"("c": {"plugin": "TessraTexChecker", "color_a": 0, "color_b": 1, "size": 2,
+        "transform": {"translate": [1, 0, 0], "scale": 3}})");
+    // Cells of 6 units from x = 1 of the world on, which lies at -99 of the shaded space.
+    EXPECT_EQ(at("c", {-98.9, 0.1, 0.1}).color.r, 0);
+    EXPECT_EQ(at("c", {-93.1, 0.1, 0.1}).color.r, 0);
+    EXPECT_EQ(at("c", {-92.9, 0.1, 0.1}).color.r, 1);
+    EXPECT_EQ(at("c", {-92.9, 6.1, 0.1}).color.r, 0);
+    EXPECT_EQ(at("c", {-99.1, 0.1, 0.1}).color.r, 1);
+    // A plane on a face of the cells shows one side of it.
+    EXPECT_EQ(at("c", {-98.9, 1e-12, 0.1}), at("c", {-98.9, -1e-12, 0.1}));
+}
+
+TEST_F(HostTextures, Checker_FollowsTheSurfaceWhereAsked) {
+    load(R"("c": {"plugin": "TessraTexChecker", "color_a": 0, "color_b": 1, "size": 0.5,
+        "use_uvw": true})");
+    TextureContext context;
+    context.position = {0.1, 0.1, 0.1};
+    context.uvw = {0.75f, 0.1f, 0};
+    auto* texture = dynamic_cast<TextureInterface*>(scene_->findPlugin("c"));
+    EXPECT_EQ(texture->getTexColor(context).color.r, 0);
+    context.hasUVW = true;
+    EXPECT_EQ(texture->getTexColor(context).color.r, 1);
+}
+
+TEST_F(HostTextures, SingularPlacement_StaysFinite) {
+    load(R"("c": {"plugin": "TessraTexNoise", "transform": {"scale": [1, 0, 1]}})");
+    const AColor color = at("c", {0.3, 0.3, 0.3});
+    EXPECT_TRUE(std::isfinite(color.color.r));
+    EXPECT_TRUE(std::isfinite(at("c", {1e300, NAN, 0}).color.r));
+}
+
+TEST_F(HostTextures, Noise_IsSmoothAndFillsItsRange) {
+    load(R"("n": {"plugin": "TessraTexNoise", "color_a": 0, "color_b": 1, "octaves": 1,
+        "contrast": 1})");
+    double sum = 0;
+    float low = 1, high = 0;
+    const int n = 20000;
+    for (int i = 0; i < n; ++i) {
+        const TracePoint p{i * 0.37, i * 0.11, -i * 0.23};
+        const float v = at("n", p).color.r;
+        // Continuous: along x two corners differ by 3 at most, the fade's slope is 15/8 at most, a
+        // gradient's is 1, so that half of 1 + 45/8 bounds the colour's.
+        EXPECT_NEAR(v, at("n", p + TracePoint{1e-4, 0, 0}).color.r, 3.4e-4);
+        sum += v;
+        low = std::min(low, v);
+        high = std::max(high, v);
+    }
+    EXPECT_NEAR(sum / n, 0.5, 0.01);
+    EXPECT_LT(low, 0.15f);
+    EXPECT_GT(high, 0.85f);
+    EXPECT_EQ(gradientNoise({3, -7, 1e6}), 0);
+}
+
+TEST_F(HostTextures, CurveAndGradient_FollowTimeBeforeAnyFrame) {
+    load(R"("curve": {"plugin": "TessraCurve", "positions": [0, 1],
+            "values": {"keys": [[0, [0, 1]], [10, [0, 3]]]}},
+        "ramp": {"plugin": "TessraGradient", "positions": [0, 1, 2],
+            "colors": [[0, 0, 0], [1, 0.5, 0]], "interpolation": "Step"})");
+    const auto* curve = dynamic_cast<FloatRemapInterface*>(
+        scene_->findPlugin("curve")->getInterface(ids::kFloatRemap));
+    ASSERT_NE(curve, nullptr);
+    EXPECT_EQ(curve->evalFloat(0.5f, 0), 0.5f);
+    EXPECT_EQ(curve->evalFloat(0.5f, 10), 1.5f);
+    EXPECT_EQ(curve->evalFloat(0.5f, 0), 0.5f);
+    const auto* ramp = dynamic_cast<ColorRemapInterface*>(
+        scene_->findPlugin("ramp")->getInterface(ids::kColorRemap));
+    ASSERT_NE(ramp, nullptr);
+    EXPECT_EQ(ramp->evalColor(0.9f, 0), (Color{0, 0, 0}));
+    // The third position has no colour.
+    EXPECT_EQ(ramp->evalColor(5, 0), (Color{1, 0.5f, 0}));
+}
+
+TEST(PlanckTable, Luminance_MatchesKnownTemperatures) {
+    const PlanckTable table(1);
+    // Luminance of a black body at the platinum point, 2041.4 K, defined the candela until 1979 as
+    // 60 cd/cm2.
+    EXPECT_NEAR(table.entry(2041).g * 683, 600000, 600000 * 0.02);
+    for (int k = 1000; k < PlanckTable::kEntries; ++k)
+        ASSERT_GT(table.entry(k).g, table.entry(k - 1).g) << k;
+    EXPECT_EQ(table.entry(-5), table.entry(0));
+    EXPECT_EQ(table.entry(20000), table.entry(9999));
+    EXPECT_FLOAT_EQ(PlanckTable(100).entry(3000).g * 100, table.entry(3000).g);
+}
+
+}  // namespace
+}  // namespace nimbra::host
