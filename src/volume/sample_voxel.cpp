@@ -24,11 +24,15 @@ float finite(float value) {
     return std::fabs(value) <= FLT_MAX ? value : 0.0f;
 }
 
+/// The last step of a ray ends on the box's face, and rounding may put it a little beyond.
+constexpr float kFaceSlack = 1e-3f;
+
 /// Whether a position lies in the grid's box; on periodic axes every position does.
 bool insideBox(const VolumeShader& shader, const Vector& pos, std::uint32_t mask) {
     for (int axis = 0; axis < 3; ++axis) {
         const bool periodic = (mask & kSampleWrapX << axis) != 0;
-        if (!periodic && !(pos[axis] >= shader.gridMin[axis] && pos[axis] <= shader.gridMax[axis]))
+        if (!periodic && !(pos[axis] >= shader.gridMin[axis] - kFaceSlack &&
+                           pos[axis] <= shader.gridMax[axis] + kFaceSlack))
             return false;
     }
     return true;

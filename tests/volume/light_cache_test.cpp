@@ -1,0 +1,164 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+//
+// The lazy light cache: values, which voxels it lights, seeds, overflow and races.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <thread>
+
+#include "support/golden.h"
+#include "volume/light_cache.h"
+#include "volume/test_scene.h"
+
+namespace nimbra::test {
+namespace {
+
+using nlohmann::json;
+using TessUtils::Color;
+using TessUtils::Vector;
+
+/// Light as a function of the grid position.
+class FieldIlluminator : public TestIlluminator {
+public:
+    explicit FieldIlluminator(std::function<Color(const Vector&)> light)
+        : field(std::move(light)) {}
+    void illuminate(Color& out, const Vector& pos, const Color& diffuse,
+                    LightSelectRecord*) override {
+        ++illuminations;
+        lastKind = kind;
+        lastSeed = seed;
+        out = field(pos) * diffuse;
+    }
+    std::uint32_t lastKind = 0, lastSeed = 0;
+
+private:
+    std::function<Color(const Vector&)> field;
+};
+
+Color lookup(NmbGridLightCacheBasic& cache, const Vector& pos, Illuminator& illuminator,
+             float subred = 0) {
+    VolumeShader shader;
+    shader.subred = subred;
+    Color out;
+    cache.lookup(out, shader, pos, illuminator);
+    return out;
+}
+
+std::unique_ptr<NmbGridLightCacheBasic> makeCache(int nx, int ny, int nz) {
+    auto cache = std::make_unique<NmbGridLightCacheBasic>();
+    const int size[3] = {nx, ny, nz};
+    EXPECT_TRUE(cache->allocate(VolumeShader(), size));
+    return cache;
+}
+
+TEST(LightCacheGolden, LookupsGiveTheExpectedLight) {
+    for (const GoldenCase& golden : goldenCases("lightcache")) {
+        const json& j = golden.json;
+        const Tolerance tolerance(j["tolerance"]);
+        const std::vector<float> c = j["c"];
+        FieldIlluminator illuminator([&](const Vector& p) -> Color {
+            return {c[0] + c[1] * p.x * p.y, c[2] + c[3] * p.z * p.z,
+                    c[4] + c[5] * (p.x + p.y + p.z)};
+        });
+        const auto cache = makeCache(j["size"][0], j["size"][1], j["size"][2]);
+        for (std::size_t i = 0; i < j["positions"].size(); ++i) {
+            const json& p = j["positions"][i];
+            const Color got = lookup(*cache, {p[0], p[1], p[2]}, illuminator, j["lightcachesr"]);
+            for (int channel = 0; channel < 3; ++channel)
+                expectGolden(golden, tolerance, got[channel], j["rgb"][i][channel],
+                             "position " + std::to_string(i));
+        }
+        std::vector<int> filled;
+        const int voxels =
+            j["size"][0].get<int>() * j["size"][1].get<int>() * j["size"][2].get<int>();
+        for (int i = 0; i < voxels; ++i) {
+            if (cache->isLit(i))
+                filled.push_back(i);
+        }
+        EXPECT_EQ(filled, j["filled"].get<std::vector<int>>()) << golden.name();
+        for (const json& seed : j["seeds"])
+            EXPECT_EQ(lightCacheSeed(seed["index"]), seed["seed"].get<std::uint32_t>());
+    }
+}
+
+TEST(LightCache, LightingAVoxel_LeavesTheRayAsItWas) {
+    FieldIlluminator illuminator([](const Vector&) { return Color{1, 2, 3}; });
+    illuminator.kind = kKindDiffuse;
+    illuminator.seed = 77;
+    const auto cache = makeCache(4, 4, 4);
+    lookup(*cache, {1.5f, 1.5f, 1.5f}, illuminator);
+    EXPECT_EQ(illuminator.illuminations, 8);
+    EXPECT_EQ(illuminator.lastKind,
+              kKindDiffuse | kKindCacheFill | kKindCacheLights | kKindCacheShadows);
+    EXPECT_EQ(illuminator.lastSeed, lightCacheSeed(2 + 4 * (2 + 4 * 2)));
+    EXPECT_EQ(illuminator.kind, kKindDiffuse);
+    EXPECT_EQ(illuminator.seed, 77u);
+
+    lookup(*cache, {1.25f, 1.75f, 1.5f}, illuminator);
+    EXPECT_EQ(illuminator.illuminations, 8) << "the same voxels again";
+}
+
+TEST(LightCache, AnyPosition_ReadsVoxelsOfTheGrid) {
+    FieldIlluminator illuminator([](const Vector&) { return Color{2, 2, 2}; });
+    constexpr float kInfinity = std::numeric_limits<float>::infinity();
+    const auto thin = makeCache(1, 3, 2);
+    for (const float x : {-kInfinity, -1e30f, -5.0f, 0.0f, 0.5f, 1e30f, kInfinity,
+                          std::numeric_limits<float>::quiet_NaN()}) {
+        const Color light = lookup(*thin, {x, x, x}, illuminator);
+        EXPECT_FLOAT_EQ(light.r, 2) << x;
+    }
+}
+
+TEST(LightCache, TooMuchLight_IsNotStored) {
+    FieldIlluminator illuminator([](const Vector& p) -> Color {
+        return p.x == 1 ? Color{1e21f, 0, 0} : Color{0.5f, 0.5f, 0.5f};
+    });
+    illuminator.kind = kKindGI;
+    const auto cache = makeCache(3, 3, 3);
+    const Color light = lookup(*cache, {0.5f, 0, 0}, illuminator);
+    EXPECT_FLOAT_EQ(light.g, 0.5f) << "lit at the position itself";
+    EXPECT_EQ(illuminator.lastKind, kKindGI);
+    EXPECT_FALSE(cache->isLit(1));
+    EXPECT_TRUE(cache->isLit(0));
+}
+
+TEST(LightCache, HugeGrid_IsRefused) {
+    NmbGridLightCacheBasic cache;
+    const int size[3] = {0x7FFFFFFF, 0x7FFFFFFF, 0x7FFFFFFF};
+    EXPECT_FALSE(cache.allocate(VolumeShader(), size));
+    FieldIlluminator illuminator([](const Vector&) { return Color{1, 1, 1}; });
+    EXPECT_EQ(lookup(cache, {1, 1, 1}, illuminator).r, 0);
+}
+
+TEST(LightCache, ManyThreads_GiveTheSameLight) {
+    const auto field = [](const Vector& p) -> Color { return {p.x + 1, p.y + 2, p.z * p.z}; };
+    const auto lookAround = [&](NmbGridLightCacheBasic& cache, std::vector<Color>& out) {
+        FieldIlluminator illuminator(field);
+        for (int i = 0; i < 2000; ++i) {
+            const float t = static_cast<float>(i);
+            out.push_back(lookup(cache,
+                                 {3.5f + 3.4f * std::sin(t), 3.5f + 3.4f * std::sin(t * 0.37f),
+                                  3.5f + 3.4f * std::sin(t * 0.11f)},
+                                 illuminator));
+        }
+    };
+    const auto alone = makeCache(8, 8, 8);
+    std::vector<Color> expected;
+    lookAround(*alone, expected);
+
+    const auto shared = makeCache(8, 8, 8);
+    std::vector<Color> got[6];
+    std::vector<std::thread> threads;
+    for (std::vector<Color>& out : got)
+        threads.emplace_back([&] { lookAround(*shared, out); });
+    for (std::thread& thread : threads)
+        thread.join();
+    for (const std::vector<Color>& out : got)
+        EXPECT_EQ(out, expected);
+}
+
+}  // namespace
+}  // namespace nimbra::test
