@@ -115,7 +115,10 @@ public:
         : job_(job),
           out_(out),
           tiles_(makeTiles(window, std::max(1, job.settings.tileSize))),
-          channels_(out.layerNames.size()) {}
+          channels_(out.layerNames.size()),
+          depthChannel_(static_cast<std::size_t>(
+              std::find(out.layerNames.begin(), out.layerNames.end(), "Z") -
+              out.layerNames.begin())) {}
 
     void run(FrameRenderResult& result) {
         std::vector<std::thread> threads;
@@ -259,11 +262,21 @@ private:
                 sums[c] += value.color[c];
             sums[3] += value.alpha;
             for (std::size_t c = 0; c < channels_; ++c)
-                if (std::isfinite(value.layers[c]))
-                    scratch.layerSums[c] += value.layers[c];
+                addLayer(c, value.layers[c], count, scratch.layerSums[c]);
         }
         store(x, y, sums, scratch.layerSums, 1.0 / count);
         return invalid;
+    }
+
+    /// Values are averaged; of depths the least counts, since a mean of two would lie where nothing
+    /// is.
+    void addLayer(std::size_t channel, float value, int count, double& sum) const {
+        if (!std::isfinite(value))
+            return;
+        if (channel != depthChannel_)
+            sum += value;
+        else if (sum == 0 || double(value) * count < sum)
+            sum = double(value) * count;
     }
 
     void limitIntensity(Color& color) const {
@@ -295,6 +308,7 @@ private:
     FrameBuffer& out_;
     const std::vector<Tile> tiles_;
     const std::size_t channels_;
+    const std::size_t depthChannel_;
     std::atomic<std::size_t> next_{0}, done_{0};
     std::atomic<std::uint64_t> samples_{0}, invalid_{0};
     std::atomic<bool> failed_{false};

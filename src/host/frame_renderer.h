@@ -31,7 +31,8 @@ struct SampleValue {
     std::vector<float> layers;
 };
 
-/// A picture or a part of it. Rows go down; values are averages over the samples of a pixel.
+/// A picture or a part of it. Rows go down; values are averages over the samples of a pixel, in
+/// layer "Z" the nearest of them.
 struct FrameBuffer {
     int fullWidth = 0, fullHeight = 0;    // the whole picture
     int x0 = 0, y0 = 0;                   // upper left corner of the part that is held

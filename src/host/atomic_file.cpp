@@ -1,0 +1,134 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "host/atomic_file.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <filesystem>
+
+namespace nimbra::host {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string folderOf(const std::string& path) {
+    const std::string parent = fs::path(path).parent_path().string();
+    return parent.empty() ? "." : parent;
+}
+
+std::string temporaryName(const std::string& path) {
+    const std::string name = fs::path(path).filename().string();
+    return folderOf(path) + "/." + name + "." + std::to_string(::getpid()) + ".tmp";
+}
+
+bool writeAll(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t n = ::write(fd, bytes.data(), bytes.size());
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return false;
+        bytes.remove_prefix(static_cast<std::size_t>(n));
+    }
+    return true;
+}
+
+/// The rename itself has to reach the disk too; file systems that can't do this don't matter.
+void syncFolder(const std::string& folder) {
+    const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0)
+        return;
+    ::fsync(fd);
+    ::close(fd);
+}
+
+/// Creates, fills and syncs; zero or the error number.
+int writeTemporary(const std::string& name, std::string_view bytes) {
+    ::unlink(name.c_str());
+    const int fd = ::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666);
+    if (fd < 0)
+        return errno;
+    int fault = writeAll(fd, bytes) && ::fsync(fd) == 0 ? 0 : errno;
+    if (::close(fd) != 0 && fault == 0)
+        fault = errno;
+    return fault;
+}
+
+/// The process number in ".NAME.<pid>.tmp", NAME being a picture; 0 for other names.
+pid_t ownerOf(std::string_view name) {
+    constexpr std::string_view kEnd = ".tmp";
+    if (!name.starts_with('.') || !name.ends_with(kEnd))
+        return 0;
+    name.remove_suffix(kEnd.size());
+    const std::size_t dot = name.rfind('.');
+    const std::string_view number = name.substr(dot + 1), picture = name.substr(0, dot);
+    if (!picture.ends_with(".exr") && !picture.ends_with(".png"))
+        return 0;
+    pid_t pid = 0;
+    const auto [end, status] = std::from_chars(number.data(), number.data() + number.size(), pid);
+    return status == std::errc() && end == number.data() + number.size() && pid > 0 ? pid : 0;
+}
+
+}  // namespace
+
+bool writeFileAtomically(const std::string& path, std::string_view bytes, std::string& error) {
+    struct stat info {};
+    if (::stat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode)) {
+        error = path + ": not a regular file";
+        return false;
+    }
+    const std::string temporary = temporaryName(path);
+    int fault = writeTemporary(temporary, bytes);
+    if (fault == 0 && ::rename(temporary.c_str(), path.c_str()) != 0)
+        fault = errno;
+    if (fault != 0) {
+        ::unlink(temporary.c_str());
+        error = path + ": " + std::strerror(fault);
+        return false;
+    }
+    syncFolder(folderOf(path));
+    return true;
+}
+
+bool prepareOutputFolder(const std::string& path, std::string& error) {
+    const std::string folder = folderOf(path);
+    std::error_code status;
+    fs::create_directories(folder, status);
+    if (!status && !fs::is_directory(folder, status) && !status)
+        status = std::make_error_code(std::errc::not_a_directory);
+    if (status) {
+        error = folder + ": " + status.message();
+        return false;
+    }
+    sweepTemporaryFiles(folder);
+    const std::string probe = temporaryName(path);
+    const int fault = writeTemporary(probe, "");
+    ::unlink(probe.c_str());
+    if (fault == 0)
+        return true;
+    error = folder + ": " + std::strerror(fault);
+    return false;
+}
+
+int sweepTemporaryFiles(const std::string& folder) {
+    int removed = 0;
+    std::error_code status;
+    fs::directory_iterator entries(folder, status);
+    for (; !status && entries != fs::directory_iterator(); entries.increment(status)) {
+        const pid_t owner = ownerOf(entries->path().filename().string());
+        std::error_code ignored;
+        if (owner > 0 && ::kill(owner, 0) != 0 && errno == ESRCH &&
+            entries->is_regular_file(ignored) && fs::remove(entries->path(), ignored))
+            ++removed;
+    }
+    return removed;
+}
+
+}  // namespace nimbra::host

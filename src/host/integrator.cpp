@@ -1,0 +1,253 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "host/integrator.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "host/integrator_thread.h"
+#include "host/sampling.h"
+
+namespace nimbra::host {
+
+using TessUtils::AColor;
+using TessUtils::BRDFSampler;
+using TessUtils::Color;
+using TessUtils::RaySampler;
+using TessUtils::ShadeData;
+using TessUtils::ShadingContext;
+using TessUtils::TextureContext;
+using TessUtils::TracePoint;
+using TessUtils::TraceRay;
+using TessUtils::Vector;
+using TessUtils::VolumeResult;
+
+AColor TraceScene::background(const Vector& dir) const {
+    AColor result{settings.background, settings.backgroundAlpha};
+    for (const LightPlugin* light : backgrounds) {
+        Color color;
+        if (light->background(dir, color)) {
+            result.color += color;
+            result.alpha = 1;
+        }
+    }
+    return result;
+}
+
+Vector TraceContext::projectVelocity(const TracePoint& point, const Vector& displacement) const {
+    double x0, y0, x1, y1;
+    if (!camera || !camera->project(point, x0, y0) ||
+        !camera->project(point + toPoint(displacement), x1, y1))
+        return {};
+    return {static_cast<float>(x1 - x0), static_cast<float>(y1 - y0), 0};
+}
+
+namespace {
+
+/// Scatters light evenly over the side that the ray comes from (Lambert).
+class DiffuseBRDF final : public BRDFSampler {
+public:
+    DiffuseBRDF(const Color& diffuse, const Vector& normal, const Vector& geometricNormal)
+        : diffuse_(diffuse), normal_(normal), geometricNormal_(geometricNormal), basis_(normal) {}
+
+    Color eval(const TraceRay&, const Vector& lightDir, Color& lightColor, Color& raw,
+               float) override {
+        // Indirect directions come with the cosine in their density.
+        const float cosine = giMode ? 1.0f : dot(normal_, lightDir);
+        Color result;
+        if (cosine > 0 && dot(geometricNormal_, lightDir) > 0)
+            result = lightColor * diffuse_ * cosine;
+        lightColor = raw = {};
+        return result;
+    }
+    Vector sampleDirection(const TraceRay&, const float u[2], float& weight) override {
+        const Vector dir = normalize(basis_.toWorld(sampleCosineHemisphere(u)));
+        weight = dot(geometricNormal_, dir) > 0 ? 1.0f : 0.0f;
+        return dir;
+    }
+
+private:
+    Color diffuse_;
+    Vector normal_, geometricNormal_;
+    Basis basis_;
+};
+
+Color oneMinus(const Color& c) {
+    return {1 - c.r, 1 - c.g, 1 - c.b};
+}
+
+bool isBlack(const Color& c) {
+    return c.r == 0 && c.g == 0 && c.b == 0;
+}
+
+}  // namespace
+
+Integrator::Integrator(const TraceScene& scene, int threadCount) : scene_(scene) {
+    // A path nests once for each indirect bounce, and its shadow ray once more.
+    const int levels = std::max(scene.settings.giBounces, 0) + 3;
+    for (int i = 0; i < threadCount; ++i)
+        threads_.push_back(std::make_unique<Thread>(i, levels, scene, *this));
+}
+
+Integrator::~Integrator() = default;
+
+TraceContext& Integrator::cameraContext(int threadIndex) {
+    return threads_[static_cast<std::size_t>(threadIndex)]->contexts.front();
+}
+
+std::uint64_t Integrator::rayCount() const {
+    std::uint64_t sum = 0;
+    for (const auto& thread : threads_)
+        sum += thread->rays.load(std::memory_order_relaxed);
+    return sum;
+}
+
+PathValue Integrator::trace(ShadingContext& context) {
+    Thread& thread = *threads_[static_cast<std::size_t>(context.threadIndex)];
+    const TraceRay ray = context.ray;
+    PathValue value;
+    double searchFrom = ray.mint;  // for surfaces
+    double from = ray.mint;        // for volumes: no gap, wherever the search goes on
+    for (int level = 0; level <= scene_.settings.maxTransparencyLevels; ++level) {
+        thread.countRay();
+        TraceRay search = ray;
+        search.mint = searchFrom;
+        SurfaceHit hit;
+        const bool found = scene_.surfaces.intersect(search, context, hit);
+        const double to = found ? std::clamp(hit.t, from, ray.maxt) : ray.maxt;
+        context.ray = ray;
+        traceVolumes(context, from, to, value);
+        if (!found || isBlack(value.transmittance))
+            break;
+        context.ray = ray;
+        shadeSurface(context, hit, value);
+        if (isBlack(value.transmittance))
+            break;
+        from = to;
+        searchFrom = std::max(hit.t, searchFrom) + hit.tolerance();
+    }
+    context.ray = ray;
+    return value;
+}
+
+void Integrator::traceVolumes(ShadingContext& context, double from, double to, PathValue& value) {
+    if (!(from < to))
+        return;
+    context.ray.mint = from;
+    context.ray.maxt = to;
+    for (TessUtils::TessraVolume* volume : scene_.volumes) {
+        context.volumeResult = {};
+        volume->shade(context);
+        // Over what comes behind: C = colour + transparency * behind.
+        const VolumeResult& result = context.volumeResult;
+        value.color += value.transmittance * result.color.color;
+        value.transmittance *= result.transparency.color;
+    }
+}
+
+TextureContext Integrator::textureContext(const ShadingContext& context,
+                                          const SurfaceHit& hit) const {
+    TextureContext t;
+    t.position = hit.position;
+    t.normal = hit.normal;
+    t.uvw = hit.uvw;
+    t.hasUVW = hit.hasUVW;
+    t.time = context.ray.time;
+    t.threadIndex = context.threadIndex;
+    t.rayFlags = context.ray.flags;
+    return t;
+}
+
+void Integrator::shadeSurface(ShadingContext& context, const SurfaceHit& hit, PathValue& value) {
+    const SurfaceObject& object = scene_.objects[static_cast<std::size_t>(hit.object)];
+    const bool cameraRay = context.ray.depth == 0;
+    if (cameraRay && !object.visibleToCamera)
+        return;
+    if (value.firstSurface < 0)
+        value.firstSurface = hit.t;
+
+    if (hit.primitive) {
+        VolumeResult result;
+        hit.primitive->shadeHit(context, hit.primitiveHit, result);
+        value.color += value.transmittance * result.color.color;
+        value.transmittance *= result.transparency.color;
+        return;
+    }
+
+    SurfaceProperties surface;
+    if (object.material)
+        surface = object.material->evaluate(textureContext(context, hit));
+    Color light = surface.emission;
+    if (!isBlack(surface.diffuse) && !isBlack(surface.opacity)) {
+        const bool front = dot(hit.geometricNormal, context.ray.dir) < 0;
+        const Vector geometric = front ? hit.geometricNormal : -hit.geometricNormal;
+        ShadeData data;
+        data.normal = front ? hit.normal : -hit.normal;
+        data.position = hit.position + toPoint(geometric) * hit.tolerance();
+        data.importance = value.transmittance * surface.opacity;
+        data.transparency = oneMinus(surface.opacity);
+        data.object = object.identity;
+        DiffuseBRDF brdf(surface.diffuse, data.normal, geometric);
+        illuminate(context, data, brdf);
+        light += data.sums.direct + data.sums.gi;
+    }
+    value.color += value.transmittance * surface.opacity * light;
+    value.transmittance *= oneMinus(surface.opacity);
+}
+
+Color Integrator::surfaceTransparency(ShadingContext& context, const SurfaceHit& hit) {
+    const SurfaceObject& object = scene_.objects[static_cast<std::size_t>(hit.object)];
+    if (!object.castsShadows)
+        return {1, 1, 1};
+    if (hit.primitive) {
+        VolumeResult result;
+        hit.primitive->shadeHit(context, hit.primitiveHit, result);
+        return result.transparency.color;
+    }
+    if (!object.material || object.material->isOpaque())
+        return {0, 0, 0};
+    return oneMinus(object.material->opacity(textureContext(context, hit)));
+}
+
+/// Through the surfaces along the context's shadow ray.
+Color Integrator::surfaceVisibility(ShadingContext& context) {
+    if (scene_.allOpaque)
+        return scene_.surfaces.occluded(context.ray, context) ? Color{} : Color{1, 1, 1};
+    Color visible{1, 1, 1};
+    TraceRay ray = context.ray;
+    for (int level = 0; level <= scene_.settings.maxTransparencyLevels; ++level) {
+        SurfaceHit hit;
+        if (!scene_.surfaces.intersect(ray, context, hit))
+            return visible;
+        visible *= surfaceTransparency(context, hit);
+        if (isBlack(visible))
+            return visible;
+        ray.mint = std::max(hit.t, ray.mint) + hit.tolerance();
+    }
+    return visible;
+}
+
+Color Integrator::visibility(ShadingContext& asking, const TraceRay& ray, RaySampler* random) {
+    Thread& thread = *threads_[static_cast<std::size_t>(asking.threadIndex)];
+    Nested nested(thread);
+    TraceContext* context = nested.context();
+    if (!context)
+        return {1, 1, 1};
+    thread.countRay();
+    context->sampler = random;
+    context->screenX = asking.screenX;
+    context->screenY = asking.screenY;
+    context->ray = ray;
+    Color visible = surfaceVisibility(*context);
+    for (TessUtils::TessraVolume* volume : scene_.volumes) {
+        if (isBlack(visible))
+            break;
+        context->ray = ray;
+        context->volumeResult = {};
+        volume->shadeTransparency(*context);
+        visible *= context->volumeResult.transparency.color;
+    }
+    return visible;
+}
+
+}  // namespace nimbra::host

@@ -1,0 +1,178 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+//
+// The light loop: all lights at one point, for the host's surfaces and for the volumes of its
+// plug-ins.
+#include <algorithm>
+
+#include "host/integrator.h"
+#include "host/integrator_thread.h"
+#include "host/pixel_sampler.h"
+
+namespace nimbra::host {
+
+using TessUtils::BRDFSampler;
+using TessUtils::Color;
+using TessUtils::LightInterface;
+using TessUtils::LightSample;
+using TessUtils::LightSampler;
+using TessUtils::RaySampler;
+using TessUtils::ShadeData;
+using TessUtils::ShadingContext;
+using TessUtils::TraceRay;
+
+namespace {
+
+/// Ray classes that a shadow ray takes over from the ray that asks.
+constexpr std::uint32_t kInherited = TessUtils::kRayReflection | TessUtils::kRayRefraction |
+                                     TessUtils::kRayGI | TessUtils::kRayLightCachePass |
+                                     TessUtils::kRayCaustics;
+
+/// The random numbers of one lit point: those of the ray, moved on by the point's seed, or those of
+/// the seed alone.
+class PointRandom final : public RaySampler {
+public:
+    PointRandom(RaySampler* ofRay, const ShadeData& data)
+        : ofRay_(data.seedAlone ? nullptr : ofRay), seed_(data.sampleSeed) {
+        if (!ofRay_)
+            own_.start(data.sampleSeed, 0, 0, 0);
+    }
+    float next() override {
+        if (!ofRay_)
+            return own_.next();
+        const float number = ofRay_->next();
+        if (seed_ == 0)
+            return number;
+        // A shift of the whole set of numbers, which so stays as well spread as it was.
+        const float moved = number + sampleDimension(seed_, 0, count_++);
+        return moved < 1 ? moved : moved - 1;
+    }
+
+private:
+    RaySampler* ofRay_;
+    std::uint32_t seed_;
+    std::uint32_t count_ = 0;
+    PixelSampler own_;
+};
+
+}  // namespace
+
+/// One call of the loop.
+struct Integrator::Lighting {
+    ShadingContext& context;
+    ShadeData& data;
+    BRDFSampler& brdf;
+    TraceRay ray;  // what the scattering function sees
+    PointRandom random;
+
+    bool shadows() const {
+        return data.flags & (TessUtils::kShadeCastShadows | TessUtils::kShadeFixedShadows);
+    }
+    TraceRay shadowRay(const LightSample& sample, LightInterface& light) const {
+        TraceRay r;
+        r.p = data.position;
+        r.dir = sample.direction;
+        r.maxt = sample.distance < 0 ? 1e18 : sample.distance;
+        r.flags = TessUtils::kRayShadow;
+        r.origin = data.object;
+        r.light = light.getPlugin();
+        if (data.flags & TessUtils::kShadeFixedShadows)
+            return r;
+        r.flags |= context.ray.flags & kInherited;
+        r.time = context.ray.time;
+        r.depth = context.ray.depth;
+        r.diffuseLevel = context.ray.diffuseLevel;
+        return r;
+    }
+};
+
+void Integrator::illuminate(ShadingContext& context, ShadeData& data, BRDFSampler& brdf) {
+    if (data.lightLevel == 0 || !(data.importance.maxComponent() > 0))
+        return;
+    Lighting lighting{context, data, brdf, context.ray, PointRandom(context.sampler, data)};
+    if (data.flags & TessUtils::kShadeVolumePoint)
+        lighting.ray.flags |= TessUtils::kRayVolume;
+
+    if (!data.onlyLights) {
+        for (LightInterface* light : scene_.lights)
+            illuminateDirect(lighting, *light);
+    } else {
+        for (const PluginBase* plugin : *data.onlyLights) {
+            const auto found = scene_.lightOf.find(plugin);
+            if (found != scene_.lightOf.end())
+                illuminateDirect(lighting, *found->second);
+        }
+    }
+    illuminateIndirect(lighting);
+}
+
+void Integrator::illuminateDirect(Lighting& lighting, LightInterface& light) {
+    ShadingContext& context = lighting.context;
+    ShadeData& data = lighting.data;
+    LightSampler* sampler = light.newLightSampler(context, data);
+    if (!sampler)
+        return;
+    const bool shadows = lighting.shadows() && light.castsShadows();
+    const int count = sampler->sampleCount();
+    for (int i = 0; i < count; ++i) {
+        const float u[2] = {lighting.random.next(), lighting.random.next()};
+        LightSample sample;
+        if (!sampler->eval(u, sample))
+            continue;
+        // A light behind the surface needs no shadow ray.
+        if (!(data.flags & TessUtils::kShadeVolumePoint) && dot(data.normal, sample.direction) <= 0)
+            continue;
+        Color visible{1, 1, 1};
+        if (shadows)
+            visible = visibility(context, lighting.shadowRay(sample, light), &lighting.random);
+        Color raw = sample.color * data.lightLevel;
+        Color lit = raw * visible;
+        data.sums.rawDirect += raw;
+        data.sums.shadow += raw - lit;
+        data.sums.direct +=
+            lighting.brdf.eval(lighting.ray, sample.direction, lit, raw, sample.distance);
+    }
+    light.deleteLightSampler(sampler, context.threadIndex);
+}
+
+void Integrator::illuminateIndirect(Lighting& lighting) {
+    ShadingContext& asking = lighting.context;
+    ShadeData& data = lighting.data;
+    const RenderSettings& settings = scene_.settings;
+    if (!settings.globalIllumination || (data.flags & TessUtils::kShadeNotInGI) ||
+        asking.ray.diffuseLevel >= settings.giBounces || asking.ray.depth >= settings.rayDepth)
+        return;
+    Thread& thread = *threads_[static_cast<std::size_t>(asking.threadIndex)];
+    Nested nested(thread);
+    TraceContext* context = nested.context();
+    if (!context)
+        return;
+
+    const float u[2] = {lighting.random.next(), lighting.random.next()};
+    float weight = 1;
+    TraceRay ray;
+    ray.p = data.position;
+    ray.dir = lighting.brdf.sampleDirection(lighting.ray, u, weight);
+    if (!(weight > 0))
+        return;
+    ray.maxt = std::min(lighting.brdf.rayLength, 1e18);
+    ray.time = asking.ray.time;
+    ray.flags = TessUtils::kRayPath | TessUtils::kRayGI |
+                (asking.ray.flags & TessUtils::kRayLightCachePass);
+    ray.depth = asking.ray.depth + 1;
+    ray.diffuseLevel = asking.ray.diffuseLevel + 1;
+    ray.origin = data.object;
+
+    context->sampler = &lighting.random;
+    context->screenX = asking.screenX;
+    context->screenY = asking.screenY;
+    context->giRayLimit = asking.giRayLimit;
+    context->ray = ray;
+    Color found = trace(*context).color * (weight * data.lightLevel);
+    Color raw = found;
+    lighting.brdf.giMode = true;
+    data.sums.gi += lighting.brdf.eval(lighting.ray, ray.dir, found, raw, -1);
+    lighting.brdf.giMode = false;
+}
+
+}  // namespace nimbra::host

@@ -1,0 +1,96 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "host/mesh_plugin.h"
+
+#include <stdexcept>
+
+#include "host/material_plugin.h"
+#include "host/mesh_file.h"
+#include "host/mesh_shapes.h"
+#include "host/plugin_values.h"
+
+namespace nimbra::host {
+
+using TessUtils::TracePoint;
+using TessUtils::Vector;
+
+HostPluginInfo MeshPlugin::info() {
+    return {"TessraMesh",
+            0x4E425003,
+            HostCategory::Geometry,
+            "Triangle mesh from an OBJ or PLY file, or a plane, a box or a sphere",
+            {kHostGeometry, TessUtils::ids::kGeometryObject}};
+}
+
+void MeshPlugin::defineParameters(TessUtils::TessraParameterListDesc& t) {
+    t.addParamInt("shape", 0, -1, "what the mesh is", "enum=(0:File;1:Plane;2:Box;3:Sphere)");
+    t.addParamString("file", "", -1, "the mesh of shape File",
+                     "fileAsset=(obj;ply), fileAssetNames=(OBJ;PLY), fileAssetOp=(load)");
+    t.addParam("size", TessUtils::paramtype_vector, -1,
+               "edges or diameters of a shape in scene units; 1 1 1 if unset");
+    t.addParamInt("segments", 64, -1, "pieces of a sphere's equator",
+                  "minValue=(8), maxValue=(4096)");
+    t.addParamTransform("transform", true, {}, -1, "place in the world");
+    t.addParamPlugin("material", kHostMaterial, -1, "surface; grey if unset");
+    t.addParamBool("visible_to_camera", true, -1, "seen by camera rays");
+    t.addParamBool("casts_shadows", true, -1, "holds up shadow rays");
+}
+
+MeshPlugin::MeshPlugin(TessUtils::TessraPluginDesc* desc) : TessraPlugin(desc) {
+    paramList->setParamCache("shape", &shape_);
+    paramList->setParamCache("file", &file_);
+    paramList->setParamCache("segments", &segments_);
+    paramList->setParamCache("material", &material_);
+    paramList->setParamCache("visible_to_camera", &visibleToCamera_);
+    paramList->setParamCache("casts_shadows", &castsShadows_);
+}
+
+PluginInterface* MeshPlugin::getInterface(InterfaceID id) {
+    if (id == kHostGeometry || id == TessUtils::ids::kGeometryObject)
+        return static_cast<GeometryObjectInterface*>(this);
+    return TessraPlugin::getInterface(id);
+}
+
+const MaterialPlugin* MeshPlugin::material() const {
+    return dynamic_cast<const MaterialPlugin*>(material_);
+}
+
+void MeshPlugin::updateMesh(double time) {
+    const Vector size = readVector(*paramList, "size", time, {1, 1, 1});
+    const Recipe wanted{shape_, segments_, file_, size};
+    if (wanted == made_)
+        return;
+    switch (static_cast<MeshShape>(shape_)) {
+        case MeshShape::Plane:
+            mesh_ = planeMesh(size);
+            break;
+        case MeshShape::Box:
+            mesh_ = boxMesh(size);
+            break;
+        case MeshShape::Sphere:
+            mesh_ = sphereMesh(size, segments_);
+            break;
+        default: {
+            std::string error;
+            const std::string path = TessUtils::adjustRelativePath(this, file_);
+            if (file_.empty())
+                throw std::runtime_error("no file is given");
+            if (!readMeshFile(path, mesh_, error))
+                throw std::runtime_error(error);
+        }
+    }
+    made_ = wanted;
+}
+
+void MeshPlugin::frameBegin(TessUtils::TessraRenderer* renderer) {
+    TessraPlugin::frameBegin(renderer);
+    const TessUtils::TessraFrameData& frame = renderer->getFrameData();
+    updateMesh(frame.t);
+    const double times[2] = {frame.frameStart, frame.frameEnd};
+    for (int end = 0; end < 2; ++end) {
+        place_[end] = readTransform(*paramList, "transform", times[end]);
+        place_[end].offs = place_[end].offs - frame.sceneOffset;
+    }
+}
+
+}  // namespace nimbra::host
