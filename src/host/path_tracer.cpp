@@ -97,8 +97,10 @@ void PathTracer::State::gatherCamera(const TessUtils::TessraFrameData& frame, Sc
     const std::vector<CameraPlugin*> cameras = plugins.pluginsOf<CameraPlugin>();
     if (cameras.empty())
         throw std::runtime_error("the scene has no TessraCamera");
-    const double times[2] = {frame.frameStart, frame.frameEnd};
     const RenderSettings& settings = scene.settings;
+    cameraMoves = motionBlur && cameras.front()->hasMotionBlur();
+    const double times[2] = {cameraMoves ? frame.frameStart : frame.t,
+                             cameraMoves ? frame.frameEnd : frame.t};
     for (int end = 0; end < 2; ++end)
         scene.cameras[end] = cameras.front()->makeCamera(
             times[end], settings.width, settings.height, frame.sceneOffset, settings.up);

@@ -14,10 +14,13 @@ class TessraRenderer;
 struct LightSample {
     Vector direction;     // to the light, unit length
     float distance = -1;  // negative: without a position
-    Color color;          // arriving light without shadows, divided by the sample's probability
+    /// Arriving light without shadows, divided by the sample's probability and count: the light is
+    /// the sum over the samples. Unit: what a white diffuse surface shows that faces the light.
+    Color color;
 };
 
-/// Samples one light for one shaded point. Lives for one call of the light loop.
+/// Samples one light for one shaded point. Lives for one call of the light loop, which asks for
+/// each of the `sampleCount` samples once.
 class TESSRA_API LightSampler {
 public:
     virtual ~LightSampler();
