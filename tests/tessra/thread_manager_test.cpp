@@ -3,7 +3,6 @@
 #include "tessra/thread_manager.h"
 
 #include <gtest/gtest.h>
-#include <sched.h>
 
 #include <atomic>
 #include <functional>
@@ -90,23 +89,6 @@ TEST(ThreadManager, Deletion_WaitsForTheLastBody) {
     deleteThreadManager(manager);
     EXPECT_EQ(done, 2);
     deleteThreadManager(nullptr);
-}
-
-TEST(NumberOfProcessors, RespectsTheAffinityOfTheProcess) {
-    cpu_set_t before;
-    ASSERT_EQ(sched_getaffinity(0, sizeof before, &before), 0);
-    EXPECT_GE(numberOfProcessors(), 1);
-    EXPECT_LE(numberOfProcessors(), CPU_COUNT(&before));
-    int first = 0;
-    while (!CPU_ISSET(first, &before))
-        ++first;
-    cpu_set_t one;
-    CPU_ZERO(&one);
-    CPU_SET(first, &one);
-    ASSERT_EQ(sched_setaffinity(0, sizeof one, &one), 0);
-    EXPECT_EQ(numberOfProcessors(), 1);
-    EXPECT_EQ(ManagerPtr(newThreadManager())->getNumberOfProcessors(), 1);
-    ASSERT_EQ(sched_setaffinity(0, sizeof before, &before), 0);
 }
 
 }  // namespace
