@@ -5,6 +5,7 @@
 #include "plugin/plugin_table.h"
 
 #include "plugin/plugin_desc.h"
+#include "plugin/sim_plugin.h"
 #include "tessra/ids.h"
 
 namespace nimbra {
@@ -85,6 +86,8 @@ constexpr PluginKind kTexAlpha = {
     "Texture used with Maya fluids. Its purpose is to convert the Maya opacity texture to Nimbra.",
     ids::kTexture, buildTexAlphaParameters};
 
+using NimbraSimPluginDesc = PluginDescOf<NimbraSimPlugin>;
+
 // Kinds without a class yet: listed with their table, but not created.
 using NimbraGeomPluginDesc = NimbraPluginDesc;
 using NimbraMeshPluginDesc = NimbraPluginDesc;
@@ -92,7 +95,6 @@ using NimbraTexPluginDesc = NimbraPluginDesc;
 using NimbraParticleTexPluginDesc = NimbraPluginDesc;
 using NimbraOceanTexPluginDesc = NimbraPluginDesc;
 using NimbraCachePluginDesc = NimbraPluginDesc;
-using NimbraSimPluginDesc = NimbraPluginDesc;
 using NimbraParticleShaderPluginDesc = NimbraPluginDesc;
 using NimbraPGroupPluginDesc = NimbraPluginDesc;
 using NimbraPrtLoaderPluginDesc = NimbraPluginDesc;

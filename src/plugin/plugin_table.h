@@ -26,4 +26,9 @@ LibDesc& libDesc();
 /// their construction.
 void enlistPluginDesc(PluginDesc* desc);
 
+/// What `getLibDesc` does for a module of that file name (null or empty: unknown): tries the
+/// readers of foreign caches beside it, says on standard output which are missing, and returns the
+/// library descriptor all the same.
+PluginLibDesc* offerLibrary(const char* moduleFileName);
+
 }  // namespace nimbra
