@@ -63,6 +63,8 @@ protected:
     }
 
 private:
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): elements may be pointers.
+    static constexpr std::size_t elementBytes() { return sizeof(T); }
     /// `size` can be negative: see SetSize.
     std::size_t liveCount() const { return size > 0 ? static_cast<std::size_t>(size) : 0; }
     Index capacityFor(Index newsz, bool exact) const;
@@ -131,15 +133,16 @@ template <class T, class Index, int Flag>
 int NmbArrayBase<T, Index, Flag>::grow(Index newCapacity, void** oldStore) {
     static_assert(alignof(T) <= alignof(std::max_align_t), "the store has no larger alignment");
     const auto count = static_cast<std::uint64_t>(newCapacity);
-    const bool fits = count <= static_cast<std::uint64_t>(PTRDIFF_MAX) / sizeof(T);
-    void* const store = fits ? allocateStore(static_cast<std::size_t>(count) * sizeof(T)) : nullptr;
+    const bool fits = count <= static_cast<std::uint64_t>(PTRDIFF_MAX) / elementBytes();
+    void* const store =
+        fits ? allocateStore(static_cast<std::size_t>(count) * elementBytes()) : nullptr;
     if (!store) {
         freeStore();
         size = 0;
         return 0;
     }
     if (liveCount() > 0)
-        std::memcpy(store, static_cast<const void*>(data), liveCount() * sizeof(T));
+        std::memcpy(store, static_cast<const void*>(data), liveCount() * elementBytes());
     *oldStore = data;
     data = static_cast<T*>(store);
     capacity = newCapacity;

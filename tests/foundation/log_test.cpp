@@ -90,6 +90,7 @@ TEST_F(LogTest, ManyThreads_KeepLinesWhole) {
     const nimbra::test::TempFolder folder;
     logTo(folder / "log.txt");
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([t] {
             for (int i = 0; i < 100; ++i)

@@ -25,7 +25,8 @@ TEST(AllocOrThrow, WithoutMemory_ThrowsTheMessage) {
     try {
         freeMem(allocOrThrow(12345));
     } catch (const TessUtils::ExceptionMsg& error) {
-        const TessUtils::ExceptionMsg copy = error;
+        TessUtils::ExceptionMsg copy("another");
+        copy = error;
         message = copy.what();
     }
     setDebugSink(nullptr);

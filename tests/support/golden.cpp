@@ -187,8 +187,7 @@ NpyArray<T> readNpy(const fs::path& path) {
         {"<f4", convert<float, T>},        {"<f8", convert<double, T>},
         {"<i4", convert<std::int32_t, T>}, {"<u4", convert<std::uint32_t, T>},
         {"<i8", convert<std::int64_t, T>}, {"<u8", convert<std::uint64_t, T>},
-        {"|u1", convert<std::uint8_t, T>}, {"|i1", convert<std::int8_t, T>},
-        {"|b1", convert<std::uint8_t, T>}};
+        {"|u1", convert<std::uint8_t, T>}, {"|b1", convert<std::uint8_t, T>}};
     const std::string bytes = readBytes(path);
     const NpyHeader header = parseHeader(path, bytes);
     for (const auto& [type, convertValues] : kTypes) {

@@ -4,6 +4,7 @@
 // Compiled into every test program: without memory the sanitizers' allocators answer null, as the
 // C library does, so that what the code does then can be tested.
 
+// NOLINTBEGIN(bugprone-reserved-identifier): the sanitizers' own names.
 extern "C" {
 __attribute__((visibility("default"))) const char* __asan_default_options();
 __attribute__((visibility("default"))) const char* __tsan_default_options();
@@ -14,3 +15,4 @@ const char* __tsan_default_options() {
     return "allocator_may_return_null=1";
 }
 }
+// NOLINTEND(bugprone-reserved-identifier)

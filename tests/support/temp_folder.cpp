@@ -23,7 +23,7 @@ TempFolder::~TempFolder() {
 }
 
 std::filesystem::path TempFolder::write(const std::string& name, const std::string& bytes) const {
-    const std::filesystem::path place = path_ / name;
+    std::filesystem::path place = path_ / name;
     std::filesystem::create_directories(place.parent_path());
     std::ofstream file(place, std::ios::binary);
     file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));

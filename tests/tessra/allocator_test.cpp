@@ -115,6 +115,7 @@ TEST_F(AllocatorTest, BlocksThatCrossThreads_AreCountedRightInTheEnd) {
     // Each thread frees what its neighbour allocated, while others start, end and are counted.
     std::vector<std::vector<void*>> handed(kThreads);
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (std::vector<void*>& list : handed) {
         threads.emplace_back([&list] {
             vallocInitializeForCurrentThread();
