@@ -12,7 +12,7 @@ namespace nimbra::host {
 
 /// Nesting deeper than SceneDocument::kMostDepth, more values than this, duplicate keys and numbers
 /// that aren't finite are faults, as is all that isn't JSON.
-inline constexpr std::size_t kMostSceneValues = 4'000'000;
+inline constexpr std::size_t kMostSceneValues = 1'000'000;
 
 /// Parses one whole text. False after a fault, which then stands in `diagnostics`.
 bool parseSceneText(std::string_view text, std::shared_ptr<const std::string> file, SceneNode& root,
