@@ -6,6 +6,7 @@
 
 #include "plugin/plugin_desc.h"
 #include "plugin/sim_plugin.h"
+#include "plugin/vol_plugin.h"
 #include "tessra/ids.h"
 
 namespace nimbra {
@@ -87,6 +88,7 @@ constexpr PluginKind kTexAlpha = {
     ids::kTexture, buildTexAlphaParameters};
 
 using NimbraSimPluginDesc = PluginDescOf<NimbraSimPlugin>;
+using NimbraVolPluginDesc = PluginDescOf<NimbraVolPlugin>;
 
 // Kinds without a class yet: listed with their table, but not created.
 using NimbraGeomPluginDesc = NimbraPluginDesc;
@@ -98,7 +100,6 @@ using NimbraCachePluginDesc = NimbraPluginDesc;
 using NimbraParticleShaderPluginDesc = NimbraPluginDesc;
 using NimbraPGroupPluginDesc = NimbraPluginDesc;
 using NimbraPrtLoaderPluginDesc = NimbraPluginDesc;
-using NimbraVolPluginDesc = NimbraPluginDesc;
 using NimbraTexAlphaPluginDesc = NimbraPluginDesc;
 
 // Hosts see them in the reverse of this order.
