@@ -15,6 +15,9 @@ find_library(OPENVDB_LIBRARY openvdb REQUIRED)
 add_library(nimbra_openvdb INTERFACE)
 target_include_directories(nimbra_openvdb SYSTEM INTERFACE ${OPENVDB_INCLUDE})
 target_link_libraries(nimbra_openvdb INTERFACE ${OPENVDB_LIBRARY} TBB::tbb Imath::Imath)
+# The library's templates have static members that it shares with its users. With hidden visibility a
+# program would keep copies of some of them, and the library would then find its own unset.
+target_compile_options(nimbra_openvdb INTERFACE -fvisibility=default -fno-visibility-inlines-hidden)
 
 # OpenImageIO's own package file asks for the whole world; the library alone is enough here.
 find_path(OIIO_INCLUDE OpenImageIO/imageio.h REQUIRED)

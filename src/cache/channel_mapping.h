@@ -47,6 +47,15 @@ std::vector<GridMapping> parseChannelMap(const std::string& text);
 /// The text of a list, each entry with its semicolon.
 std::string formatChannelMap(const std::vector<GridMapping>& mappings);
 
+/// The list that an import follows. A text that was made from a table keeps no scales; where they
+/// matter, defaultChannelMap has marked it, and they are taken from the table again.
+std::vector<GridMapping> mappingsOfText(const std::string& text,
+                                        std::span<const DefaultMapping> table);
+/// The text of a choice by the table. Where a scale isn't 1 a mark stands behind the last entry,
+/// which parseChannelMap passes over: the same names typed by a user have scales of 1, and the text
+/// has to tell the two apart, since frames are shared by it.
+std::string defaultChannelMap(const std::vector<GridMapping>& mappings);
+
 /// Maps what a file offers by a table: for each name, the first equal entry. When nothing becomes
 /// smoke, the first name that isn't a vector does, so that something is to be seen.
 std::vector<GridMapping> chooseMappings(const std::vector<AvailableChannels>& available,

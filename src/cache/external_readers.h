@@ -28,13 +28,17 @@ enum ExternalReader : unsigned { kField3dReader = 1, kOpenVdbReader = 2 };
 unsigned loadExternalCacheReaders(unsigned mask, const char* directories, const char* word,
                                   int version);
 
-/// What the Field3D reader library exports, under the names of the members.
+/// What the Field3D reader library exports, under the names of the members. The library is built
+/// with this one: frames and lists are handed over as they are.
 struct Field3dReader {
+    /// Not 0 when it is ready.
     int (*Initialize)();
     void (*SetThreadManager)(TessUtils::ThreadManager* manager);
     void (*ReleaseThreadManager)(TessUtils::ThreadManager* manager);
+    /// As importF3D; `frame` is as resetHeader leaves it.
     int (*ImportFrameF3D)(const char* path, NimbraFrameData* frame, int headerOnly,
                           const CacheIO::GridMapping* mappings, int mappingCount);
+    /// As availableF3dChannels, 0 for false.
     int (*GetAvailableChannels)(const char* path, std::vector<CacheIO::AvailableChannels>* list);
 };
 
@@ -56,5 +60,9 @@ bool availableF3dChannels(const std::string& path, std::vector<CacheIO::Availabl
 
 /// Why the last import on this thread failed, in words for the user; empty after a success.
 const std::string& lastImportProblem();
+void setImportProblem(const std::string& problem);
+
+/// What every import ends with: no stored grid, and velocities all three or none.
+void finishImport(NimbraFrameData& frame);
 
 }  // namespace nimbra

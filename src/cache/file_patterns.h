@@ -14,7 +14,7 @@ namespace nimbra {
 
 /// A piece of a file name: text, or the place of a frame number.
 struct PatternPiece {
-    std::string text;  // where it is no number
+    std::string text{};  // where it is no number
     bool isNumber = false;
     int width = 0;       // at least so many characters, at most 12
     bool zeros = false;  // filled up with zeros, else with blanks
