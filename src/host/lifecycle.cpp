@@ -46,7 +46,7 @@ StepFailure Lifecycle::begin(const char* operation, std::size_t& begun, const St
     for (begun = 0; begun < entries_.size();) {
         Entry& entry = entries_[begun++];
         const std::string what = std::string(entry.plugin->getPluginName()) + ": " + operation;
-        const StepFailure failure = guarded(what, [&] { step(entry); });
+        StepFailure failure = guarded(what, [&] { step(entry); });
         if (failure.failed())
             return failure;
     }

@@ -129,6 +129,7 @@ float CurvePlugin::evalFloat(float x, double time) const {
         const auto* positions = view.find("positions");
         const auto* values = view.find("values");
         std::vector<KnotCurve::Knot> knots;
+        knots.reserve(static_cast<std::size_t>(knotCount(positions, values, time)));
         for (int i = 0; i < knotCount(positions, values, time); ++i)
             knots.push_back({positions->getFloat(i, time), values->getFloat(i, time)});
         curve_ = KnotCurve(std::move(knots), interpolationOf(view));

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/row_hints.h"
 
-#include <cstdlib>
+#include <charconv>
 
 namespace nimbra::host {
 
@@ -29,10 +29,10 @@ std::size_t closingParenthesis(std::string_view text, std::size_t open) {
 }
 
 std::optional<double> number(std::string_view text) {
-    const std::string copy(trimmed(text));
-    char* end = nullptr;
-    const double value = std::strtod(copy.c_str(), &end);
-    if (copy.empty() || *end)
+    text = trimmed(text);
+    double value = 0;
+    const auto read = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (read.ec != std::errc() || read.ptr != text.data() + text.size())
         return std::nullopt;
     return value;
 }

@@ -3,7 +3,7 @@
 #include "host/scene_file.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <charconv>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -18,7 +18,7 @@ namespace nimbra::host {
 namespace fs = std::filesystem;
 
 std::string SceneLocation::str() const {
-    const std::string name = file ? *file : "";
+    std::string name = file ? *file : "";
     if (line == 0)
         return name;
     return name + ":" + std::to_string(line) + ":" + std::to_string(column);
@@ -53,9 +53,9 @@ const SceneNode* SceneNode::find(std::string_view key) const {
 namespace {
 
 std::string numberText(double number) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.9g", number);
-    return text;
+    char text[40];
+    const auto end = std::to_chars(text, text + sizeof text, number, std::chars_format::general, 9);
+    return {text, end.ptr};
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 #include "host/scene_parser.h"
 
 #include <algorithm>
-#include <cmath>
+#include <charconv>
 #include <cstddef>
 #include <iterator>
 #include <nlohmann/json.hpp>
@@ -187,23 +187,23 @@ private:
         return std::min(start, text_.size());
     }
 
+    /// The word at an offset if it stands for a number that isn't finite, else "".
     std::string nonFiniteAt(std::size_t at) const {
+        constexpr std::size_t kLongest = 40;
         std::size_t end = at;
-        while (end < text_.size() && end - at < 40 &&
-               (std::isalnum(static_cast<unsigned char>(text_[end])) || text_[end] == '-' ||
-                text_[end] == '+' || text_[end] == '.'))
+        while (end < text_.size() && end - at < kLongest &&
+               (std::isalnum(static_cast<unsigned char>(text_[end])) ||
+                std::string_view("+-.").find(text_[end]) != std::string_view::npos))
             ++end;
-        const std::string word(text_.substr(at, end - at));
-        const std::string name = word.substr(
-            word.find_first_not_of("+-") == word.npos ? word.size() : word.find_first_not_of("+-"));
+        std::string word(text_.substr(at, end - at));
+        const std::string name = word.substr(!word.empty() && (word[0] == '-' || word[0] == '+'));
         for (const char* known : {"NaN", "nan", "Infinity", "infinity", "inf", "Inf"})
             if (name == known)
                 return word;
         // A number that the JSON library found too large.
-        const bool number = !name.empty() && std::isdigit(static_cast<unsigned char>(name[0]));
-        if (number && std::isinf(std::strtod(word.c_str(), nullptr)))
-            return word;
-        return "";
+        double value = 0;
+        const auto read = std::from_chars(name.data(), name.data() + name.size(), value);
+        return read.ec == std::errc::result_out_of_range ? word : "";
     }
 
     bool addNumber(SceneNode::Kind kind, double value) {
