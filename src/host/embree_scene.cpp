@@ -50,6 +50,10 @@ Vector transformNormal(const Transform& m, const Vector& n) {
     return cross(m.f[1], m.f[2]) * n.x + cross(m.f[2], m.f[0]) * n.y + cross(m.f[0], m.f[1]) * n.z;
 }
 
+double largest(const TracePoint& p) {
+    return std::max({std::fabs(p.x), std::fabs(p.y), std::fabs(p.z)});
+}
+
 Vector mix(const Vector& a, const Vector& b, float t) {
     return a * (1 - t) + b * t;
 }
@@ -122,12 +126,6 @@ bool isFinite(const TraceRay& ray) {
 }
 
 }  // namespace
-
-double SurfaceHit::tolerance() const {
-    const double extent =
-        std::max({std::fabs(position.x), std::fabs(position.y), std::fabs(position.z), t});
-    return 1e-5 * extent + 1e-12;
-}
 
 struct SurfaceScene::State {
     RTCDevice device = nullptr;
@@ -255,6 +253,9 @@ void describeTriangle(const Part& part, const RTCRayHit& found, const TraceRay& 
     // From the corners: far more exact than along the ray.
     const double u = found.hit.u, v = found.hit.v, w = 1 - u - v;
     hit.position = toPoint(p[0]) * w + toPoint(p[1]) * u + toPoint(p[2]) * v;
+    hit.extent = largest(hit.position);
+    for (const Vector& place : p)
+        hit.extent = std::max(hit.extent, largest(toPoint(place)));
     const TracePoint way = hit.position - ray.p;
     hit.t = way.x * ray.dir.x + way.y * ray.dir.y + way.z * ray.dir.z;
     hit.geometricNormal = normalize(cross(p[1] - p[0], p[2] - p[0]));
@@ -301,6 +302,7 @@ bool SurfaceScene::intersect(const TraceRay& ray, ShadingContext& context, Surfa
     hit.primitiveHit = query.hit;
     hit.t = query.hit.t;
     hit.position = ray.p + toPoint(ray.dir) * hit.t;
+    hit.extent = std::max(largest(hit.position), hit.t);
     hit.geometricNormal = hit.normal = normalize(query.hit.normal);
     hit.hasUVW = false;
     return true;

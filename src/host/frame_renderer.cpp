@@ -85,6 +85,8 @@ std::vector<Tile> makeTiles(const CropWindow& window, int tileSize) {
 /// weigh the same, and no pixel needs its neighbours' samples.
 float filterOffset(const RenderSettings& settings, float u) {
     const float half = settings.filterWidth * 0.5f;
+    if (!(half > 0))
+        return 0;
     switch (settings.pixelFilter) {
         case PixelFilter::Box:
             return (2 * u - 1) * half;

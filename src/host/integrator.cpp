@@ -124,7 +124,7 @@ PathValue Integrator::trace(ShadingContext& context) {
         if (isBlack(value.transmittance))
             break;
         from = to;
-        searchFrom = std::max(hit.t, searchFrom) + hit.tolerance();
+        searchFrom = std::max(hit.t, searchFrom) + hit.step();
     }
     context.ray = ray;
     return value;
@@ -183,7 +183,7 @@ void Integrator::shadeSurface(ShadingContext& context, const SurfaceHit& hit, Pa
         const Vector geometric = front ? hit.geometricNormal : -hit.geometricNormal;
         ShadeData data;
         data.normal = front ? hit.normal : -hit.normal;
-        data.position = hit.position + toPoint(geometric) * hit.tolerance();
+        data.position = hit.position + toPoint(geometric) * hit.offset();
         data.importance = value.transmittance * surface.opacity;
         data.transparency = oneMinus(surface.opacity);
         data.object = object.identity;
@@ -222,7 +222,7 @@ Color Integrator::surfaceVisibility(ShadingContext& context) {
         visible *= surfaceTransparency(context, hit);
         if (isBlack(visible))
             return visible;
-        ray.mint = std::max(hit.t, ray.mint) + hit.tolerance();
+        ray.mint = std::max(hit.t, ray.mint) + hit.step();
     }
     return visible;
 }

@@ -79,7 +79,9 @@ bool writePng(const std::string& path, const FrameBuffer& pixels, const PngOptio
 }
 
 bool readPng(const std::string& path, Picture& picture, std::string& error) {
-    const auto input = OIIO::ImageInput::open(path);
+    OIIO::ImageSpec wanted;
+    wanted.attribute("oiio:UnassociatedAlpha", 1);  // the values as they are stored
+    const auto input = OIIO::ImageInput::open(path, &wanted);
     if (!input) {
         error = path + ": " + OIIO::geterror();
         return false;

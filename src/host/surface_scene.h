@@ -4,6 +4,7 @@
 // All surfaces of a frame, and the first of them along a ray.
 #pragma once
 
+#include <algorithm>
 #include <memory>
 
 #include "tessra/geometry.h"
@@ -26,9 +27,13 @@ struct SurfaceHit {
     TessUtils::UserPrimitive* primitive = nullptr;
     TessUtils::UserPrimitive::Hit primitiveHit;
 
-    /// How far t and position may be off the surface: a ray that starts here has to keep away so
-    /// far.
-    double tolerance() const;
+    /// Largest coordinate of the place and of what was hit there: what rounding is relative to.
+    double extent = 0;
+
+    /// How far from the surface a new ray has to start, so that it doesn't meet it again.
+    double offset() const { return 1e-6 * extent + 1e-12; }
+    /// How far behind t the same ray has to go on.
+    double step() const { return 4e-6 * std::max(extent, t) + 1e-12; }
 };
 
 /// Filled on the scene thread, then asked on all render threads. Positions are kept in single

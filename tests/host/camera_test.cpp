@@ -1,0 +1,155 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "host/camera.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+namespace nimbra::host {
+namespace {
+
+using namespace TessUtils;
+
+std::array<double, 4> transform(const TracePoint& p, const Matrix44& m) {
+    std::array<double, 4> r{};
+    const double v[4] = {p.x, p.y, p.z, 1};
+    for (int j = 0; j < 4; ++j)
+        for (int i = 0; i < 4; ++i)
+            r[j] += v[i] * m[i * 4 + j];
+    return r;
+}
+
+ProjectionSettings wideSettings() {
+    ProjectionSettings s;
+    s.placement = CameraPlacement::lookAt({3, 4, 12}, {0.5, 1, -2}, {0, 1, 0});
+    s.width = 160;
+    s.height = 90;
+    return s;
+}
+
+/// The point that a ray through a pixel reaches at some distance.
+TracePoint pointOf(const CameraModel& camera, float x, float y, double distance) {
+    TraceRay ray;
+    EXPECT_TRUE(camera.ray(x, y, {}, ray));
+    return ray.p + toPoint(ray.dir) * distance;
+}
+
+class EveryCamera : public ::testing::TestWithParam<bool> {
+protected:
+    static std::unique_ptr<CameraModel> make(const ProjectionSettings& s) {
+        return GetParam() ? newPinholeCamera(s, 50) : newOrthographicCamera(s, 7);
+    }
+};
+
+TEST_P(EveryCamera, RaysProjectionAndMatricesAgree) {
+    ProjectionSettings settings = wideSettings();
+    settings.pixelAspect = 1.5f;
+    const auto camera = make(settings);
+    Matrix44 toNDC;
+    ASSERT_TRUE(camera->worldToNDC(toNDC));
+    std::mt19937 random(3);
+    std::uniform_real_distribution<float> pixel(-20, 180);
+    for (int i = 0; i < 200; ++i) {
+        const float x = pixel(random), y = pixel(random) / 2;
+        const TracePoint p = pointOf(*camera, x, y, 1 + i);
+        double px, py;
+        ASSERT_TRUE(camera->project(p, px, py));
+        EXPECT_NEAR(px, x, 2e-4);
+        EXPECT_NEAR(py, y, 2e-4);
+        const auto ndc = transform(p, toNDC);
+        EXPECT_NEAR(ndc[0] / ndc[3] * settings.width, x, 2e-4);
+        EXPECT_NEAR(ndc[1] / ndc[3] * settings.height, y, 2e-4);
+        EXPECT_NEAR(transform(p, camera->worldToCamera())[2], camera->depth(p), 1e-5);
+    }
+}
+
+TEST_P(EveryCamera, CameraSpaceIsRightUpForward) {
+    ProjectionSettings s = wideSettings();
+    s.placement = CameraPlacement::lookAt({1, 2, 3}, {1, 2, -5}, {0, 1, 0});
+    const auto camera = make(s);
+    const auto p = transform({2, 4, -1}, camera->worldToCamera());
+    EXPECT_NEAR(p[0], 1, 1e-6);  // to the right
+    EXPECT_NEAR(p[1], 2, 1e-6);  // up
+    EXPECT_NEAR(p[2], 4, 1e-6);  // in front
+    double x, y;
+    ASSERT_TRUE(camera->project({2, 4, -1}, x, y));
+    EXPECT_GT(x, s.width / 2.0);
+    EXPECT_LT(y, s.height / 2.0);
+}
+
+TEST_P(EveryCamera, ClipPlanesAreDistancesAlongTheView) {
+    ProjectionSettings s = wideSettings();
+    s.nearClip = 2;
+    s.farClip = 10;
+    const auto camera = make(s);
+    TraceRay ray;
+    ASSERT_TRUE(camera->ray(0, 0, {}, ray));
+    EXPECT_NEAR(camera->depth(ray.p + toPoint(ray.dir) * ray.mint), 2, 1e-5);
+    EXPECT_NEAR(camera->depth(ray.p + toPoint(ray.dir) * ray.maxt), 10, 1e-5);
+    s.farClip = 1;
+    EXPECT_FALSE(make(s)->ray(0, 0, {}, ray));
+}
+
+TEST_P(EveryCamera, LensKeepsThePlaneInFocusSharp) {
+    ProjectionSettings s = wideSettings();
+    s.lensRadius = 0.5f;
+    s.focusDistance = 8;
+    const auto camera = make(s);
+    const auto at = [&](float u, float v, double depth) {
+        TraceRay ray;
+        EXPECT_TRUE(camera->ray(30, 70, LensSample{{u, v}}, ray));
+        const double start = camera->depth(ray.p);
+        const double rate = camera->depth(ray.p + toPoint(ray.dir)) - start;
+        return ray.p + toPoint(ray.dir) * ((depth - start) / rate);
+    };
+    const TracePoint sharp = at(0.5f, 0.5f, 8), near = at(0.5f, 0.5f, 4);
+    double spread = 0;
+    for (const auto& [u, v] : {std::pair{0.0f, 0.5f}, {0.99f, 0.1f}, {0.3f, 0.99f}}) {
+        const TracePoint d = at(u, v, 8) - sharp;
+        EXPECT_NEAR(d.x * d.x + d.y * d.y + d.z * d.z, 0, 1e-9);
+        const TracePoint e = at(u, v, 4) - near;
+        spread = std::max(spread, std::sqrt(e.x * e.x + e.y * e.y + e.z * e.z));
+    }
+    // Half way to the focus the cone of the lens has half its radius.
+    EXPECT_NEAR(spread, 0.25, 0.01);
+}
+
+INSTANTIATE_TEST_SUITE_P(Projections, EveryCamera, ::testing::Bool(),
+                         [](const auto& which) { return which.param ? "Pinhole" : "Orthographic"; });
+
+TEST(PinholeCamera, FieldOfViewIsHorizontal) {
+    ProjectionSettings s = wideSettings();
+    const auto camera = newPinholeCamera(s, 90);
+    TraceRay left, right;
+    ASSERT_TRUE(camera->ray(0, 45, {}, left));
+    ASSERT_TRUE(camera->ray(160, 45, {}, right));
+    EXPECT_NEAR(dot(left.dir, right.dir), 0, 1e-6);
+    double x, y;
+    EXPECT_FALSE(camera->project(s.placement.position, x, y));
+}
+
+TEST(CameraPlacement, DegenerateViewsStillGiveAxes) {
+    for (const auto& p : {CameraPlacement::lookAt({1, 1, 1}, {1, 1, 1}, {0, 1, 0}),
+                          CameraPlacement::lookAt({0, 5, 0}, {0, 0, 0}, {0, 1, 0}),
+                          CameraPlacement::lookAt({0, 0, 5}, {0, 0, 0}, {0, 0, 0})}) {
+        EXPECT_NEAR(length(p.right), 1, 1e-5);
+        EXPECT_NEAR(length(p.up), 1, 1e-5);
+        EXPECT_NEAR(dot(p.right, p.up), 0, 1e-5);
+        EXPECT_NEAR(dot(p.right, p.forward), 0, 1e-5);
+    }
+    Transform t;
+    t.f[0] = {0, 0, -2};
+    t.f[1] = {0, 2, 0};
+    t.f[2] = {2, 0, 0};
+    t.offs = {7, 8, 9};
+    const CameraPlacement p = CameraPlacement::fromTransform(t);
+    EXPECT_EQ(p.position, (TracePoint{7, 8, 9}));
+    EXPECT_NEAR(p.forward.x, -1, 1e-6);
+    EXPECT_NEAR(p.right.z, -1, 1e-6);
+    EXPECT_NEAR(p.up.y, 1, 1e-6);
+}
+
+}  // namespace
+}  // namespace nimbra::host

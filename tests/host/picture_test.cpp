@@ -1,0 +1,247 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "host/picture.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <fstream>
+
+#include "host/atomic_file.h"
+#include "support/temp_folder.h"
+
+namespace nimbra::host {
+namespace {
+
+namespace fs = std::filesystem;
+using nimbra::test::TempFolder;
+
+/// A crop of 5 x 3 at (10, 20) out of 64 x 48.
+FrameBuffer makePicture() {
+    FrameBuffer p;
+    p.resize(64, 48, 10, 20, 5, 3, {"Z", "diffuse.R", "velocity.X"});
+    for (std::size_t i = 0; i < p.rgba.size(); ++i)
+        p.rgba[i] = static_cast<float>(i) / 16;
+    for (std::size_t i = 0; i < p.layers.size(); ++i)
+        p.layers[i] = 1000 + static_cast<float>(i) / 3;
+    return p;
+}
+
+std::vector<std::string> filesIn(const TempFolder& folder) {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(folder.path()))
+        names.push_back(entry.path().filename());
+    return names;
+}
+
+TEST(ExrFile, RoundTripKeepsWindowsChannelsAndMetadata) {
+    const TempFolder folder;
+    const std::string path = folder / "a.exr";
+    FrameBuffer pixels = makePicture();
+    pixels.rgba[0] = 1e9f;
+    pixels.rgba[1] = -1e9f;
+    PictureMetadata metadata;
+    metadata.framesPerSecond = 23.976f;
+    metadata.values["nimbra/scene"] = std::string("s.json");
+    metadata.values["nimbra/frame"] = 12;
+    metadata.values["nimbra/renderSeconds"] = 1.5f;
+    Matrix44 matrix{};
+    for (int i = 0; i < 16; ++i)
+        matrix[i] = i;
+    metadata.values["worldToNDC"] = matrix;
+    std::string error;
+    ASSERT_TRUE(writeExr(path, pixels, metadata, error)) << error;
+    Picture back;
+    ASSERT_TRUE(readPicture(path, back, error)) << error;
+
+    EXPECT_EQ(back.pixels.fullWidth, 64);
+    EXPECT_EQ(back.pixels.fullHeight, 48);
+    EXPECT_EQ(back.pixels.x0, 10);
+    EXPECT_EQ(back.pixels.y0, 20);
+    EXPECT_EQ(back.pixels.width, 5);
+    EXPECT_EQ(back.pixels.height, 3);
+    EXPECT_EQ(back.pixels.rgba[0], 65504.0f) << "too bright for a half, and not infinite";
+    EXPECT_EQ(back.pixels.rgba[1], -65504.0f);
+    for (std::size_t i = 2; i < pixels.rgba.size(); ++i)
+        EXPECT_EQ(back.pixels.rgba[i], pixels.rgba[i]) << i;  // sixteenths are exact in a half
+    EXPECT_EQ(back.pixels.layerNames, (std::vector<std::string>{"Z", "diffuse.R", "velocity.X"}));
+    for (std::size_t i = 0; i < pixels.layers.size(); ++i)
+        if (i % 3 == 1)
+            EXPECT_NEAR(back.pixels.layers[i], pixels.layers[i], 0.5) << i;  // a half's step
+        else
+            EXPECT_EQ(back.pixels.layers[i], pixels.layers[i]) << i;
+
+    EXPECT_EQ(back.attributes["nimbra/scene"], "s.json");
+    EXPECT_EQ(back.attributes["nimbra/frame"], "12");
+    EXPECT_EQ(back.attributes["nimbra/renderSeconds"], "1.5");
+    EXPECT_EQ(back.attributes["framesPerSecond"], "24000/1001");
+    EXPECT_EQ(back.attributes["worldToNDC"], "0 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15");
+    EXPECT_TRUE(back.attributes.contains("chromaticities"));
+}
+
+TEST(ExrFile, SameInputGivesTheSameBytes) {
+    const TempFolder folder;
+    std::string error;
+    for (const char* name : {"a.exr", "b.exr"})
+        ASSERT_TRUE(writeExr(folder / name, makePicture(), {}, error));
+    EXPECT_EQ(nimbra::test::readFile(folder / "a.exr"), nimbra::test::readFile(folder / "b.exr"));
+}
+
+TEST(ExrFile, BrokenFilesAreNotRead) {
+    const TempFolder folder;
+    std::string error;
+    ASSERT_TRUE(writeExr(folder / "a.exr", makePicture(), {}, error));
+    const std::string bytes = nimbra::test::readFile(folder / "a.exr");
+    for (const std::size_t size : {std::size_t(0), std::size_t(100), bytes.size() - 1}) {
+        Picture picture;
+        const std::string cut = folder.write("cut.exr", bytes.substr(0, size));
+        error.clear();
+        EXPECT_FALSE(readPicture(cut, picture, error)) << size;
+        EXPECT_EQ(error.rfind(cut + ": ", 0), 0u) << error;
+    }
+}
+
+TEST(PngFile, OpaquePictureIsEncodedForTheDisplay) {
+    const TempFolder folder;
+    const std::string path = folder / "a.png";
+    FrameBuffer pixels;
+    pixels.resize(3, 1, 0, 0, 3, 1, {});
+    // 0.2158605 is 128 / 255 in sRGB; what is brighter than 1 or NaN must not wrap.
+    pixels.rgba = {0.2158605f, 1, 0, 0.25f, 7, -3, 0.0031308f, 1, NAN, 1e30f, INFINITY, 0};
+    std::string error;
+    ASSERT_TRUE(writePng(path, pixels, {}, error)) << error;
+    Picture back;
+    ASSERT_TRUE(readPicture(path, back, error)) << error;
+    const float expected[] = {128, 255, 0, 255, 255, 0, 10, 255, 0, 255, 255, 255};
+    for (int i = 0; i < 12; ++i)
+        EXPECT_EQ(back.pixels.rgba[i] * 255, expected[i]) << i;
+}
+
+TEST(PngFile, AlphaOverBlackLooksLikeTheOpaquePicture) {
+    const TempFolder folder;
+    FrameBuffer pixels;
+    pixels.resize(8, 4, 0, 0, 8, 4, {});
+    for (std::size_t i = 0; i < 32; ++i) {
+        const float alpha = static_cast<float>(i) / 31;
+        // Smoke, and fire that gives light without opacity.
+        pixels.rgba[i * 4] = alpha * 0.5f;
+        pixels.rgba[i * 4 + 1] = i % 3 ? 0.0f : 0.7f;
+        pixels.rgba[i * 4 + 2] = 0;
+        pixels.rgba[i * 4 + 3] = alpha;
+    }
+    PngOptions keep;
+    keep.alpha = PngAlpha::Keep;
+    std::string error;
+    ASSERT_TRUE(writePng(folder / "keep.png", pixels, keep, error)) << error;
+    ASSERT_TRUE(writePng(folder / "opaque.png", pixels, {}, error)) << error;
+    Picture with, without;
+    ASSERT_TRUE(readPicture(folder / "keep.png", with, error)) << error;
+    ASSERT_TRUE(readPicture(folder / "opaque.png", without, error)) << error;
+    for (std::size_t i = 0; i < 32; ++i) {
+        const float* p = &with.pixels.rgba[i * 4];
+        EXPECT_GE(p[3] * 255 + 1e-3f, std::floor(pixels.rgba[i * 4 + 3] * 255));
+        for (int c = 0; c < 3; ++c)
+            EXPECT_NEAR(p[c] * p[3], without.pixels.rgba[i * 4 + c], 1.5 / 255) << i;
+    }
+    EXPECT_GT(with.pixels.rgba[3], 0) << "fire without opacity must be seen";
+    EXPECT_EQ(with.pixels.rgba[31 * 4 + 3], 1);
+}
+
+TEST(DisplayValue, FilmicCurveRisesAndKeepsBrightPartsApart) {
+    EXPECT_EQ(displayValue(0, true), 0);
+    float last = 0;
+    for (float x = 0.01f; x < 6; x *= 1.1f) {
+        const float y = displayValue(x, true);
+        EXPECT_GT(y, last);
+        EXPECT_LE(y, 1);
+        last = y;
+    }
+    EXPECT_EQ(displayValue(2, false), displayValue(3, false));
+    EXPECT_LT(displayValue(2, true), displayValue(3, true));
+}
+
+TEST(AtomicFile, ReplacesAsAWholeAndLeavesNothingBehind) {
+    const TempFolder folder;
+    const std::string path = folder / "p.exr";
+    std::string error;
+    ASSERT_TRUE(writeFileAtomically(path, "first", error)) << error;
+    ASSERT_TRUE(writeFileAtomically(path, "second", error)) << error;
+    EXPECT_EQ(nimbra::test::readFile(path), "second");
+    EXPECT_EQ(filesIn(folder), std::vector<std::string>{"p.exr"});
+}
+
+TEST(AtomicFile, FaultsNamePathAndReason) {
+    const TempFolder folder;
+    std::string error;
+    const std::string missing = folder / "no/such/p.exr";
+    EXPECT_FALSE(writeFileAtomically(missing, "x", error));
+    EXPECT_EQ(error, missing + ": No such file or directory");
+    fs::create_directory(folder / "dir.exr");
+    EXPECT_FALSE(writeFileAtomically(folder / "dir.exr", "x", error));
+    EXPECT_EQ(error, (folder / "dir.exr").string() + ": not a regular file");
+    EXPECT_FALSE(writeFileAtomically("/dev/full", "x", error));
+    EXPECT_EQ(error, "/dev/full: not a regular file");
+    EXPECT_EQ(filesIn(folder), std::vector<std::string>{"dir.exr"});
+}
+
+TEST(AtomicFile, FullDiskKeepsTheOldFileAndRemovesTheNew) {
+    const TempFolder folder;
+    const std::string path = folder / "p.exr";
+    std::string error;
+    ASSERT_TRUE(writeFileAtomically(path, "old", error));
+    // A limit on file sizes stands in for a disk that fills up in the middle of a write.
+    rlimit before{};
+    ::getrlimit(RLIMIT_FSIZE, &before);
+    const auto handler = ::signal(SIGXFSZ, SIG_IGN);
+    const rlimit small{1000, before.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    const bool written = writeFileAtomically(path, std::string(100000, 'x'), error);
+    ::setrlimit(RLIMIT_FSIZE, &before);
+    ::signal(SIGXFSZ, handler);
+    EXPECT_FALSE(written);
+    EXPECT_EQ(error, path + ": File too large");
+    EXPECT_EQ(nimbra::test::readFile(path), "old");
+    EXPECT_EQ(filesIn(folder), std::vector<std::string>{"p.exr"});
+}
+
+TEST(AtomicFile, PreparedFolderIsMadeSweptAndTried) {
+    const TempFolder folder;
+    std::string error;
+    const std::string path = folder / "deep/er/p.####.exr";
+    ASSERT_TRUE(prepareOutputFolder(path, error)) << error;
+    EXPECT_TRUE(fs::is_directory(folder / "deep/er"));
+    EXPECT_TRUE(fs::is_empty(folder / "deep/er"));
+
+    // A process number that was in use and no longer is.
+    const pid_t gone = ::fork();
+    if (gone == 0)
+        ::_exit(0);
+    ASSERT_EQ(::waitpid(gone, nullptr, 0), gone);
+    const std::string stale = ".p.0001.exr." + std::to_string(gone) + ".tmp";
+    const std::string mine = ".p.0001.exr." + std::to_string(::getpid()) + ".tmp";
+    const std::string foreign = ".notes." + std::to_string(gone) + ".tmp";
+    for (const std::string& name : {stale, mine, foreign})
+        folder.write(name, "x");
+    EXPECT_EQ(sweepTemporaryFiles(folder.path()), 1);
+    EXPECT_FALSE(fs::exists(folder / stale));
+    EXPECT_TRUE(fs::exists(folder / mine));
+    EXPECT_TRUE(fs::exists(folder / foreign));
+
+    const std::string file = folder.write("file", "x");
+    EXPECT_FALSE(prepareOutputFolder(file + "/p.exr", error));
+    EXPECT_EQ(error.rfind(file + ": ", 0), 0u) << error;
+    if (::geteuid() != 0) {
+        fs::create_directory(folder / "locked");
+        fs::permissions(folder / "locked", fs::perms::owner_read | fs::perms::owner_exec);
+        EXPECT_FALSE(prepareOutputFolder(folder / "locked/p.exr", error));
+        EXPECT_EQ(error, (folder / "locked").string() + ": Permission denied");
+    }
+}
+
+}  // namespace
+}  // namespace nimbra::host

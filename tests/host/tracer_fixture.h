@@ -1,0 +1,252 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+//
+// Renders small scenes through the whole host, with plug-ins of known optics: "Slab", a box of
+// constant extinction and emission, and "Ball", a sphere that intersects by its own code.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <mutex>
+
+#include "host/fake_library.h"
+#include "host/host_plugin.h"
+#include "host/path_tracer.h"
+#include "tessra/geometry.h"
+#include "tessra/renderer.h"
+#include "tessra/volumetric.h"
+
+namespace nimbra::host::test {
+
+/// A ray that a slab was asked for.
+struct VolumeCall {
+    TessUtils::TraceRay ray;
+    bool transparencyOnly = false;
+    bool hasLights = false;
+};
+
+/// What happens inside of slabs.
+struct SlabRecord {
+    std::mutex mutex;
+    std::vector<VolumeCall> calls;
+    /// Run by every slab that answers a colour.
+    std::function<void(TessUtils::ShadingContext&)> onShade;
+    /// Run on what setupRender was given.
+    std::function<void(TessUtils::TessraRenderer*)> onSetup;
+};
+
+inline SlabRecord& slabRecord() {
+    static SlabRecord record;
+    return record;
+}
+
+/// Extinction and emission per unit length between two corners.
+class Slab final : public TessUtils::TessraVolumetric, public TessUtils::RenderSettingsInterface {
+public:
+    static HostPluginInfo info() {
+        return {"Slab", 0x51AB, HostCategory::Geometry, "", {TessUtils::ids::kVolumetric}};
+    }
+    static void defineParameters(TessUtils::TessraParameterListDesc& t) {
+        t.addParam("low", TessUtils::paramtype_vector);
+        t.addParam("high", TessUtils::paramtype_vector);
+        t.addParamColor("extinction", {});
+        t.addParamColor("emission", {});
+        t.addParamPlugin("lights", TessUtils::ids::kLightList, 0);
+    }
+    explicit Slab(TessUtils::TessraPluginDesc* desc) : TessraVolumetric(desc) {
+        paramList->setParamCache("extinction", &extinction_);
+        paramList->setParamCache("emission", &emission_);
+        paramList->setParamCache("lights", &lights);
+    }
+
+    Plugin* getPlugin() override { return this; }
+    PluginInterface* getInterface(InterfaceID id) override {
+        if (id == TessUtils::ids::kRenderSettings)
+            return static_cast<RenderSettingsInterface*>(this);
+        return TessraVolumetric::getInterface(id);
+    }
+    void setupRender(TessUtils::TessraRenderer* renderer) override {
+        list(renderer)->volumetrics.push_back(this);
+    }
+    void frameBegin(TessUtils::TessraRenderer* renderer) override {
+        TessraVolumetric::frameBegin(renderer);
+        low_ = paramList->getParam("low")->getVector(0, 0);
+        high_ = paramList->getParam("high")->getVector(0, 0);
+    }
+    void shade(TessUtils::ShadingContext& context) override {
+        note(context, false);
+        answer(context, true);
+        if (slabRecord().onShade)
+            slabRecord().onShade(context);
+    }
+    void shadeTransparency(TessUtils::ShadingContext& context) override {
+        note(context, true);
+        answer(context, false);
+    }
+
+    TessUtils::TessraPluginList lights;
+
+private:
+    static TessUtils::VolumetricListInterface* list(TessUtils::TessraRenderer* renderer) {
+        return dynamic_cast<TessUtils::VolumetricListInterface*>(
+            renderer->getInterface(TessUtils::ids::kVolumetricList));
+    }
+    void note(const TessUtils::ShadingContext& context, bool transparencyOnly) {
+        std::lock_guard lock(slabRecord().mutex);
+        slabRecord().calls.push_back({context.ray, transparencyOnly, context.lights != nullptr});
+    }
+    void answer(TessUtils::ShadingContext& context, bool withColor) {
+        const TessUtils::TraceRay& ray = context.ray;
+        double from = ray.mint, to = ray.maxt;
+        for (int axis = 0; axis < 3; ++axis) {
+            const double inverse = 1 / double(ray.dir[axis]);
+            const double a = (low_[axis] - ray.p[axis]) * inverse;
+            const double b = (high_[axis] - ray.p[axis]) * inverse;
+            from = std::max(from, std::min(a, b));
+            to = std::min(to, std::max(a, b));
+        }
+        const double length = std::max(to - from, 0.0);
+        auto& result = context.volumeResult;
+        for (int c = 0; c < 3; ++c) {
+            const double t = std::exp(-double(extinction_[c]) * length);
+            result.transparency.color[c] = static_cast<float>(t);
+            const double share = extinction_[c] > 0 ? (1 - t) / extinction_[c] : length;
+            result.color.color[c] = withColor ? static_cast<float>(emission_[c] * share) : 0;
+        }
+    }
+
+    TessUtils::Vector low_, high_;
+    TessUtils::Color extinction_, emission_;
+};
+
+/// A sphere of radius 1 around the origin: emits its normal's z, half transparent.
+class Ball final : public TessUtils::TessraPlugin, public TessUtils::StaticGeomSourceInterface {
+public:
+    static HostPluginInfo info() {
+        return {"Ball", 0xBA11, HostCategory::Geometry, "", {TessUtils::ids::kStaticGeomSource}};
+    }
+    static void defineParameters(TessUtils::TessraParameterListDesc&) {}
+    explicit Ball(TessUtils::TessraPluginDesc* desc) : TessraPlugin(desc) {}
+    Plugin* getPlugin() override { return this; }
+    PluginInterface* getInterface(InterfaceID id) override {
+        if (id == TessUtils::ids::kStaticGeomSource)
+            return static_cast<StaticGeomSourceInterface*>(this);
+        return TessraPlugin::getInterface(id);
+    }
+    TessUtils::StaticGeomInstance* newInstance(TessUtils::TessraRenderer*) override {
+        return new Instance;
+    }
+    void deleteInstance(TessUtils::StaticGeomInstance* instance) override { delete instance; }
+
+private:
+    struct Instance final : TessUtils::StaticGeomInstance, TessUtils::UserPrimitive {
+        void compile(TessUtils::TessraRenderer*) override {}
+        UserPrimitive* primitive() override { return this; }
+        void worldBounds(TessUtils::TracePoint& low, TessUtils::TracePoint& high) const override {
+            low = {-1, -1, -1};
+            high = {1, 1, 1};
+        }
+        Hit intersect(const TessUtils::TraceRay& ray, TessUtils::ShadingContext&) override {
+            const auto d = [](const TessUtils::TracePoint& a, const TessUtils::TracePoint& b) {
+                return a.x * b.x + a.y * b.y + a.z * b.z;
+            };
+            const TessUtils::TracePoint dir = toPoint(ray.dir);
+            const double b = d(ray.p, dir), root = b * b - d(ray.p, ray.p) + 1;
+            if (root < 0)
+                return {};
+            for (const double t : {-b - std::sqrt(root), -b + std::sqrt(root)})
+                if (t > ray.mint && t < ray.maxt)
+                    return {t, toVector(ray.p + dir * t), true};
+            return {};
+        }
+        void shadeHit(TessUtils::ShadingContext&, const Hit& hit,
+                      TessUtils::VolumeResult& out) override {
+            out.color.color = {hit.normal.z, hit.normal.z, hit.normal.z};
+            out.transparency.color = {0.5f, 0.5f, 0.5f};
+        }
+    };
+};
+
+/// Scenes given as the inside of a JSON object. Every pixel looks exactly through its centre.
+class TracerFixture : public ::testing::Test {
+protected:
+    struct Output final : FrameOutput {
+        FrameBuffer pixels;
+        bool write(const FinishedFrame& frame, std::string&) override {
+            pixels = frame.pixels;
+            return true;
+        }
+    };
+
+    TracerFixture() {
+        registry_.registry.addHostPlugin(std::make_unique<HostPluginDesc<Slab>>());
+        registry_.registry.addHostPlugin(std::make_unique<HostPluginDesc<Ball>>());
+        slabRecord().calls.clear();
+        slabRecord().onShade = nullptr;
+    }
+    ~TracerFixture() override { slabRecord().onShade = nullptr; }
+
+    /// `settings` are rows of TessraSettings besides size and filter.
+    FrameBuffer render(const std::string& plugins, const std::string& settings = "",
+                       int threads = 1) {
+        std::string error;
+        FrameBuffer pixels = tryRender(plugins, settings, threads, error);
+        EXPECT_EQ(error, "");
+        return pixels;
+    }
+    FrameBuffer tryRender(const std::string& plugins, const std::string& settings, int threads,
+                          std::string& error) {
+        SceneDiagnostics diagnostics;
+        const std::string text = R"({"nimbra": 1, "s": {"plugin": "TessraSettings", )"
+                                 R"("width": )" +
+                                 std::to_string(width_) + R"(, "height": )" +
+                                 std::to_string(height_) + unless(settings, "samples", "1") +
+                                 unless(settings, "filter_width", "0") +
+                                 (settings.empty() ? "" : ", ") + settings + "}, " + plugins + "}";
+        const SceneDocument document = SceneDocument::parse(text, "/scenes/test.json", diagnostics);
+        const auto scene = Scene::create(document, registry_.registry, diagnostics);
+        error = diagnostics.str();
+        if (!scene)
+            return {};
+        PathTracer tracer(registry_.log.log);
+        Output output;
+        SessionOptions options;
+        options.threads = threads;
+        const SessionResult result =
+            RenderSession(*scene, tracer, output, registry_.log.log, abort_).run(options);
+        error = result.error;
+        return output.pixels;
+    }
+    static std::string unless(const std::string& settings, const std::string& row,
+                              const std::string& value) {
+        return settings.find("\"" + row + "\"") == std::string::npos ? ", \"" + row + "\": " + value
+                                                                     : "";
+    }
+    /// The middle pixel.
+    static TessUtils::Color centre(const FrameBuffer& p) {
+        const float* v = p.pixel(p.width / 2, p.height / 2);
+        return {v[0], v[1], v[2]};
+    }
+    TessUtils::Color centreOf(const std::string& plugins, const std::string& settings = "") {
+        return centre(render(plugins, settings));
+    }
+
+    /// Looks from z = 10 along -z at the middle of what lies there, by parallel rays.
+    static constexpr const char* kFront =
+        R"("cam": {"plugin": "TessraCamera", "type": 1, "film_width": 2, "position": [0, 0, 10]})";
+    /// Looks down on the x-z plane.
+    static constexpr const char* kDown =
+        R"("cam": {"plugin": "TessraCamera", "type": 1, "film_width": 2, "position": [0, 10, 0],
+           "up": [0, 0, -1]})";
+    static constexpr const char* kFloor =
+        R"("floor": {"plugin": "TessraMesh", "shape": "Plane", "size": [100, 1, 100],
+           "material": "@paint"}, "paint": {"plugin": "TessraMaterial", "diffuse": [0.8, 0.4, 0.2]})";
+
+    int width_ = 3, height_ = 3;
+    TestRegistry registry_;
+    AbortFlag abort_;
+};
+
+}  // namespace nimbra::host::test

@@ -1,0 +1,333 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include "host/tracer_fixture.h"
+
+namespace nimbra::host {
+namespace {
+
+using namespace TessUtils;
+using test::slabRecord;
+using test::TracerFixture;
+
+class Tracer : public TracerFixture {
+protected:
+    static std::string all(std::initializer_list<std::string> parts) {
+        std::string text;
+        for (const std::string& part : parts)
+            text += (text.empty() ? "" : ", ") + part;
+        return text;
+    }
+    static void expectColor(const Color& found, const Color& expected, float tolerance) {
+        for (int c = 0; c < 3; ++c)
+            EXPECT_NEAR(found[c], expected[c], tolerance) << "channel " << c;
+    }
+    /// A thin emitting plane at height z that faces +z, with some opacity.
+    static std::string card(const std::string& name, double z, double emission, double opacity) {
+        return "\"" + name + R"(": {"plugin": "TessraMesh", "shape": "Plane", "size": [50, 1, 50],
+            "transform": {"translate": [0, 0, )" +
+               std::to_string(z) + R"(], "rotate": [90, 0, 0]}, "material": "@)" + name +
+               R"(_m"}, ")" + name +
+               R"(_m": {"plugin": "TessraMaterial", "diffuse": [0, 0, 0], "emission": [)" +
+               std::to_string(emission) + ", " + std::to_string(emission) + ", " +
+               std::to_string(emission) + R"(], "opacity": )" + std::to_string(opacity) + "}";
+    }
+    static std::string slab(const std::string& name, double z0, double z1,
+                            const std::string& extinction, const std::string& emission) {
+        return "\"" + name + R"(": {"plugin": "Slab", "low": [-50, -50, )" + std::to_string(z0) +
+               R"(], "high": [50, 50, )" + std::to_string(z1) + R"(], "extinction": )" +
+               extinction + R"(, "emission": )" + emission + "}";
+    }
+};
+
+// --- Direct light --------------------------------------------------------------------------------
+
+TEST_F(Tracer, PointLight_FallsOffWithSquareAndCosine) {
+    width_ = height_ = 5;
+    const FrameBuffer p = render(
+        all({kDown, kFloor,
+             R"("l": {"plugin": "TessraLightPoint", "position": [0.3, 2, 0], "color": [1, 0.5, 2],
+            "intensity": 6})"}));
+    for (int y = 0; y < 5; ++y)
+        for (int x = 0; x < 5; ++x) {
+            // Film of width 2: the pixels' centres are 0.4 apart.
+            const double dx = (x - 2) * 0.4 - 0.3, dz = (y - 2) * 0.4, d2 = dx * dx + dz * dz + 4;
+            const double light = 6 / d2 * 2 / std::sqrt(d2);
+            const float* v = p.pixel(x, y);
+            EXPECT_NEAR(v[0], 0.8 * light, 1e-4);
+            EXPECT_NEAR(v[1], 0.4 * light * 0.5, 1e-4);
+            EXPECT_NEAR(v[2], 0.2 * light * 2, 1e-4);
+            EXPECT_EQ(v[3], 1);
+        }
+}
+
+TEST_F(Tracer, PointLight_OtherDecays) {
+    const std::string light =
+        R"("l": {"plugin": "TessraLightPoint", "position": [0, 4, 0], "decay": )";
+    expectColor(centreOf(all({kDown, kFloor, light + "0}"})), {0.8f, 0.4f, 0.2f}, 1e-5f);
+    expectColor(centreOf(all({kDown, kFloor, light + "1}"})), {0.2f, 0.1f, 0.05f}, 1e-5f);
+}
+
+TEST_F(Tracer, BallLight_ShinesLikeAPointFromAfar) {
+    const Color c = centreOf(all({kDown, kFloor,
+                                  R"("l": {"plugin": "TessraLightPoint", "position": [0, 10, 0],
+        "intensity": 100, "radius": 0.5, "samples": 64})"}),
+                             R"("samples": 64)");
+    // The mean over a shell is larger by r^2 / d^2 / 3 and its like; the noise is below that.
+    expectColor(c, {0.8f, 0.4f, 0.2f}, 4e-3f);
+}
+
+TEST_F(Tracer, DirectionalLight_IsColorTimesCosine) {
+    expectColor(centreOf(all({kDown, kFloor,
+                              R"("l": {"plugin": "TessraLightDirectional",
+        "direction": [0, -3, -4], "color": [1, 2, 3]})"})),
+                {0.8f * 0.6f, 0.4f * 2 * 0.6f, 0.2f * 3 * 0.6f}, 1e-5f);
+    // From below nothing comes.
+    expectColor(centreOf(all({kDown, kFloor,
+                              R"("l": {"plugin": "TessraLightDirectional",
+        "direction": [0, 1, 0]})"})),
+                {0, 0, 0}, 0);
+}
+
+TEST_F(Tracer, SoftSun_MeanOfTheDiscAndHalfOfItBehindAnEdge) {
+    const std::string sun =
+        R"("l": {"plugin": "TessraLightDirectional", "angle": 20, "samples": 16})";
+    // The mean cosine over a cone of half angle a is (1 + cos a) / 2.
+    const float mean = (1 + std::cos(10 * float(M_PI) / 180)) / 2;
+    expectColor(centreOf(all({kDown, kFloor, sun}), R"("samples": 64)"),
+                {0.8f * mean, 0.4f * mean, 0.2f * mean}, 1e-4f);
+    // A wall that ends right above the point hides half of the disc.
+    const std::string wall =
+        R"("wall": {"plugin": "TessraMesh", "shape": "Plane", "size": [40, 1, 100],
+            "transform": {"translate": [20, 5, 0]}, "visible_to_camera": false})";
+    expectColor(centreOf(all({kDown, kFloor, sun, wall}), R"("samples": 64)"),
+                {0.4f * mean, 0.2f * mean, 0.1f * mean}, 0.01f);
+}
+
+TEST_F(Tracer, Sky_LightsPlaneWithItsMeanAndHidesBehindWalls) {
+    const std::string sky = R"("l": {"plugin": "TessraLightSky", "color": [1, 0.5, 2]})";
+    // Constant: every sample gives the exact value.
+    expectColor(centreOf(all({kDown, kFloor, sky})), {0.8f, 0.2f, 0.4f}, 1e-5f);
+    // With the gradient: the mean of (1 - h) * horizon + h * zenith under the cosine, h = sin of
+    // the elevation to the power 1, is horizon / 3 + zenith * 2 / 3.
+    expectColor(centreOf(all({kDown, kFloor,
+                              R"("l": {"plugin": "TessraLightSky", "color": [1, 1, 1],
+            "gradient": true, "horizon_color": [0.25, 0.25, 0.25], "horizon_width": 1})"}),
+                         R"("samples": 1024)"),
+                {0.6f, 0.3f, 0.15f}, 2e-3f);
+    // An endless wall through the point takes half of it.
+    expectColor(centreOf(all({kDown, kFloor, sky,
+                              R"("wall": {"plugin": "TessraMesh", "shape": "Box",
+            "size": [50, 99, 200], "transform": {"translate": [25.001, 49.5, 0]},
+            "visible_to_camera": false})"}),
+                         R"("samples": 1024)"),
+                {0.4f, 0.1f, 0.2f}, 4e-3f);
+}
+
+TEST_F(Tracer, ClosedFurnace_AddsUpItsBounces) {
+    // Inside a glowing box of albedo 1/2 each bounce brings half of the last: no noise at all.
+    const std::string box =
+        R"("box": {"plugin": "TessraMesh", "shape": "Box", "size": [4, 4, 4], "material": "@m"},
+           "m": {"plugin": "TessraMaterial", "diffuse": [0.5, 0.25, 0], "emission": [1, 1, 1]},
+           "cam": {"plugin": "TessraCamera", "position": [0, 0, 1], "fov": 90})";
+    expectColor(centreOf(box), {1, 1, 1}, 0);
+    expectColor(centreOf(box, R"("gi": true, "gi_bounces": 3)"),
+                {1.875f, 1 + 0.25f + 0.0625f + 0.015625f, 1}, 1e-5f);
+    expectColor(centreOf(box, R"("gi": true, "gi_bounces": 5, "ray_depth": 1)"), {1.5f, 1.25f, 1},
+                1e-5f);
+}
+
+TEST_F(Tracer, ConvexBodyInTheSky_HasNoDarkOrBrightSpots) {
+    width_ = height_ = 64;
+    // Self-shadowing would darken pixels; far from the origin the numbers are coarser.
+    for (const double far : {0.0, 5000.0})
+        for (const char* shape : {"Sphere", "Box"}) {
+            const std::string at = "[" + std::to_string(far) + ", 0, 0]";
+            const FrameBuffer p = render(
+                std::string(R"("ball": {"plugin": "TessraMesh", "size": [2, 2, 2], "shape": ")") +
+                    shape + R"(", "transform": {"translate": )" + at +
+                    R"(, "rotate": [20, 30, 0]}, "material": "@m"},
+                   "m": {"plugin": "TessraMaterial", "diffuse": [0.5, 0.5, 0.5]},
+                   "sky": {"plugin": "TessraLightSky"},
+                   "cam": {"plugin": "TessraCamera", "fov": 20, "target": )" +
+                    at + R"(, "position": [)" + std::to_string(far) + ", 0, 8]}",
+                R"("samples": 4)");
+            int covered = 0;
+            for (std::size_t i = 0; i < p.rgba.size(); i += 4)
+                if (p.rgba[i + 3] == 1) {
+                    ++covered;
+                    // On facets the smooth normal may look below the surface.
+                    EXPECT_NEAR(p.rgba[i], 0.5f, shape[0] == 'B' ? 1e-4 : 0.13) << i;
+                }
+            EXPECT_GT(covered, 1000);
+        }
+}
+
+// --- Volumes -------------------------------------------------------------------------------------
+
+TEST_F(Tracer, ShadowThroughAVolume_IsItsTransmittance) {
+    const std::string light = R"("l": {"plugin": "TessraLightDirectional"})";
+    const std::string smoke =
+        R"("v": {"plugin": "Slab", "low": [-50, 1, -50], "high": [50, 3, 50],
+             "extinction": [0.1, 0.5, 2]},
+           "cam": {"plugin": "TessraCamera", "type": 1, "film_width": 2, "position": [0, 0.5, 0],
+             "target": [0, 0, 0], "up": [0, 0, -1]})";
+    const Color c = centreOf(all({smoke, kFloor, light}));
+    expectColor(c, {0.8f * std::exp(-0.2f), 0.4f * std::exp(-1.0f), 0.2f * std::exp(-4.0f)}, 1e-6f);
+    // Without shadow rays nothing is taken away.
+    expectColor(centreOf(all({smoke, kFloor,
+                              R"("l": {"plugin": "TessraLightDirectional", "shadows": false})"})),
+                {0.8f, 0.4f, 0.2f}, 1e-6f);
+}
+
+TEST_F(Tracer, ShadowThroughGlassPanesAndAVolume_Multiplies) {
+    const Color c =
+        centreOf(all({R"("cam": {"plugin": "TessraCamera", "type": 1, "film_width": 2,
+                "position": [0, 0.5, 0], "up": [0, 0, -1]})",
+                      kFloor, R"("l": {"plugin": "TessraLightDirectional"})",
+                      R"("v": {"plugin": "Slab", "low": [-50, 1, -50], "high": [50, 3, 50],
+                "extinction": [0.5, 0.5, 0.5]})",
+                      R"("pane1": {"plugin": "TessraMesh", "shape": "Plane", "size": [9, 1, 9],
+                "transform": {"translate": [0, 2, 0]}, "material": "@glass"},
+                "pane2": {"plugin": "TessraMesh", "shape": "Plane", "size": [9, 1, 9],
+                "transform": {"translate": [0, 4, 0]}, "material": "@glass"},
+                "glass": {"plugin": "TessraMaterial", "opacity": 0.25})",
+                      R"("ghost": {"plugin": "TessraMesh", "shape": "Plane", "size": [9, 1, 9],
+                "transform": {"translate": [0, 6, 0]}, "casts_shadows": false})"}));
+    const float through = 0.75f * 0.75f * std::exp(-1.0f);
+    expectColor(c, {0.8f * through, 0.4f * through, 0.2f * through}, 1e-6f);
+}
+
+TEST_F(Tracer, VolumesAndSurfaces_CompositeByDepth) {
+    // From the eye: smoke, a half-opaque card, smoke, an opaque card, smoke that nobody sees.
+    const std::string scene =
+        all({kFront, slab("a", 5, 6, "[0.7, 0.7, 0.7]", "[0.3, 0.3, 0.3]"), card("c1", 4, 2, 0.4),
+             slab("b", 1, 3, "[0.2, 0.2, 0.2]", "[1, 1, 1]"), card("c2", 0, 5, 1),
+             slab("c", -3, -1, "[1, 1, 1]", "[9, 9, 9]")});
+    const FrameBuffer p = render(scene);
+    const double ta = std::exp(-0.7), ca = 0.3 * (1 - ta) / 0.7;
+    const double tb = std::exp(-0.4), cb = 1 * (1 - tb) / 0.2;
+    const double expected = ca + ta * (0.4 * 2 + 0.6 * (cb + tb * 5));
+    expectColor(centre(p), {float(expected), float(expected), float(expected)}, 2e-6f);
+    EXPECT_EQ(p.pixel(1, 1)[3], 1);
+
+    // Each stretch is asked once, and the stretches join without gap or overlap.
+    std::vector<std::pair<double, double>> stretches;
+    for (const test::VolumeCall& call : slabRecord().calls)
+        if (call.ray.p.x == 0 && call.ray.p.y == 0) {
+            EXPECT_FALSE(call.transparencyOnly);
+            EXPECT_TRUE(call.hasLights);
+            EXPECT_EQ(call.ray.flags & (kRayPath | kRayShadow | kRayGI), kRayPath);
+            stretches.emplace_back(call.ray.mint, call.ray.maxt);
+        }
+    ASSERT_EQ(stretches.size(), 6u);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(stretches[i].first, 0);
+        EXPECT_NEAR(stretches[i].second, 6, 1e-5);
+        EXPECT_EQ(stretches[i + 3].first, stretches[i].second);
+        EXPECT_NEAR(stretches[i + 3].second, 10, 1e-5);
+    }
+}
+
+TEST_F(Tracer, Background_ShowsThroughWithItsAlpha) {
+    const std::string smoke =
+        slab("v", 0, 1, "[0.693147181, 0.693147181, 0.693147181]", "[0, 0, 0]");
+    FrameBuffer p = render(all({kFront, smoke}));
+    EXPECT_NEAR(p.pixel(1, 1)[3], 0.5, 1e-6);
+    EXPECT_EQ(p.pixel(1, 1)[0], 0);
+    p = render(all({kFront, smoke}), R"("background": [1, 2, 3], "background_alpha": 0.5)");
+    expectColor(centre(p), {0.5f, 1, 1.5f}, 1e-6f);
+    EXPECT_NEAR(p.pixel(1, 1)[3], 0.75, 1e-6);
+    p = render(all({kFront, smoke,
+                    R"("sky": {"plugin": "TessraLightSky", "visible": true, "intensity": 4})"}));
+    expectColor(centre(p), {2, 2, 2}, 1e-6f);
+    EXPECT_EQ(p.pixel(1, 1)[3], 1);
+    // An empty scene is transparent, without a word of nothing.
+    p = render(kFront);
+    EXPECT_EQ(p.rgba, std::vector<float>(36, 0.0f));
+}
+
+TEST_F(Tracer, GeneratedPrimitive_IsMetTwiceAndSeenThrough) {
+    width_ = height_ = 1;
+    const FrameBuffer p =
+        render(all({kFront, R"("ball": {"plugin": "Ball"})", card("c", -2, 3, 1)}));
+    // Front (normal 1), back (normal -1), then the card.
+    EXPECT_NEAR(p.rgba[0], 1 - 0.5 + 0.25 * 3, 1e-5);
+    EXPECT_NEAR(p.layers[0], 9, 1e-5);
+    // Its shadow: half for each side.
+    const Color c = centreOf(
+        all({kFloor, R"("ball": {"plugin": "Ball"}, "l": {"plugin": "TessraLightDirectional"},
+            "cam": {"plugin": "TessraCamera", "type": 1, "film_width": 0.01,
+                "position": [0, -1.5, 0], "target": [0, -9, 0], "up": [0, 0, -1]},
+            "low": {"plugin": "TessraMesh", "shape": "Plane", "size": [9, 1, 9],
+                "transform": {"translate": [0, -2, 0]}})",
+             R"("x": {"plugin": "TessraLightPoint", "enabled": false})"}));
+    expectColor(c, {0, 0, 0}, 0);  // below the floor
+}
+
+TEST_F(Tracer, DepthIsAlongTheViewAndTheNearestOfThePixel) {
+    width_ = 5;
+    height_ = 1;
+    const FrameBuffer p =
+        render(all({R"("cam": {"plugin": "TessraCamera", "position": [0, 0, 10], "fov": 90})",
+                    card("c", 4, 1, 1)}));
+    for (int x = 0; x < 5; ++x)
+        EXPECT_NEAR(p.layers[x], 6, 1e-4) << x;
+    // The edge of a card in the middle of a pixel: the card's depth, no mean with the far away.
+    width_ = 1;
+    const FrameBuffer edge =
+        render(all({kFront, R"("half": {"plugin": "TessraMesh", "shape": "Box", "size": [10, 10, 2],
+            "transform": {"translate": [5, 0, 0]}})"}),
+               R"("samples": 16, "filter_width": 1, "pixel_filter": 0)");
+    EXPECT_NEAR(edge.rgba[3], 0.5, 0.05);
+    EXPECT_NEAR(edge.layers[0], 9, 1e-4);
+    EXPECT_EQ(render(kFront).layers[0], kNoDepth);
+}
+
+TEST_F(Tracer, MovingMesh_CoversForPartOfTheTime) {
+    width_ = height_ = 1;
+    // A wide card that travels from x = -10 .. 0 to 0 .. 10 and so leaves the view half way.
+    const std::string moving =
+        R"("c": {"plugin": "TessraMesh", "shape": "Box", "size": [10, 10, 1], "transform":
+            {"keys": [[0, {"translate": [-5, 0, 0]}], [2, {"translate": [15, 0, 0]}]]}})";
+    const std::string camera =
+        R"("cam": {"plugin": "TessraCamera", "type": 1, "film_width": 0.001,
+            "position": [2.5, 0, 10], "target": [2.5, 0, 0]})";
+    const FrameBuffer p = render(all({camera, moving}),
+                                 R"("motion_blur": true, "shutter_interval": 1, "samples": 256,
+        "shutter_center": 0.5, "first_frame": 0)");
+    // Between time 0 and 1 the card goes 10 units: it reaches x = 2.5 after a quarter.
+    EXPECT_NEAR(p.rgba[3], 0.75, 0.01);
+}
+
+TEST_F(Tracer, SameScene_WithAnyNumberOfThreads) {
+    width_ = 40;
+    height_ = 30;
+    const std::string scene =
+        all({kFloor, slab("v", -1, 1, "[0.5, 0.6, 0.7]", "[0.1, 0.2, 0.1]"),
+             R"("cam": {"plugin": "TessraCamera", "position": [3, 2, 6], "lens_radius": 0.05},
+            "sky": {"plugin": "TessraLightSky", "gradient": true, "visible": true},
+            "sun": {"plugin": "TessraLightDirectional", "direction": [1, -2, 0.5], "angle": 5},
+            "ball": {"plugin": "TessraMesh", "shape": "Sphere",
+                "transform": {"translate": [0, 0.7, 0]}, "material": "@paint"})"});
+    const std::string settings = R"("samples": 4, "gi": true, "gi_bounces": 2, "tile_size": 8)";
+    const FrameBuffer one = render(scene, settings, 1), three = render(scene, settings, 3),
+                      eight = render(scene, settings, 8);
+    EXPECT_EQ(one.rgba, three.rgba);
+    EXPECT_EQ(one.rgba, eight.rgba);
+    EXPECT_EQ(one.layers, eight.layers);
+}
+
+TEST_F(Tracer, SceneFaults_AreSaid) {
+    std::string error;
+    tryRender(kFloor, "", 1, error);
+    EXPECT_EQ(error, "preparing the frame: the scene has no TessraCamera");
+    tryRender(all({kFront, R"("m": {"plugin": "TessraMesh", "file": "none.obj"})"}), "", 1, error);
+    EXPECT_EQ(error, "m: frameBegin: /scenes/none.obj: No such file or directory");
+    tryRender(all({kFront, R"("m": {"plugin": "TessraMesh"})"}), "", 1, error);
+    EXPECT_EQ(error, "m: frameBegin: no file is given");
+}
+
+}  // namespace
+}  // namespace nimbra::host
