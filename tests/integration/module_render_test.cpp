@@ -1,0 +1,139 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/path_tracer.h"
+#include "host/plugin_registry.h"
+#include "host/session.h"
+
+namespace nimbra::host {
+namespace {
+
+/// Keeps the frames that a session gives out.
+class KeptFrames final : public FrameOutput {
+public:
+    bool write(const FinishedFrame& frame, std::string&) override {
+        frames.push_back(frame.frame);
+        pictures.push_back(frame.pixels);
+        return true;
+    }
+    std::vector<int> frames;
+    std::vector<FrameBuffer> pictures;
+};
+
+class ModuleTest : public ::testing::Test {
+protected:
+    ModuleTest() {
+        addHostPlugins(registry_);
+        std::string error;
+        loaded_ = registry_.loadModule(NIMBRA_MODULE, error);
+        EXPECT_TRUE(loaded_) << error;
+    }
+
+    std::unique_ptr<Scene> make(const std::string& body) {
+        SceneDiagnostics diagnostics;
+        auto scene = Scene::create(
+            SceneDocument::parse("{\"nimbra\": 1,\n" + body + "}", "s.json", diagnostics),
+            registry_, diagnostics);
+        faults_ = diagnostics.str();
+        return scene;
+    }
+    SessionResult render(Scene& scene, KeptFrames& output, std::vector<int> frames, int threads) {
+        PathTracer tracer(log_);
+        AbortFlag abort;
+        SessionOptions options;
+        options.frames = std::move(frames);
+        options.threads = threads;
+        return RenderSession(scene, tracer, output, log_, abort).run(options);
+    }
+
+    std::vector<std::string> lines_;
+    HostLog log_{LogLevel::Debug, [this](LogLevel level, std::string_view line) {
+                     lines_.push_back(std::string(toString(level)) + ": " + std::string(line));
+                 }};
+    PluginRegistry registry_{log_};
+    bool loaded_ = false;
+    std::string faults_;
+};
+
+TEST_F(ModuleTest, Table_HasItsKindsInTheLibrarysOrder) {
+    std::vector<std::string> names;
+    for (const PluginType* type : registry_.types())
+        if (!type->ofHost)
+            names.emplace_back(type->name());
+    const std::vector<std::string> expected{
+        "NmbShaderTexAlpha",    "NmbShaderSimVol", "NmbShaderPrtLoader", "NmbShaderPGroup",
+        "NmbShaderFoam",        "NmbShaderSim",    "NmbShaderCache",     "NmbShaderOceanTex",
+        "NmbShaderParticleTex", "NmbShaderTex",    "NmbShaderSimMesh",   "NmbShaderSimGeom"};
+    EXPECT_EQ(names, expected);
+    ASSERT_NE(registry_.find("NmbShaderSim"), nullptr);
+    EXPECT_EQ(registry_.find("NmbShaderSim")->rows.size(), 170u);
+}
+
+TEST_F(ModuleTest, EveryKind_IsCreatedOrNamedAsMissing) {
+    for (const PluginType* type : registry_.types()) {
+        std::string error;
+        Plugin* plugin = registry_.create(*type, error);
+        if (plugin) {
+            EXPECT_EQ(plugin->getPluginDesc(), type->desc);
+            EXPECT_NE(plugin->getInterface(TessUtils::ids::kTessraPlugin), nullptr) << type->name();
+        } else {
+            EXPECT_EQ(error, "plug-in '" + std::string(type->name()) +
+                                 "' is not available in this build of Nimbra");
+        }
+        registry_.destroy(plugin);
+    }
+}
+
+TEST_F(ModuleTest, UnknownRow_IsReportedWithItsNeighbour) {
+    EXPECT_EQ(make(R"("plume": {"plugin": "NmbShaderSim", "rendstp": 50})"), nullptr);
+    EXPECT_EQ(faults_,
+              "s.json:2:37: plume.rendstp: found a parameter that NmbShaderSim doesn't have "
+              "(did you mean 'rendstep'?)\n");
+}
+
+// A lit floor below a container without a grid, seen past the collector.
+constexpr const char* kFloorScene = R"(
+    "settings": {"plugin": "TessraSettings", "width": 32, "height": 24, "samples": 2,
+                 "tile_size": 8},
+    "camera": {"plugin": "TessraCamera", "position": [0, 3, 8], "target": [0, 0, 0]},
+    "sun": {"plugin": "TessraLightDirectional", "direction": [0, -1, 0], "intensity": 3},
+    "white": {"plugin": "TessraMaterial", "diffuse": 0.5},
+    "floor": {"plugin": "TessraMesh", "shape": "Plane", "size": [4, 4, 4], "material": "@white"},
+    "box": {"plugin": "NmbShaderSim", "renderAsVolumetric": true},
+    "volumes": {"plugin": "NmbShaderSimVol"})";
+
+TEST_F(ModuleTest, ContainerWithoutAGrid_LeavesTheSceneAsItIs) {
+    const auto scene = make(kFloorScene);
+    ASSERT_NE(scene, nullptr) << faults_;
+    KeptFrames output;
+    const SessionResult result = render(*scene, output, {1, 2}, 2);
+    ASSERT_EQ(result.status, RenderStatus::Complete) << result.error;
+    ASSERT_EQ(output.frames, (std::vector<int>{1, 2}));
+    const FrameBuffer& picture = output.pictures[0];
+    // A light's intensity is what a white surface shows that faces it; this one has half of white.
+    const float* floor = picture.pixel(16, 12);
+    EXPECT_NEAR(floor[0], 0.5 * 3, 1e-4);
+    EXPECT_EQ(floor[3], 1.0f);
+    const float* sky = picture.pixel(16, 0);
+    EXPECT_EQ(sky[0], 0.0f);
+    EXPECT_EQ(sky[3], 0.0f);
+}
+
+TEST_F(ModuleTest, Threads_DoNotChangeThePicture) {
+    const auto scene = make(kFloorScene);
+    ASSERT_NE(scene, nullptr) << faults_;
+    KeptFrames output;
+    for (const int threads : {1, 3, 8})
+        ASSERT_EQ(render(*scene, output, {1}, threads).status, RenderStatus::Complete);
+    EXPECT_EQ(output.pictures[0].rgba, output.pictures[1].rgba);
+    EXPECT_EQ(output.pictures[0].rgba, output.pictures[2].rgba);
+    EXPECT_EQ(output.pictures[0].layers, output.pictures[2].layers);
+}
+
+}  // namespace
+}  // namespace nimbra::host
