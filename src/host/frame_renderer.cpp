@@ -224,9 +224,8 @@ private:
         std::uint64_t invalid = 0;
         for (int y = tile.y0; y < tile.y1; ++y)
             for (int x = tile.x0; x < tile.x1; ++x) {
-                if (stopped())
+                if (!renderPixel(x, y, threadIndex, scratch, invalid))
                     return false;
-                invalid += renderPixel(x, y, threadIndex, scratch);
             }
         samples_.fetch_add(std::uint64_t(tile.x1 - tile.x0) * std::uint64_t(tile.y1 - tile.y0) *
                            std::uint64_t(std::max(1, job_.settings.samples)));
@@ -234,16 +233,17 @@ private:
         return true;
     }
 
-    /// Returns how many samples were not finite.
-    std::uint64_t renderPixel(int x, int y, int threadIndex, Scratch& scratch) {
+    /// False when the render is to stop; adds the samples that were not finite to `invalid`.
+    bool renderPixel(int x, int y, int threadIndex, Scratch& scratch, std::uint64_t& invalid) {
         const RenderSettings& settings = job_.settings;
         const int count = std::max(1, settings.samples);
         double sums[4] = {};
         std::fill(scratch.layerSums.begin(), scratch.layerSums.end(), 0.0);
-        std::uint64_t invalid = 0;
         PixelSampler random;
         SampleValue& value = scratch.value;
         for (int s = 0; s < count; ++s) {
+            if (stopped())
+                return false;
             random.start(settings.seed, x, y, s);
             CameraSample sample;
             sample.x = static_cast<float>(x) + 0.5f + filterOffset(settings, random.next());
@@ -267,7 +267,7 @@ private:
                 addLayer(c, value.layers[c], count, scratch.layerSums[c]);
         }
         store(x, y, sums, scratch.layerSums, 1.0 / count);
-        return invalid;
+        return true;
     }
 
     /// Values are averaged; of depths the least counts, since a mean of two would lie where nothing

@@ -10,6 +10,7 @@
 #include "host/host_renderer.h"
 #include "host/lifecycle.h"
 #include "host/parameter_view.h"
+#include "host/task_limit.h"
 #include "tessra/thread_manager.h"
 
 namespace nimbra::host {
@@ -277,6 +278,7 @@ SessionResult RenderSession::run(const SessionOptions& options) {
     const int wanted = settings.threads > 0 ? settings.threads : numberOfProcessors();
     state.threadCount = std::clamp(wanted, 1, kMaxRenderThreads);
 
+    const TaskLimit taskLimit(state.threadCount);
     const std::unique_ptr<ThreadManager, DeleteThreadManager> threads(
         newThreadManager(state.threadCount));
     HostProgress progress(state.log, state.abort, state.observer);

@@ -161,7 +161,7 @@ TEST(FrameRenderer, Throw_StopsAllThreads) {
     EXPECT_LT(calls, 2000 * 2000);
 }
 
-TEST(FrameRenderer, Abort_EndsWithinOnePixelAndClearsOpenTiles) {
+TEST(FrameRenderer, Abort_EndsWithinOneSampleAndClearsOpenTiles) {
     using Clock = std::chrono::steady_clock;
     AbortFlag abort;
     LambdaTracer tracer;
@@ -181,8 +181,8 @@ TEST(FrameRenderer, Abort_EndsWithinOnePixelAndClearsOpenTiles) {
     const FrameRenderResult result = renderFrame(job, out);
     const Clock::time_point asked{Clock::duration(abortTime.load())};
     EXPECT_EQ(result.status, RenderStatus::Aborted);
-    // Each of three threads ends its pixel of four samples.
-    EXPECT_LE(calls, 50 + 3 * 4);
+    // Each of three threads ends its sample.
+    EXPECT_LE(calls, 50 + 3);
     EXPECT_LT(std::chrono::duration<double>(Clock::now() - asked).count(), 2.0);
     for (const float value : out.rgba)
         ASSERT_EQ(value, 0.0f);
