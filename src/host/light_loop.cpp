@@ -28,6 +28,11 @@ constexpr std::uint32_t kInherited = TessUtils::kRayReflection | TessUtils::kRay
                                      TessUtils::kRayGI | TessUtils::kRayLightCachePass |
                                      TessUtils::kRayCaustics;
 
+/// A number below 2 brought back below 1.
+float fraction(float x) {
+    return x < 1 ? x : x - 1;
+}
+
 /// The random numbers of one lit point: those of the ray, moved on by the point's seed, or those of
 /// the seed alone.
 class PointRandom final : public RaySampler {
@@ -44,8 +49,7 @@ public:
         if (seed_ == 0)
             return number;
         // A shift of the whole set of numbers, which so stays as well spread as it was.
-        const float moved = number + sampleDimension(seed_, 0, count_++);
-        return moved < 1 ? moved : moved - 1;
+        return fraction(number + sampleDimension(seed_, 0, count_++));
     }
 
 private:
@@ -54,6 +58,17 @@ private:
     std::uint32_t count_ = 0;
     PixelSampler own_;
 };
+
+/// Number i of a well-spread set of `count`: Hammersley's points, moved as a whole so that the
+/// first lies where it was drawn.
+void spread(const float first[2], int i, int count, float u[2]) {
+    float inverse = 0;
+    float digit = 0.5f;
+    for (int bits = i; bits > 0; bits >>= 1, digit *= 0.5f)
+        inverse += bits & 1 ? digit : 0;
+    u[0] = fraction(first[0] + static_cast<float>(i) / static_cast<float>(count));
+    u[1] = fraction(first[1] + inverse);
+}
 
 }  // namespace
 
@@ -87,7 +102,9 @@ struct Integrator::Lighting {
 };
 
 void Integrator::illuminate(ShadingContext& context, ShadeData& data, BRDFSampler& brdf) {
-    if (data.lightLevel == 0 || !(data.importance.maxComponent() > 0))
+    const bool isRenderThread =
+        context.threadIndex >= 0 && static_cast<std::size_t>(context.threadIndex) < threads_.size();
+    if (!isRenderThread || data.lightLevel == 0 || !(data.importance.maxComponent() > 0))
         return;
     Lighting lighting{context, data, brdf, context.ray, PointRandom(context.sampler, data)};
     if (data.flags & TessUtils::kShadeVolumePoint)
@@ -114,8 +131,10 @@ void Integrator::illuminateDirect(Lighting& lighting, LightInterface& light) {
         return;
     const bool shadows = lighting.shadows() && light.castsShadows();
     const int count = sampler->sampleCount();
+    const float first[2] = {lighting.random.next(), lighting.random.next()};
     for (int i = 0; i < count; ++i) {
-        const float u[2] = {lighting.random.next(), lighting.random.next()};
+        float u[2];
+        spread(first, i, count, u);
         LightSample sample;
         if (!sampler->eval(u, sample))
             continue;

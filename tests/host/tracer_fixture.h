@@ -15,6 +15,7 @@
 #include "host/host_plugin.h"
 #include "host/path_tracer.h"
 #include "tessra/geometry.h"
+#include "tessra/light.h"
 #include "tessra/renderer.h"
 #include "tessra/volumetric.h"
 
@@ -33,8 +34,6 @@ struct SlabRecord {
     std::vector<VolumeCall> calls;
     /// Run by every slab that answers a colour.
     std::function<void(TessUtils::ShadingContext&)> onShade;
-    /// Run on what setupRender was given.
-    std::function<void(TessUtils::TessraRenderer*)> onSetup;
 };
 
 inline SlabRecord& slabRecord() {
@@ -56,6 +55,7 @@ public:
         t.addParamPlugin("lights", TessUtils::ids::kLightList, 0);
     }
     explicit Slab(TessUtils::TessraPluginDesc* desc) : TessraVolumetric(desc) {
+        newest() = this;
         paramList->setParamCache("extinction", &extinction_);
         paramList->setParamCache("emission", &emission_);
         paramList->setParamCache("lights", &lights);
@@ -84,6 +84,12 @@ public:
     void shadeTransparency(TessUtils::ShadingContext& context) override {
         note(context, true);
         answer(context, false);
+    }
+
+    /// The slab that was made last.
+    static Slab*& newest() {
+        static Slab* slab = nullptr;
+        return slab;
     }
 
     TessUtils::TessraPluginList lights;
@@ -169,6 +175,52 @@ private:
     };
 };
 
+/// Three lamps at distances 1, 2 and 3 along +x, of light 1, 0 and 3, as one light.
+class Lamps final : public TessUtils::TessraPlugin, public TessUtils::LightInterface {
+public:
+    static HostPluginInfo info() {
+        return {"Lamps", 0x1A3B, HostCategory::Light, "", {TessUtils::ids::kLight}};
+    }
+    static void defineParameters(TessUtils::TessraParameterListDesc&) {}
+    explicit Lamps(TessUtils::TessraPluginDesc* desc) : TessraPlugin(desc) {}
+    Plugin* getPlugin() override { return this; }
+    PluginInterface* getInterface(InterfaceID id) override {
+        if (id == TessUtils::ids::kLight)
+            return static_cast<LightInterface*>(this);
+        return TessraPlugin::getInterface(id);
+    }
+    TessUtils::LightSampler* newLightSampler(TessUtils::ShadingContext&,
+                                             const TessUtils::ShadeData&) override {
+        ++open();
+        return new Sampler;
+    }
+    void deleteLightSampler(TessUtils::LightSampler* sampler, int) override {
+        --open();
+        delete sampler;
+    }
+    /// Samplers not given back.
+    static int& open() {
+        static int count = 0;
+        return count;
+    }
+
+private:
+    struct Sampler final : TessUtils::LightSampler {
+        int next = 0;
+        int sampleCount() const override { return 3; }
+        bool eval(const float*, TessUtils::LightSample& out) override {
+            const auto distance = static_cast<float>(++next);
+            out.direction = {1, 0, 0};
+            out.distance = distance;
+            out.color = {distance, distance, distance};
+            return next != 2;
+        }
+    };
+};
+
+/// A context that no tracer made.
+class PlainContext final : public TessUtils::ShadingContext {};
+
 /// Scenes given as the inside of a JSON object. Every pixel looks exactly through its centre.
 class TracerFixture : public ::testing::Test {
 protected:
@@ -183,6 +235,7 @@ protected:
     TracerFixture() {
         registry_.registry.addHostPlugin(std::make_unique<HostPluginDesc<Slab>>());
         registry_.registry.addHostPlugin(std::make_unique<HostPluginDesc<Ball>>());
+        registry_.registry.addHostPlugin(std::make_unique<HostPluginDesc<Lamps>>());
         slabRecord().calls.clear();
         slabRecord().onShade = nullptr;
     }
