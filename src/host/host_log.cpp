@@ -62,7 +62,9 @@ void HostLog::write(LogLevel level, std::string_view text) {
 }
 
 void HostLog::emit(LogLevel level, const std::string& line) {
-    if (level == LogLevel::Warning) {
+    // Warnings that are all different must not fill the memory of a long render.
+    constexpr std::size_t kMostRemembered = 10000;
+    if (level == LogLevel::Warning && warnings_.size() < kMostRemembered) {
         const auto [entry, isNew] = warnings_.try_emplace(line, 0);
         ++entry->second;
         if (!isNew)

@@ -351,8 +351,11 @@ std::unique_ptr<Scene> Scene::create(const SceneDocument& document, PluginRegist
     } catch (const std::exception& error) {
         diagnostics.add({std::make_shared<std::string>(document.path), 0, 0}, "",
                         std::string("a plug-in failed while the scene was made: ") + error.what());
-        return nullptr;
+    } catch (...) {
+        diagnostics.add({std::make_shared<std::string>(document.path), 0, 0}, "",
+                        "a plug-in failed while the scene was made");
     }
+    return nullptr;
 }
 
 }  // namespace nimbra::host

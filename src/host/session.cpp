@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <optional>
 
 #include "host/host_renderer.h"
 #include "host/lifecycle.h"
@@ -288,17 +289,20 @@ SessionResult RenderSession::run(const SessionOptions& options) {
     renderer.services().channels.channels = options.channels;
     renderer.setFrame(frames.front(), settings);
 
-    Lifecycle lifecycle(state.scene, state.log);
-    StepFailure failure = lifecycle.beginRender(renderer);
+    std::optional<Lifecycle> lifecycle;
+    StepFailure failure = guarded("asking the plug-ins for their interfaces",
+                                  [&] { lifecycle.emplace(state.scene, state.log); });
+    if (!failure.failed())
+        failure = lifecycle->beginRender(renderer);
     if (!failure.failed()) {
-        state.runFrames(renderer, lifecycle, frames, result);
+        state.runFrames(renderer, *lifecycle, frames, result);
     } else {
         state.log.error(failure.text);
         result.status = RenderStatus::Failed;
         result.error = failure.text;
         result.outOfMemory = failure.outOfMemory;
     }
-    failure = lifecycle.endRender(renderer);
+    failure = lifecycle ? lifecycle->endRender(renderer) : StepFailure();
     if (failure.failed() && result.status == RenderStatus::Complete) {
         result.status = RenderStatus::Failed;
         result.error = failure.text;
