@@ -81,29 +81,41 @@ std::vector<Tile> makeTiles(const CropWindow& window, int tileSize) {
     return tiles;
 }
 
-/// An offset from the pixel's centre, in pixels, whose density is the filter: all samples then
-/// weigh the same, and no pixel needs its neighbours' samples.
-float filterOffset(const RenderSettings& settings, float u) {
-    const float half = settings.filterWidth * 0.5f;
-    if (!(half > 0))
-        return 0;
-    switch (settings.pixelFilter) {
-        case PixelFilter::Box:
-            return (2 * u - 1) * half;
-        case PixelFilter::Triangle:
-            return u < 0.5f ? (std::sqrt(2 * u) - 1) * half : (1 - std::sqrt(2 - 2 * u)) * half;
-        case PixelFilter::Gaussian: {
-            // Logistic density, cut at the half width: close to a Gaussian of the same deviation,
-            // with an inverse in closed form. At half = 2.5 deviations 2 % lie outside and are
-            // folded in.
-            const float scale = half / 2.5f * 0.5513289f;  // sqrt(3) / pi
-            const float tail = 1 / (1 + std::exp(half / scale));
-            const float inside = tail + u * (1 - 2 * tail);
-            return std::clamp(scale * std::log(inside / (1 - inside)), -half, half);
+/// Offsets from a pixel's centre, in pixels, whose density is the filter: all samples then weigh
+/// the same, and no pixel needs its neighbours' samples.
+class FilterOffsets {
+public:
+    FilterOffsets(PixelFilter filter, float width)
+        : filter_(filter),
+          half_(width * 0.5f),
+          scale_(half_ / 2.5f * kLogisticScale),
+          tail_(1 / (1 + std::exp(2.5f / kLogisticScale))) {}
+
+    float at(float u) const {
+        switch (filter_) {
+            case PixelFilter::Box:
+                return (2 * u - 1) * half_;
+            case PixelFilter::Triangle:
+                return u < 0.5f ? (std::sqrt(2 * u) - 1) * half_
+                                : (1 - std::sqrt(2 - 2 * u)) * half_;
+            case PixelFilter::Gaussian: {
+                const float inside = tail_ + u * (1 - 2 * tail_);
+                return std::clamp(scale_ * std::log(inside / (1 - inside)), -half_, half_);
+            }
         }
+        return 0;
     }
-    return 0;
-}
+
+private:
+    // A logistic density stands in for the Gaussian of the same deviation, since its inverse has a
+    // closed form; sqrt(3)/pi is its scale for deviation 1. It is cut at 2.5 deviations.
+    static constexpr float kLogisticScale = 0.5513289f;
+
+    PixelFilter filter_;
+    float half_;
+    float scale_;
+    float tail_;  // what lies beyond the cut on either side
+};
 
 bool isFinite(const SampleValue& value) {
     return std::isfinite(value.color.r) && std::isfinite(value.color.g) &&
@@ -117,6 +129,7 @@ public:
         : job_(job),
           out_(out),
           tiles_(makeTiles(window, std::max(1, job.settings.tileSize))),
+          offsets_(job.settings.pixelFilter, job.settings.filterWidth),
           channels_(out.layerNames.size()),
           depthChannel_(static_cast<std::size_t>(
               std::find(out.layerNames.begin(), out.layerNames.end(), "Z") -
@@ -246,8 +259,8 @@ private:
                 return false;
             random.start(settings.seed, x, y, s);
             CameraSample sample;
-            sample.x = static_cast<float>(x) + 0.5f + filterOffset(settings, random.next());
-            sample.y = static_cast<float>(y) + 0.5f + filterOffset(settings, random.next());
+            sample.x = static_cast<float>(x) + 0.5f + offsets_.at(random.next());
+            sample.y = static_cast<float>(y) + 0.5f + offsets_.at(random.next());
             sample.sample = s;
             sample.threadIndex = threadIndex;
             sample.random = &random;
@@ -309,6 +322,7 @@ private:
     const FrameRenderJob& job_;
     FrameBuffer& out_;
     const std::vector<Tile> tiles_;
+    const FilterOffsets offsets_;
     const std::size_t channels_;
     const std::size_t depthChannel_;
     std::atomic<std::size_t> next_{0}, done_{0};

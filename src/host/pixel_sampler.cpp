@@ -38,27 +38,26 @@ std::uint32_t permuteUpwards(std::uint32_t x, std::uint32_t seed) {
     return x;
 }
 
-std::uint32_t scramble(std::uint32_t x, std::uint32_t seed) {
-    return reverseBits(permuteUpwards(reverseBits(x), seed));
-}
-
-// Second dimension of Sobol's sequence: column k of its matrix is column k - 1 xor itself shifted.
-std::uint32_t sobolSecond(std::uint32_t index) {
-    std::uint32_t result = 0;
-    for (std::uint32_t column = 0x80000000U; index; index >>= 1, column ^= column >> 1)
-        if (index & 1)
-            result ^= column;
-    return result;
+// Second dimension of Sobol's sequence, bits reversed. Its matrix is Pascal's triangle modulo 2:
+// bit j is the sum of all index bits i whose number contains that of j (Lucas), which five folds
+// give.
+std::uint32_t pascalFold(std::uint32_t x) {
+    x ^= (x >> 1) & 0x55555555U;
+    x ^= (x >> 2) & 0x33333333U;
+    x ^= (x >> 4) & 0x0f0f0f0fU;
+    x ^= (x >> 8) & 0x00ff00ffU;
+    return x ^ ((x >> 16) & 0x0000ffffU);
 }
 
 }  // namespace
 
 float sampleDimension(std::uint32_t pixelHash, std::uint32_t sample, std::uint32_t dimension) {
     const std::uint32_t pair = hash(combine(pixelHash, dimension >> 1));
-    const std::uint32_t index = scramble(sample, pair);
+    const std::uint32_t index = reverseBits(permuteUpwards(reverseBits(sample), pair));
     const bool second = dimension & 1;
-    const std::uint32_t point = second ? sobolSecond(index) : reverseBits(index);
-    const std::uint32_t bits = scramble(point, hash(combine(pair, second ? 2 : 1)));
+    const std::uint32_t reversedPoint = second ? pascalFold(index) : index;
+    const std::uint32_t seed = hash(combine(pair, second ? 2 : 1));
+    const std::uint32_t bits = reverseBits(permuteUpwards(reversedPoint, seed));
     // The 24 upper bits, so that the result is exact and below 1.
     return static_cast<float>(bits >> 8) * 0x1p-24f;
 }
