@@ -101,8 +101,10 @@ void NimbraSimPlugin::loadFrame(FrameLoad& load) {
     }
     int size[3];
     load.frame->getGridSize(size);
+    // A single file needn't have a number.
+    const int number = load.frame->frameNumber;
     log->printInfo("[NimbraSimPlugin] grid %dx%dx%d, cache index %d.\n", size[0], size[1], size[2],
-                   load.frame->frameNumber);
+                   number == NimbraFrameData::kNoFrame ? 0 : number);
 }
 
 void NimbraSimPlugin::buildTables(const FrameLoad& load) {

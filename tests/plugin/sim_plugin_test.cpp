@@ -123,6 +123,10 @@ TEST(SimPlugin, FrameLoad_LeavesAShaderInPlace) {
     f.sim->postFrameEnd(&f.renderer);
     EXPECT_EQ(f.sim->getRenderer(0), nullptr);
     f.sim->postFrameEnd(nullptr);
+
+    f.cache.frame->frameNumber = NimbraFrameData::kNoFrame;
+    f.sim->preFrameBegin(&f.renderer);
+    EXPECT_EQ(f.log.count("cache index 0.\n"), 1);
 }
 
 TEST(SimPlugin, Rows_ReachTheShader) {
