@@ -314,7 +314,6 @@ TEST(NimbraVolPlugin, ManyThreads_GetTheSameAnswers) {
     c.renderer.sequence.threadCount = 4;
     Container container;
     c.collect({&container});
-    SunThroughVolumes sun(c.plugin);
     const auto shadeRow = [&](int thread, std::vector<float>& row) {
         for (int i = 0; i < 50; ++i) {
             ShadingContext context;
