@@ -1,0 +1,125 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <regex>
+
+#include "cache/nimbra_frame.h"
+#include "cache/test_log.h"
+
+namespace nimbra {
+namespace {
+
+/// A frame that tells when it goes.
+struct WatchedFrame : NimbraFrameData {
+    explicit WatchedFrame(int& goneCount) : gone(goneCount) {}
+    ~WatchedFrame() override { ++gone; }
+    int& gone;
+};
+
+std::string line(const char* change, const NimbraFrameData* frame, int count, int headerOnly,
+                 const char* path) {
+    char text[300];
+    std::snprintf(text, sizeof text, "NimbraFrameData refCount%s %08X %d, I:%d, %s\n", change,
+                  static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(frame)), count, headerOnly,
+                  path);
+    return text;
+}
+
+TEST(FrameDataArray, Counts_AreKeptAndLogged) {
+    test::CaughtLog log;
+    NimbraFrame::FrameDataArray list;
+    int gone = 0;
+    NimbraFrameData* const frame = new WatchedFrame(gone);
+    frame->path = "/tmp/a_0001.kol";
+    EXPECT_EQ(list.acquireFrame(nullptr, true), nullptr);
+    EXPECT_EQ(list.acquireFrame(frame, true), frame);
+    EXPECT_EQ(list.acquireFrame(frame, false), frame);
+    EXPECT_EQ(log.take(), line("=1", frame, 1, 0, "/tmp/a_0001.kol") +
+                              line("++", frame, 2, 0, "/tmp/a_0001.kol"));
+    frame->flags = kFrameHeaderOnly | kFramePrivate;
+    list.releaseFrame(frame);
+    EXPECT_EQ(gone, 0);
+    EXPECT_EQ(log.take(), line("--", frame, 1, 1, "/tmp/a_0001.kol"));
+    const std::string last = line("--", frame, 0, 1, "/tmp/a_0001.kol");
+    list.releaseFrame(frame);
+    EXPECT_EQ(gone, 1);
+    EXPECT_EQ(list.size, 0);
+    EXPECT_EQ(log.take(), last);
+    list.releaseFrame(frame);
+    list.releaseFrame(nullptr);
+    EXPECT_EQ(log.take(), "");
+}
+
+TEST(FrameDataArray, AReleasedFrame_IsReplacedByTheLast) {
+    NimbraFrame::FrameDataArray list;
+    int gone = 0;
+    NimbraFrameData* frames[4];
+    for (auto*& f : frames)
+        f = list.acquireFrame(new WatchedFrame(gone), false);  // not in the list: taken in
+    list.releaseFrame(frames[1]);
+    ASSERT_EQ(list.size, 3);
+    EXPECT_EQ(list[0], frames[0]);
+    EXPECT_EQ(list[1], frames[3]);
+    EXPECT_EQ(list[2], frames[2]);
+    list.releaseFrame(frames[2]);
+    EXPECT_EQ(list.size, 2);
+    EXPECT_EQ(gone, 2);
+}
+
+TEST(FrameDataArray, AFrameTakenInTwice_GoesOnce) {
+    NimbraFrame::FrameDataArray list;
+    int gone = 0;
+    NimbraFrameData* const frame = list.acquireFrame(new WatchedFrame(gone), true);
+    list.acquireFrame(frame, true);
+    EXPECT_EQ(list.size, 2);
+    EXPECT_EQ(frame->refCount, 1);
+    list.releaseFrame(frame);
+    EXPECT_EQ(gone, 1);
+    EXPECT_EQ(list.size, 0);
+}
+
+TEST(FrameDataArray, TheEnd_ReportsWhatIsLeftFromTheLastOn) {
+    test::CaughtLog log;
+    int gone = 0;
+    {
+        NimbraFrame::FrameDataArray list;
+        for (int number : {3, 5}) {
+            NimbraFrameData* const frame = list.acquireFrame(new WatchedFrame(gone), true);
+            frame->frameNumber = number;
+            list.acquireFrame(frame, false);
+        }
+        list.acquireFrame(list[1], true);  // twice in the list
+        list[0]->refCount = 7;
+        log.take();
+    }
+    EXPECT_EQ(log.take(),
+              "Nimbra cache file not released 5 ref:1\n"
+              "Nimbra cache file not released 5 ref:1\n"
+              "Nimbra cache file not released 3 ref:7\n");
+    EXPECT_EQ(gone, 2);
+}
+
+TEST(NimbraFrame, TheHoldersReferences_GoWithIt) {
+    int gone = 0;
+    auto& list = NimbraFrame::frameDataArray;
+    {
+        NimbraFrame holder;
+        EXPECT_EQ(holder.smoothThreshold[31], 0.0f);
+        EXPECT_EQ(holder.smoothSimilarity[31], 0.5f);
+        EXPECT_EQ(holder.smoothRandomize[31], 0.1f);
+        holder.data = list.acquireFrame(new WatchedFrame(gone), true);
+        holder.sourceData = holder.data;
+        holder.blendFrom = list.acquireFrame(holder.data, false);
+        holder.blendTo = list.acquireFrame(new WatchedFrame(gone), true);
+        holder.releaseFrames();
+        EXPECT_EQ(gone, 2);
+        EXPECT_EQ(holder.sourceData, nullptr);
+        holder.data = list.acquireFrame(new WatchedFrame(gone), true);
+    }
+    EXPECT_EQ(gone, 3);
+    EXPECT_EQ(list.size, 0);
+}
+
+}  // namespace
+}  // namespace nimbra

@@ -1,0 +1,328 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "cache/grid_samplers.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <random>
+
+#include "cache/test_grids.h"
+#include "support/golden.h"
+
+namespace nimbra {
+namespace {
+
+using test::Cell3;
+using test::denseChannel;
+using test::noiseAt;
+using test::treeChannel;
+
+constexpr float kUntouched = -12345.0f;
+
+float sampleAt(const test::Proxy& proxy, int type, int wrap, std::array<float, 3> position) {
+    float out = kUntouched;
+    kSampleKernels[type * 8 + wrap](&proxy, position.data(), &out, 1, 1, 0);
+    return out;
+}
+
+/// Positions all over a grid and a little beyond, with many on borders and cell centres.
+std::vector<std::array<float, 3>> testPositions(const Cell3& size, int count) {
+    std::mt19937 random(11);
+    std::vector<std::array<float, 3>> positions;
+    for (int i = 0; i < count; ++i) {
+        std::array<float, 3> p{};
+        for (int a = 0; a < 3; ++a) {
+            std::uniform_real_distribution<float> inside(-1.5f, static_cast<float>(size[a]) + 0.5f);
+            p[a] = inside(random);
+            if (random() % 4 == 0)
+                p[a] = std::round(p[a]);
+        }
+        positions.push_back(p);
+    }
+    return positions;
+}
+
+// ---- Reference: sums over all cells of the basis functions, in double precision ----------------
+
+double hat(double d) {
+    return std::max(0.0, 1.0 - std::abs(d));
+}
+
+/// Quadratic B-spline (de Boor, "A Practical Guide to Splines", uniform knots at the half cells).
+double spline(double d) {
+    d = std::abs(d);
+    return d <= 0.5 ? 0.75 - d * d : d < 1.5 ? 0.5 * (1.5 - d) * (1.5 - d) : 0.0;
+}
+
+/// Weight of a cell for a position, on an axis of n cells.
+double axisWeight(int type, bool wrap, double p, int cell, int n) {
+    if (type == kSphericalSampler && n < 3)
+        return cell == 0;
+    if (wrap) {
+        double sum = 0;
+        for (int period = -4; period <= 4; ++period)
+            sum +=
+                type == kLinearSampler ? hat(p - cell - period * n) : spline(p - cell - period * n);
+        return sum;
+    }
+    const double clamped = std::clamp(p, 0.0, n - 1.0);
+    const double nearest = std::floor(p + 0.5);
+    if (type == kLinearSampler || nearest < 1 || nearest > n - 2)
+        return hat(clamped - cell);
+    return spline(p - cell);
+}
+
+double reference(const test::Proxy& dense, int type, int wrap, const std::array<float, 3>& p) {
+    const auto& s = *dense.storage;
+    double sum = 0;
+    for (int z = 0; z < s.size[2]; ++z)
+        for (int y = 0; y < s.size[1]; ++y)
+            for (int x = 0; x < s.size[0]; ++x)
+                sum += axisWeight(type, wrap & kWrapX, p[0], x, s.size[0]) *
+                       axisWeight(type, wrap & kWrapY, p[1], y, s.size[1]) *
+                       axisWeight(type, wrap & kWrapZ, p[2], z, s.size[2]) *
+                       dense.read(x + y * s.strideY + z * s.strideZ);
+    return sum;
+}
+
+/// Half an ulp of the position moves a weight by that much; 27 products and sums of values up to
+/// `largest` round.
+double roundingOf(double largest, double span) {
+    return largest * (64 + 8 * span) * std::numeric_limits<float>::epsilon();
+}
+
+// ---- Tests -------------------------------------------------------------------------------------
+
+TEST(GridSamplers, GoldenValues) {
+    for (const test::GoldenCase& golden : test::goldenNamed("kernels")) {
+        for (const auto& grid : golden.json["grids"]) {
+            const Cell3 size = grid["size"];
+            const std::vector<float> voxels = test::floatsOf(grid["voxels"]);
+            const test::Proxy proxy = denseChannel(
+                size, [&](int x, int y, int z) { return voxels[(z * size[1] + y) * size[0] + x]; });
+            const test::Tolerance tolerance(test::numberOf(grid["tolerance"]), 0);
+            for (std::size_t i = 0; i < grid["positions"].size(); ++i) {
+                const std::array<float, 3> p = grid["positions"][i];
+                for (int wrap = 0; wrap < 8; ++wrap) {
+                    const std::string key = std::to_string(wrap);
+                    const std::string what =
+                        golden.name() + " position " + std::to_string(i) + " wrap " + key;
+                    const auto expect = [&](int type, const nlohmann::json& value) {
+                        test::expectGolden(golden, tolerance, sampleAt(proxy, type, wrap, p),
+                                           test::numberOf(value),
+                                           what + " type " + std::to_string(type));
+                    };
+                    expect(kBoxSampler, grid["box"][i]);
+                    expect(kLinearSampler, grid["linear"][key][i]);
+                    expect(kSphericalSampler, grid["spherical"][key][i]);
+                }
+            }
+        }
+    }
+}
+
+TEST(GridSamplers, AllFilters_EqualTheSumOverBasisFunctions) {
+    for (const Cell3& size : {Cell3{9, 6, 7}, Cell3{3, 3, 3}, Cell3{2, 5, 1}, Cell3{1, 1, 4}}) {
+        const test::Proxy proxy =
+            denseChannel(size, [](int x, int y, int z) { return noiseAt(x, y, z, 1); });
+        const int longest = *std::max_element(size.begin(), size.end());
+        for (const auto& p : testPositions(size, 400))
+            for (int type : {kLinearSampler, kSphericalSampler})
+                for (int wrap = 0; wrap < 8; ++wrap)
+                    ASSERT_NEAR(sampleAt(proxy, type, wrap, p), reference(proxy, type, wrap, p),
+                                roundingOf(20, longest))
+                        << "size " << size[0] << " " << size[1] << " " << size[2] << ", at " << p[0]
+                        << " " << p[1] << " " << p[2] << ", type " << type << ", wrap " << wrap;
+    }
+}
+
+TEST(GridSamplers, Trees_SampleLikeTheDenseGrid) {
+    // Several leaves and tiles on each axis; the origin puts leaf borders off the patches' own.
+    const Cell3 size{37, 26, 33};
+    test::TreeOptions options;
+    options.origin = {-5, 3, -11};
+    options.scale = -0.5f;
+    for (int kind = kFloatTree; kind <= kVec3dTree; ++kind) {
+        options.component = kind >= kVec3fTree ? 2 : 1;
+        const test::Proxy tree = treeChannel(kind, size, test::patchyNoise, options);
+        ASSERT_TRUE(tree.loaded);
+        const test::Proxy dense = denseChannel(
+            size, [](int x, int y, int z) { return test::patchyNoise(x, y, z) * -0.5f; });
+        for (const auto& p : testPositions(size, 1500))
+            for (int kernel = 0; kernel < 24; ++kernel)
+                ASSERT_NEAR(sampleAt(tree, kernel / 8, kernel % 8, p),
+                            sampleAt(dense, kernel / 8, kernel % 8, p), roundingOf(10, 0))
+                    << "kind " << kind << ", kernel " << kernel << ", at " << p[0] << " " << p[1]
+                    << " " << p[2];
+    }
+}
+
+TEST(GridSamplers, LinearField_IsSampledExactly) {
+    // Sums of multiples of 1/64 below 2^10 round nowhere.
+    const auto field = [](float x, float y, float z) { return 2 * x - 3 * y + 0.5f * z + 7; };
+    const Cell3 size{12, 9, 20};
+    const auto dense = denseChannel(size, field);
+    const auto tree = treeChannel(kFloatTree, size, field);
+    std::mt19937 random(5);
+    for (int i = 0; i < 2000; ++i) {
+        std::array<float, 3> p{};
+        for (int a = 0; a < 3; ++a)
+            p[a] = 0.5f + static_cast<float>(random() % (8 * (size[a] - 2))) / 8;
+        const float expected = field(p[0], p[1], p[2]);
+        for (const auto* proxy : {&dense, &tree}) {
+            ASSERT_EQ(sampleAt(*proxy, kLinearSampler, 0, p), expected);
+            ASSERT_NEAR(sampleAt(*proxy, kSphericalSampler, 0, p), expected, roundingOf(60, 0));
+        }
+    }
+}
+
+TEST(GridSamplers, Borders_AnswerWithTheBordersValue) {
+    const Cell3 size{10, 10, 10};
+    const auto proxy = denseChannel(size, [](int x, int y, int z) { return noiseAt(x, y, z, 2); });
+    const auto voxel = [&](int x, int y, int z) { return proxy.read(x + y * 10 + z * 100); };
+    for (int type = 0; type < 3; ++type) {
+        EXPECT_EQ(sampleAt(proxy, type, 0, {-3, 4, 4}), sampleAt(proxy, type, 0, {0, 4, 4}));
+        EXPECT_EQ(sampleAt(proxy, type, 0, {4, 1e30f, 4}), sampleAt(proxy, type, 0, {4, 9, 4}));
+        EXPECT_EQ(sampleAt(proxy, type, 0, {-1, -1, -1}), voxel(0, 0, 0));
+        EXPECT_EQ(sampleAt(proxy, type, 0, {9, 9, 9}), voxel(9, 9, 9));
+    }
+    // The smooth filter is linear between the two outermost cells.
+    EXPECT_EQ(sampleAt(proxy, kSphericalSampler, 0, {0.25f, 0, 9}),
+              0.75f * voxel(0, 0, 9) + 0.25f * voxel(1, 0, 9));
+    EXPECT_EQ(sampleAt(proxy, kSphericalSampler, 0, {8.75f, 0, 9}),
+              0.25f * voxel(8, 0, 9) + 0.75f * voxel(9, 0, 9));
+    // Nearest cell: half way goes up, whatever the wrap bits say.
+    EXPECT_EQ(sampleAt(proxy, kBoxSampler, 7, {2.5f, 3.49f, 9.6f}), voxel(3, 3, 9));
+}
+
+TEST(GridSamplers, ACellBeyondReach_DoesNotSpreadWhatIsNotANumber) {
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    // All cells but a block of 3 are NaN; what the filters read in the block must be clean.
+    const auto field = [nan](int x, int y, int z) {
+        const auto in = [](int v) { return v >= 4 && v <= 6; };
+        return in(x) && in(y) && in(z) ? 1.0f : nan;
+    };
+    const Cell3 size{11, 11, 11};
+    for (const auto& proxy : {denseChannel(size, field), treeChannel(kFloatTree, size, field)}) {
+        EXPECT_FLOAT_EQ(sampleAt(proxy, kSphericalSampler, 0, {5.2f, 4.8f, 5.4f}), 1.0f);
+        EXPECT_FLOAT_EQ(sampleAt(proxy, kLinearSampler, 0, {4.2f, 5.8f, 5.4f}), 1.0f);
+        EXPECT_FLOAT_EQ(sampleAt(proxy, kBoxSampler, 0, {4.2f, 5.8f, 6.4f}), 1.0f);
+    }
+    // At the very end of a grid the last cell counts alone.
+    const auto end = denseChannel(
+        {4, 4, 4}, [nan](int x, int y, int z) { return x == 3 && y == 3 && z == 3 ? 2.0f : nan; });
+    EXPECT_EQ(sampleAt(end, kLinearSampler, 0, {3, 3, 3}), 2.0f);
+}
+
+TEST(GridSamplers, PositionsThatAreNoPlace_ReadACellOfTheGrid) {
+    const float inf = std::numeric_limits<float>::infinity();
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const Cell3 size{5, 6, 7};
+    const auto field = [](int x, int y, int z) { return noiseAt(x, y, z, 4); };
+    for (const auto& proxy : {denseChannel(size, field), treeChannel(kFloatTree, size, field)})
+        for (int kernel = 0; kernel < 24; ++kernel)
+            for (const float a : {inf, -inf, nan, 1e38f, -1e38f, 4e9f, -4e9f, -1e-30f})
+                for (const float b : {inf, -inf, nan, 3.25f}) {
+                    const float v = sampleAt(proxy, kernel / 8, kernel % 8, {a, b, a});
+                    EXPECT_GE(v, -20.001f);
+                    EXPECT_LE(v, 20.001f);
+                }
+    const auto dense = denseChannel(size, field);
+    for (int type = 0; type < 3; ++type)
+        EXPECT_EQ(sampleAt(dense, type, 0, {nan, nan, nan}), dense.read(0)) << type;
+}
+
+TEST(GridSamplers, ATinyNegativePosition_WrapsToTheStart) {
+    const auto proxy =
+        denseChannel({4, 4, 4}, [](int x, int y, int z) { return noiseAt(x, y, z, 6); });
+    for (int type : {kLinearSampler, kSphericalSampler})
+        EXPECT_NEAR(sampleAt(proxy, type, 7, {-1e-9f, 2, 2}), sampleAt(proxy, type, 7, {0, 2, 2}),
+                    1e-5)
+            << type;
+}
+
+TEST(GridSamplers, Masks_ChooseEntriesAndLeaveTheOthersAlone) {
+    const Cell3 size{4, 5, 6};
+    std::vector<test::Proxy> proxies(35);
+    for (int i = 0; i < 35; ++i)
+        if (i != 0 && i != 5)
+            proxies[i] = denseChannel(size, [i](int, int, int) { return float(i); });
+    proxies[7] = treeChannel(kDoubleTree, size, [](int, int, int) { return 70.0f; });
+    proxies[8] = proxies[6];                                                    // shared
+    proxies[9] = denseChannel({4, 4, 4}, [](int, int, int) { return 99.0f; });  // a smaller grid
+    const float position[3] = {1.25f, 2.5f, 3};
+    for (int kernel : {0, 8, 15, 16, 23}) {
+        const auto call = [&](int count, std::uint32_t scalars, std::uint32_t vectors) {
+            std::vector<float> out(35, kUntouched);
+            kSampleKernels[kernel](proxies.data(), position, out.data(), count, scalars, vectors);
+            return out;
+        };
+        const auto expect = [&](const std::vector<float>& out,
+                                std::vector<std::pair<int, float>> set) {
+            for (const auto& [i, v] : set)
+                EXPECT_FLOAT_EQ(out[i], v) << "kernel " << kernel << ", entry " << i;
+            EXPECT_EQ(std::count(out.begin(), out.end(), kUntouched), 35 - std::ssize(set));
+        };
+        expect(call(8, 0xB, 0x70), {{1, 1.0f}, {3, 3.0f}, {4, 4.0f}, {6, 6.0f}});
+        expect(call(10, 0, 0x3C0), {{6, 6.0f}, {7, 70.0f}, {8, 6.0f}});
+        expect(call(4, 0x8, 0), {{3, 3.0f}});
+        expect(call(3, 0x8, 0), {});
+        expect(call(35, 1u << 2, 0), {{2, 2.0f}, {34, 34.0f}});
+        expect(call(35, 0, 0), {});
+        expect(call(0, ~0u, ~0u), {});
+        expect(call(-1, ~0u, ~0u), {});
+    }
+    test::Proxy none[3];
+    none[2] = denseChannel({0, 5, 5}, [](int, int, int) { return 1.0f; });
+    float out[3] = {kUntouched, kUntouched, kUntouched};
+    for (const SampleKernel kernel : kSampleKernels)
+        kernel(none, position, out, 3, 7, 0);
+    EXPECT_EQ(std::count(out, out + 3, kUntouched), 3);
+}
+
+TEST(GridSamplers, ManyEntries_EqualOneByOne) {
+    const Cell3 size{9, 8, 7};
+    test::Proxy proxies[7];
+    for (int i = 0; i < 7; ++i) {
+        const auto field = [i](int x, int y, int z) { return noiseAt(x, y, z, i); };
+        proxies[i] = i % 2 ? treeChannel(kFloatTree, size, field) : denseChannel(size, field);
+    }
+    for (const auto& p : testPositions(size, 200))
+        for (const SampleKernel kernel : kSampleKernels) {
+            float all[7], single[7];
+            kernel(proxies, p.data(), all, 7, 0xF, 0x70);
+            for (int i = 0; i < 7; ++i)
+                kernel(proxies, p.data(), single, 7, 1u << i, 0);
+            for (int i = 0; i < 7; ++i)
+                ASSERT_EQ(all[i], single[i]);
+        }
+}
+
+TEST(VectorKernels, ThreeEntriesByTheSmoothFilter) {
+    const Cell3 size{6, 7, 8};
+    test::Proxy proxies[8];
+    for (int i = 2; i < 8; ++i)
+        proxies[i] = denseChannel(size, [i](int x, int y, int z) { return noiseAt(x, y, z, i); });
+    for (const auto& p : testPositions(size, 100))
+        for (int wrap = 0; wrap < 8; ++wrap) {
+            float out[3] = {kUntouched, kUntouched, kUntouched};
+            kVectorKernels[wrap](proxies, p.data(), out, 8, ~0u, 0x70);
+            for (int k = 0; k < 3; ++k)
+                ASSERT_EQ(out[k], sampleAt(proxies[4 + k], kSphericalSampler, wrap, p));
+            // Entry 0 isn't loaded, and there are but two bits.
+            kVectorKernels[wrap](proxies, p.data(), out, 8, 0, 0x81);
+            ASSERT_EQ(out[0], 0.0f);
+            ASSERT_EQ(out[1], sampleAt(proxies[7], kSphericalSampler, wrap, p));
+            ASSERT_EQ(out[2], 0.0f);
+        }
+    float out[3] = {1, 1, 1};
+    const float position[3] = {1, 1, 1};
+    kVectorKernels[0](proxies, position, out, 2, 0, 7);
+    EXPECT_TRUE(out[0] == 0 && out[1] == 0 && out[2] == 0);
+}
+
+}  // namespace
+}  // namespace nimbra

@@ -1,0 +1,118 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "cache/thread_slot.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <optional>
+#include <thread>
+#include <vector>
+
+namespace nimbra {
+namespace {
+
+std::atomic<int> alive{0};
+
+struct Counted : ThreadLocalObject {
+    int value;
+    explicit Counted(int v) : value(v) { ++alive; }
+    ~Counted() override { --alive; }
+};
+
+int valueIn(const ThreadSlot& slot) {
+    const auto* object = static_cast<Counted*>(slot.get());
+    return object ? object->value : -1;
+}
+
+TEST(ThreadSlot, EachThread_SeesItsOwnObject) {
+    alive = 0;
+    {
+        ThreadSlot slot;
+        EXPECT_EQ(slot.get(), nullptr);
+        slot.set(std::make_unique<Counted>(1));
+        std::thread([&] {
+            EXPECT_EQ(slot.get(), nullptr);
+            slot.set(std::make_unique<Counted>(2));
+            EXPECT_EQ(valueIn(slot), 2);
+            EXPECT_EQ(slot.objectCount(), 2u);
+        }).join();
+        EXPECT_EQ(valueIn(slot), 1);
+        EXPECT_EQ(slot.objectCount(), 1u) << "the thread took its object with it";
+        EXPECT_EQ(alive, 1);
+    }
+    EXPECT_EQ(alive, 0) << "the slot took the others";
+}
+
+TEST(ThreadSlot, ASlotThatTakesTheNumberOfAnOldOne_StartsEmpty) {
+    const std::uint32_t before = ThreadSlot::numbersInUse();
+    for (int i = 0; i < 5000; ++i) {
+        ThreadSlot slot;
+        ASSERT_EQ(slot.get(), nullptr);
+        slot.set(std::make_unique<Counted>(i));
+        ASSERT_EQ(valueIn(slot), i);
+    }
+    EXPECT_LE(ThreadSlot::numbersInUse(), before + 1);
+}
+
+TEST(ThreadSlot, SlotsThatDieBeforeTheirThreads) {
+    alive = 0;
+    auto slots = std::make_unique<std::vector<ThreadSlot>>(200);
+    std::atomic<int> ready{0};
+    std::atomic<bool> go{false};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 16; ++t)
+        threads.emplace_back([&] {
+            for (const ThreadSlot& slot : *slots)
+                slot.set(std::make_unique<Counted>(7));
+            ++ready;
+            ready.notify_all();
+            go.wait(false);
+            // The old numbers are in use again by now.
+            ThreadSlot mine;
+            EXPECT_EQ(mine.get(), nullptr);
+            mine.set(std::make_unique<Counted>(8));
+            EXPECT_EQ(valueIn(mine), 8);
+        });
+    for (int n = ready; n < 16; n = ready)
+        ready.wait(n);
+    EXPECT_EQ(alive, 16 * 200);
+    slots.reset();
+    EXPECT_EQ(alive, 0);
+    go = true;
+    go.notify_all();
+    for (std::thread& t : threads)
+        t.join();
+    EXPECT_EQ(alive, 0);
+}
+
+TEST(ThreadSlot, ThreadsThatComeAndGo_WhileSlotsDo) {
+    alive = 0;
+    {
+        std::vector<ThreadSlot> lasting(10);
+        std::atomic<bool> stop{false};
+        std::thread churn([&] {
+            while (!stop) {
+                std::vector<ThreadSlot> passing(20);
+                for (const ThreadSlot& slot : passing)
+                    slot.set(std::make_unique<Counted>(1));
+            }
+        });
+        for (int round = 0; round < 100; ++round)
+            std::thread([&] {
+                for (const ThreadSlot& slot : lasting) {
+                    EXPECT_EQ(slot.get(), nullptr);
+                    slot.set(std::make_unique<Counted>(2));
+                }
+            }).join();
+        stop = true;
+        churn.join();
+        for (const ThreadSlot& slot : lasting)
+            EXPECT_EQ(slot.objectCount(), 0u);
+    }
+    EXPECT_EQ(alive, 0);
+}
+
+}  // namespace
+}  // namespace nimbra

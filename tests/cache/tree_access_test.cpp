@@ -1,0 +1,160 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "cache/tree_access.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <barrier>
+#include <thread>
+#include <vector>
+
+#include "cache/grid_samplers.h"
+#include "cache/test_grids.h"
+#include "cache/thread_slot.h"
+
+namespace nimbra {
+namespace {
+
+using test::noiseAt;
+using test::patchyNoise;
+using test::treeChannel;
+
+TEST(ReadTree, EachKind_GivesTheScaledComponent) {
+    const test::Cell3 size{25, 18, 19};
+    for (int kind = kFloatTree; kind <= kVec3dTree; ++kind)
+        for (int component = 1; component <= (kind >= kVec3fTree ? 3 : 1); ++component) {
+            const test::Proxy tree =
+                treeChannel(kind, size, patchyNoise, {{-9, 100, 3}, component, 0.25f});
+            for (int z = 0; z < size[2]; ++z)
+                for (int y = 0; y < size[1]; ++y)
+                    for (int x = 0; x < size[0]; ++x)
+                        ASSERT_EQ(tree.read((z * size[1] + y) * size[0] + x),
+                                  patchyNoise(x, y, z) * 0.25f)
+                            << "kind " << kind << " at " << x << " " << y << " " << z;
+        }
+}
+
+TEST(ReadTree, KindsThatDoNotExist_Read0) {
+    const test::Proxy tree = treeChannel(kFloatTree, {4, 4, 4}, [](int, int, int) { return 1.0f; });
+    EXPECT_EQ(readTree(tree.storage->grid, kFloatTree, 5), 1.0f);
+    for (int kind : {-1, 0, 7, 100})
+        EXPECT_EQ(readTree(tree.storage->grid, kind, 5), 0.0f) << kind;
+}
+
+TEST(WriteTree, AllKinds_ReadBackWhatWasWritten) {
+    const test::Cell3 size{20, 20, 20};
+    for (int kind = kFloatTree; kind <= kVec3dTree; ++kind) {
+        const int component = kind >= kVec3fTree ? 2 : 1;
+        test::Proxy tree = treeChannel(kind, size, patchyNoise, {{-3, 0, 5}, component, 0.5f});
+        // Cells in leaves, in tiles and in the background; a filter reads around each before, so
+        // that the cursor knows the place in its old state.
+        for (int i = 0; i < 8000; i += 37) {
+            const float position[3] = {float(i % 20), float(i / 20 % 20), float(i / 400)};
+            float out = 0;
+            kSampleKernels[kSphericalSampler * 8](&tree, position, &out, 1, 1, 0);
+            tree.write(i, float(i % 100) - 50);
+            ASSERT_EQ(tree.read(i), float(i % 100) - 50) << "kind " << kind << ", cell " << i;
+        }
+        for (int i = 0; i < 8000; ++i)
+            ASSERT_EQ(tree.read(i), i % 37 == 0 ? float(i % 100) - 50
+                                                : patchyNoise(i % 20, i / 20 % 20, i / 400) * 0.5f)
+                << "kind " << kind << ", cell " << i;
+    }
+}
+
+TEST(WriteTree, WholeNumbers_AreRoundedAndLimited) {
+    test::Proxy tree = treeChannel(kInt32Tree, {4, 4, 4}, [](int, int, int) { return 1.0f; });
+    tree.write(0, 2.6f);
+    tree.write(1, 1e20f);
+    tree.write(2, -1e20f);
+    tree.write(3, std::numeric_limits<float>::quiet_NaN());
+    EXPECT_EQ(tree.read(0), 3.0f);
+    EXPECT_EQ(tree.read(1), 2147483647.0f);
+    EXPECT_EQ(tree.read(2), -2147483648.0f);
+    EXPECT_EQ(tree.read(3), 0.0f);
+}
+
+TEST(NewTreeHolder, UnsoundSources_GiveNone) {
+    TreeSource source;
+    EXPECT_EQ(newTreeHolder(source), nullptr);
+    source.grid = std::make_shared<int>(1);  // never looked into
+    source.kind = 7;
+    EXPECT_EQ(newTreeHolder(source), nullptr);
+    source.kind = 0;
+    EXPECT_EQ(newTreeHolder(source), nullptr);
+    source.kind = 1;
+    source.origin[1] = 2147483600;
+    source.size[1] = 100;
+    EXPECT_EQ(newTreeHolder(source), nullptr);
+    EXPECT_EQ(liveTreeHolders(), 0);
+    test::Proxy proxy;
+    const int size[3] = {1, 1, 1};
+    EXPECT_FALSE(proxy.attach(nullptr, size));
+}
+
+// ---- Threads -----------------------------------------------------------------------------------
+
+float patchAt(const test::Proxy& tree, float x, float y, float z) {
+    const float position[3] = {x, y, z};
+    float out = -1;
+    kSampleKernels[kLinearSampler * 8](&tree, position, &out, 1, 1, 0);
+    return out;
+}
+
+TEST(TreeThreads, FirstTouchByManyThreadsAtOnce) {
+    constexpr int kThreads = 72;
+    const test::Cell3 size{30, 30, 30};
+    std::vector<test::Proxy> trees;
+    for (int kind = kFloatTree; kind <= kVec3dTree; ++kind)
+        trees.push_back(treeChannel(kind, size, patchyNoise, {{0, 0, 0}, 1, 1}));
+    const test::Proxy dense = test::denseChannel(size, patchyNoise);
+    std::barrier start(kThreads);
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t)
+        threads.emplace_back([&, t] {
+            start.arrive_and_wait();
+            for (int i = 0; i < 200; ++i) {
+                const float x = float((i * 7 + t) % 29), y = float((i * 3 + t) % 29);
+                for (const test::Proxy& tree : trees)
+                    wrong += patchAt(tree, x, y, 5) != patchAt(dense, x, y, 5);
+            }
+        });
+    for (std::thread& t : threads)
+        t.join();
+    EXPECT_EQ(wrong, 0);
+}
+
+TEST(TreeThreads, ThousandsOfChannels_UseFewSlotsAgain) {
+    const std::int64_t holdersBefore = liveTreeHolders();
+    const std::uint32_t slotsBefore = ThreadSlot::numbersInUse();
+    constexpr int kThreads = 8, kRounds = 300, kAtOnce = 4;
+    // A few threads make, sample and drop channels of their own, while all of them sample one that
+    // lives long.
+    const auto longLived =
+        treeChannel(kFloatTree, {9, 9, 9}, [](int x, int, int) { return float(x); });
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t)
+        threads.emplace_back([&, t] {
+            for (int round = 0; round < kRounds; ++round) {
+                test::Proxy mine[kAtOnce];
+                for (int i = 0; i < kAtOnce; ++i) {
+                    const float value = float(1 + t * 100000 + round * 10 + i);
+                    mine[i] = treeChannel(kFloatTree, {4, 1, 1},
+                                          [value](int, int, int) { return value; });
+                    wrong += patchAt(mine[i], 1, 0, 0) != value;
+                }
+                wrong += patchAt(longLived, float(round % 8), 1, 1) != float(round % 8);
+            }
+        });
+    for (std::thread& t : threads)
+        t.join();
+    EXPECT_EQ(wrong, 0);
+    EXPECT_EQ(liveTreeHolders(), holdersBefore + 1);
+    EXPECT_LE(ThreadSlot::numbersInUse(), slotsBefore + 1 + kThreads * kAtOnce);
+}
+
+}  // namespace
+}  // namespace nimbra
