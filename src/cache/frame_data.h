@@ -218,6 +218,7 @@ public:
 private:
     void expandStored(int channel);
     void expandRecord(int channel, const std::int32_t* payload, std::int64_t payloadWords);
+    bool decodeStream(const std::int32_t* payload, std::int64_t payloadBytes, GridStorage& storage);
     void deriveSpeed();
     void expandPackedColor();
     void unpackColor();

@@ -9,8 +9,10 @@
 #include <cstring>
 #include <new>
 #include <thread>
+#include <type_traits>
 
 #include "cache/frame_data.h"
+#include "cache/sg_compressor.h"
 #include "cache/zip_inflate.h"
 #include "foundation/log.h"
 #include "foundation/parallel.h"
@@ -130,12 +132,34 @@ void NimbraFrameData::expandRecord(int channel, const std::int32_t* payload,
     if (!proxy.allocate(gridSize, kSpareFloats))
         return;
     const std::int64_t bytes = payloadWords * static_cast<std::int64_t>(sizeof(std::int32_t));
-    const bool expanded =
-        channel == kPackedColor && inflatePackedColor(payload, bytes, *proxy.storage);
+    const bool expanded = channel == kPackedColor
+                              ? inflatePackedColor(payload, bytes, *proxy.storage)
+                              : decodeStream(payload, bytes, *proxy.storage);
     if (expanded)
         return;
     NMBUtils::logLine("Invalid cache file!!!\n");
     freeChannel(channel);
+}
+
+bool NimbraFrameData::decodeStream(const std::int32_t* payload, std::int64_t payloadBytes,
+                                   GridStorage& storage) {
+    // Older files, and frames that never were a file, hold boxes; later files plain sequences.
+    constexpr std::int32_t kFirstSequenceVersion = 5;
+    const auto decode = [&](auto& compressor) {
+        using Compressor = typename std::remove_reference_t<decltype(compressor)>::element_type;
+        if (!compressor)
+            compressor = std::make_shared<Compressor>();
+        return compressor->Decode(reinterpret_cast<const std::uint8_t*>(payload),
+                                  static_cast<std::uint64_t>(payloadBytes), storage.voxels.data,
+                                  static_cast<std::uint64_t>(storage.voxels.size)) != 0;
+    };
+    try {
+        return fileVersion >= kFirstSequenceVersion && fileVersion < kNoVersion
+                   ? decode(compressor1D)
+                   : decode(compressor3D);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
 }
 
 void NimbraFrameData::deriveSpeed() {

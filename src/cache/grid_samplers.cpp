@@ -335,7 +335,7 @@ void sampleMany(const Proxy* proxies, const float position[3], float* out, int c
     int i = 0;
     while (i < count && !isLoaded(proxies[i]))
         ++i;
-    if (i == count || proxies[i].storage->cells < 1)
+    if (i >= count || proxies[i].storage->cells < 1)
         return;
     const GridStorage& first = *proxies[i].storage;
     const Filter filter(first, position);

@@ -58,14 +58,15 @@ void growTable(std::uint32_t number) {
 void ThreadSlotCleaner::clean() {
     Registry& all = registry();
     const ThreadSlotTable table = std::exchange(threadSlotTable, {nullptr, 0});
-    std::vector<ThreadLocalObject*> doomed;
     {
         const std::lock_guard guard(all.lock);
         for (std::uint32_t n = 0; n < table.count; ++n) {
             const ThreadSlotTable::Entry& entry = table.entries[n];
+            if (!entry.object)
+                continue;
             // An entry of an owner that is gone points to nothing: its object went with it.
             ThreadSlot* const owner = all.owners[n];
-            if (!entry.object || !owner || owner->generation_ != entry.generation)
+            if (!owner || owner->generation_ != entry.generation)
                 continue;
             std::erase(owner->objects_, entry.object);
             delete entry.object;

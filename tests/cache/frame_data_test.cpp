@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "cache/prt_group.h"
+#include "cache/sg_compressor.h"
 #include "cache/test_grids.h"
 #include "cache/test_log.h"
 #include "foundation/parallel.h"
@@ -129,6 +130,61 @@ TEST(GetChannel, AFrameWithoutStoredGrid_HasNone) {
 }
 
 // ---- Expansion ---------------------------------------------------------------------------------
+
+/// The payload of a record with these values, as whole words.
+std::vector<std::int32_t> sequence(const std::vector<float>& values, int zones) {
+    std::vector<std::uint8_t> stream;
+    NMBUtils::ZoneEncoding exact;
+    exact.bits = 0;
+    exact.step = 0.25f;
+    EXPECT_TRUE(NMBUtils::encodeStream(values.data(), values.size(), zones, exact, stream));
+    std::vector<std::int32_t> payload((stream.size() + 3) / 4);
+    std::memcpy(payload.data(), stream.data(), stream.size());
+    return payload;
+}
+
+TEST(StoredChannels, ExpandWhenTheyAreFirstAskedFor) {
+    std::vector<float> smoke(kCells), heat(kCells, 0.75f);
+    for (int i = 0; i < kCells; ++i)
+        smoke[i] = 0.25f * static_cast<float>(i % 7);
+    for (const std::int32_t version : {5, 6, 0x7FFFFFFE}) {
+        NimbraFrameData frame;
+        store(frame, {record(kSmoke, sequence(smoke, 3)), record(kTemperature, sequence(heat, 1))});
+        frame.fileVersion = version;
+        frame.channelMask = 6;
+        const test::Proxy& proxy = frame.getChannelProxy(kSmoke);
+        ASSERT_TRUE(proxy.loaded);
+        EXPECT_EQ(proxy.storage->voxels.size, kCells + 4);
+        EXPECT_EQ(std::vector<float>(proxy.denseVoxels(), proxy.denseVoxels() + kCells), smoke);
+        EXPECT_FALSE(frame.channels[kTemperature].loaded) << "nobody asked";
+        EXPECT_EQ(frame.getChannelData(kTemperature)[kCells - 1], 0.75f);
+        EXPECT_EQ(frame.getChannelData(kFuel), nullptr);
+        EXPECT_TRUE(frame.compressor1D && !frame.compressor3D);
+    }
+    // Before version 5, and without one, a stream is a box; a constant zone is the same in both.
+    for (const std::int32_t version : {4, 0x7FFFFFFF}) {
+        NimbraFrameData frame;
+        store(frame, {record(kTemperature, sequence(heat, 1))});
+        frame.fileVersion = version;
+        ASSERT_TRUE(frame.getChannelData(kTemperature));
+        EXPECT_EQ(frame.getChannelData(kTemperature)[7], 0.75f);
+        EXPECT_TRUE(frame.compressor3D && !frame.compressor1D);
+    }
+}
+
+TEST(StoredChannels, AStreamThatDoesNotDecode_LeavesTheOthersUsable) {
+    test::CaughtLog log;
+    NimbraFrameData frame;
+    store(frame, {record(kSmoke, {0x1234}),
+                  record(kFuel, sequence(std::vector<float>(kCells + 5, 1.0f), 1)),
+                  record(kTemperature, sequence(std::vector<float>(kCells, 2.0f), 1))});
+    frame.fileVersion = 5;
+    EXPECT_FALSE(frame.getChannelProxy(kSmoke).loaded);
+    EXPECT_EQ(log.take(), "Invalid cache file!!!\n");
+    EXPECT_FALSE(frame.getChannelProxy(kFuel).loaded) << "more values than voxels and spare floats";
+    EXPECT_EQ(log.take(), "Invalid cache file!!!\n");
+    EXPECT_TRUE(frame.getChannelProxy(kTemperature).loaded);
+}
 
 TEST(PackedColor, FirstSampling_MakesThreeChannelsAndDropsThePackedOne) {
     test::CaughtLog log;

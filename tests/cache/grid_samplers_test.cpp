@@ -206,7 +206,10 @@ TEST(GridSamplers, ACellBeyondReach_DoesNotSpreadWhatIsNotANumber) {
         return in(x) && in(y) && in(z) ? 1.0f : nan;
     };
     const Cell3 size{11, 11, 11};
-    for (const auto& proxy : {denseChannel(size, field), treeChannel(kFloatTree, size, field)}) {
+    test::TreeOptions unpruned;  // pruning takes a leaf with NaN for constant
+    unpruned.prune = false;
+    for (const auto& proxy :
+         {denseChannel(size, field), treeChannel(kFloatTree, size, field, unpruned)}) {
         EXPECT_FLOAT_EQ(sampleAt(proxy, kSphericalSampler, 0, {5.2f, 4.8f, 5.4f}), 1.0f);
         EXPECT_FLOAT_EQ(sampleAt(proxy, kLinearSampler, 0, {4.2f, 5.8f, 5.4f}), 1.0f);
         EXPECT_FLOAT_EQ(sampleAt(proxy, kBoxSampler, 0, {4.2f, 5.8f, 6.4f}), 1.0f);

@@ -34,7 +34,8 @@ Proxy makeTree(std::int32_t kind, const Cell3& size, const CellField& field,
                         {x + options.origin[0], y + options.origin[1], z + options.origin[2]},
                         toValue(v));
             }
-    grid->pruneGrid();
+    if (options.prune)
+        grid->pruneGrid();
 
     TreeSource source;
     source.grid = grid;

@@ -26,6 +26,7 @@ struct TreeOptions {
     float scale = 1;
     /// Cells of this value aren't stored; cubes of one value become tiles.
     float background = 0;
+    bool prune = true;
 };
 /// A tree whose voxels, before the scale, are the field's values. The other components of a vector
 /// hold 1000 and more.

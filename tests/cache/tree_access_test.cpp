@@ -129,7 +129,12 @@ TEST(TreeThreads, FirstTouchByManyThreadsAtOnce) {
 TEST(TreeThreads, ThousandsOfChannels_UseFewSlotsAgain) {
     const std::int64_t holdersBefore = liveTreeHolders();
     const std::uint32_t slotsBefore = ThreadSlot::numbersInUse();
-    constexpr int kThreads = 8, kRounds = 300, kAtOnce = 4;
+#ifdef NIMBRA_SANITIZED
+    constexpr int kRounds = 60;
+#else
+    constexpr int kRounds = 300;
+#endif
+    constexpr int kThreads = 8, kAtOnce = 4;
     // A few threads make, sample and drop channels of their own, while all of them sample one that
     // lives long.
     const auto longLived =
