@@ -16,6 +16,16 @@
 namespace nimbra::cli {
 namespace {
 
+// The library reports a frame without data as mere information; a user must hear of it.
+bool isAboutMissingData(std::string_view text) {
+    return text.find("No simulation data for ") != std::string_view::npos;
+}
+
+host::LogLevel shownLevel(host::LogLevel level, std::string_view text) {
+    return level == host::LogLevel::Info && isAboutMissingData(text) ? host::LogLevel::Warning
+                                                                     : level;
+}
+
 host::LogLevel limitOf(const ConsoleOptions& o) {
     if (o.quiet)
         return host::LogLevel::Error;
@@ -30,7 +40,7 @@ Console::Console(const ConsoleOptions& options)
     : options_(options),
       printer_(std::cerr, options.quiet ? ProgressMode::None : options.progress,
                isatty(STDERR_FILENO) != 0, terminalColumns(STDERR_FILENO)),
-      log_(limitOf(options),
+      log_(host::LogLevel::Debug,
            [this](host::LogLevel level, std::string_view text) { line(level, text); }) {
     if (options.logFile.empty())
         return;
@@ -41,6 +51,9 @@ Console::Console(const ConsoleOptions& options)
 }
 
 void Console::line(host::LogLevel level, std::string_view text) {
+    level = shownLevel(level, text);
+    if (level > limitOf(options_))
+        return;
     const std::lock_guard lock(mutex_);
     printer_.interrupt();
     std::cerr << host::toString(level) << ": " << text << std::endl;

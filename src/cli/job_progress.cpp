@@ -29,7 +29,9 @@ void JobProgress::phase(const std::string& title) {
     show(share_);
 }
 
-void JobProgress::rendering(double share, double, double) { show(share); }
+void JobProgress::rendering(double share, double, double) {
+    show(share);
+}
 
 void JobProgress::frameFinished(int frame, host::RenderStatus status) {
     show(1);

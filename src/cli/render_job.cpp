@@ -38,7 +38,8 @@ std::int64_t environmentNumber(const char* name) {
     std::int64_t n = 0;
     const char* const end = text ? text + std::strlen(text) : nullptr;
     if (!text || std::from_chars(text, end, n).ptr != end || text == end)
-        throw JobFailure{kExitUsage, fmt::format("--frames @slurm: {} is not set to a number", name)};
+        throw JobFailure{kExitUsage,
+                         fmt::format("--frames @slurm: {} is not set to a number", name)};
     return n;
 }
 
@@ -103,8 +104,8 @@ Job planJob(const host::RenderSettings& settings, const RenderOptions& o,
     const std::vector<std::int64_t> frames = chosenFrames(o.frames, settings);
     job.output = o.output.empty() ? defaultOutput : o.output;
     if (!isPictureName(job.output))
-        throw JobFailure{kExitUsage, fmt::format("output '{}': the name must end in .exr or .png",
-                                                 job.output)};
+        throw JobFailure{kExitUsage,
+                         fmt::format("output '{}': the name must end in .exr or .png", job.output)};
     job.severalFrames = frames.size() > 1 || o.frames == "@slurm";
     if (const auto clash = clashingOutput(job.output, frames))
         throw JobFailure{kExitUsage, fmt::format("two frames would be written to '{}'", *clash)};
@@ -150,7 +151,8 @@ void applyPreview(host::SceneDocument& document, Console& console) {
                 shadowStep = static_cast<int>(p.value.number);
         }
         document.setOverride(fmt::format("{}.rendstep={}", entry.name, 2 * step), ignored);
-        document.setOverride(fmt::format("{}.rendshadstep={}", entry.name, 2 * shadowStep), ignored);
+        document.setOverride(fmt::format("{}.rendshadstep={}", entry.name, 2 * shadowStep),
+                             ignored);
         changed += fmt::format(", {0}.rendstep={1}, {0}.rendshadstep={2}", entry.name, 2 * step,
                                2 * shadowStep);
     }

@@ -13,9 +13,12 @@ namespace {
 
 const char* statusWord(host::RenderStatus status) {
     switch (status) {
-        case host::RenderStatus::Complete: return "complete";
-        case host::RenderStatus::Aborted: return "aborted";
-        default: return "failed";
+        case host::RenderStatus::Complete:
+            return "complete";
+        case host::RenderStatus::Aborted:
+            return "aborted";
+        default:
+            return "failed";
     }
 }
 
@@ -47,8 +50,9 @@ void printStatistics(const host::SessionResult& result, const std::string& file,
             console.log().warning("statistics file '" + file + "' can't be written");
         return;
     }
-    std::cout << fmt::format("{:>7} {:>9} {:>9} {:>9} {:>9} {:>13} {:>9} {:>9}\n", "frame", "load s",
-                             "prepare s", "render s", "write s", "rays", "Mrays/s", "peak MB");
+    std::cout << fmt::format("{:>7} {:>9} {:>9} {:>9} {:>9} {:>13} {:>9} {:>9}\n", "frame",
+                             "load s", "prepare s", "render s", "write s", "rays", "Mrays/s",
+                             "peak MB");
     for (const host::FrameReport& f : result.frames) {
         const host::FrameStatistics& s = f.statistics;
         std::cout << fmt::format(

@@ -14,8 +14,8 @@ namespace nimbra::cli {
 /// Times by phase, rays and memory of each frame as JSON.
 std::string statisticsJson(const host::SessionResult& result);
 
-/// A table on standard output; or, with a file name, the JSON into that file (a failure is said in the
-/// log and fails nothing else).
+/// A table on standard output; or, with a file name, the JSON into that file (a failure is said in
+/// the log and fails nothing else).
 void printStatistics(const host::SessionResult& result, const std::string& file, Console& console);
 
 }  // namespace nimbra::cli

@@ -1,0 +1,199 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+//
+// nimbra view: a picture of a cache with no scene at all.
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <memory>
+
+#include "cli/commands.h"
+#include "cli/exit_codes.h"
+#include "cli/frame_names.h"
+#include "cli/frame_range.h"
+#include "cli/grid_summary.h"
+#include "cli/picture_size.h"
+#include "cli/render_job.h"
+#include "cli/view_scene.h"
+
+namespace nimbra::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct ViewCommand {
+    ConsoleOptions console;
+    RenderOptions render;
+    std::string input;
+    ViewWishes wishes;
+    std::string up;
+    std::string writeScene;
+    double azimuth = 35, elevation = 12;
+    bool ground = false;
+};
+
+/// The files to show: one, or a sequence with the frames that were asked for.
+struct ViewInput {
+    std::string path;    // for the cache: file or pattern, absolute
+    std::string sample;  // the file whose contents decide the look
+    std::string stem;    // for the picture's name
+    std::vector<std::int64_t> frames;
+};
+
+std::string absolutePath(const std::string& path) {
+    return fs::absolute(path).lexically_normal().string();
+}
+
+bool isOneFile(const std::string& path) {
+    std::error_code error;
+    return fs::exists(path, error) && !fs::is_directory(path, error);
+}
+
+std::string stemOf(const std::string& pattern) {
+    std::string stem = fs::path(pattern).stem().string();
+    while (!stem.empty() && (stem.back() == '#' || stem.back() == '_' || stem.back() == '.'))
+        stem.pop_back();
+    return stem.empty() ? "view" : stem;
+}
+
+// Of a sequence without a wish, the frame in the middle: it shows most of what goes on.
+ViewInput findInput(const ViewCommand& o) {
+    if (isOneFile(o.input) && o.render.frames.empty())
+        return {absolutePath(o.input), o.input, fs::path(o.input).stem().string(), {1}};
+    const auto sequence = findSequence(o.input, {".vdb"});
+    if (!sequence)
+        throw std::runtime_error(fmt::format(
+            "'{}': no such cache; give a .vdb file, a folder with some, or a pattern like "
+            "smoke_####.vdb",
+            o.input));
+    if (sequence->frames.empty())
+        return {absolutePath(sequence->pattern), sequence->pattern, stemOf(sequence->pattern), {1}};
+    ViewInput in;
+    in.path = absolutePath(sequence->pattern);
+    in.stem = stemOf(sequence->pattern);
+    if (o.render.frames.empty())
+        in.frames = {sequence->frames[sequence->frames.size() / 2]};
+    else
+        in.frames = parseFrameRange(o.render.frames);
+    std::int64_t nearest = sequence->frames.front();
+    const std::int64_t wanted = in.frames[in.frames.size() / 2];
+    for (const std::int64_t f : sequence->frames)
+        if (std::abs(f - wanted) < std::abs(nearest - wanted))
+            nearest = f;
+    in.sample = fillFramePattern(sequence->pattern, nearest);
+    return in;
+}
+
+int upAxisNamed(const std::string& name) {
+    return name.empty() ? -1 : name == "x" ? 0 : name == "y" ? 1 : 2;
+}
+
+bool writeSceneFile(const std::string& path, const std::string& text, Console& console) {
+    std::ofstream out(path);
+    if (out << text << std::flush) {
+        console.note("wrote " + path);
+        return true;
+    }
+    console.log().error("scene file '" + path + "' can't be written");
+    return false;
+}
+
+ViewScene makeScene(const ViewCommand& o, const ViewInput& in, const ViewLook& look) {
+    ViewScene scene;
+    scene.cachePath = in.path;
+    const auto [first, last] = std::minmax_element(in.frames.begin(), in.frames.end());
+    scene.firstFrame = static_cast<int>(*first);
+    scene.lastFrame = static_cast<int>(*last);
+    scene.look = look;
+    const PictureSize size =
+        o.render.size.empty() ? PictureSize{960, 540} : parseSize(o.render.size, {960, 540});
+    scene.width = size.width;
+    scene.height = size.height;
+    scene.azimuth = o.azimuth;
+    scene.elevation = o.elevation;
+    scene.ground = o.ground;
+    return scene;
+}
+
+int showCache(ViewCommand& o, Console& console) {
+    const ViewInput in = findInput(o);
+    const VdbFileInfo file = readVdbInfo(in.sample);
+    if (!file.readable && file.grids.empty()) {
+        console.log().error(fmt::format("{}: {}", in.sample, file.problem));
+        return kExitInput;
+    }
+    o.wishes.upAxis = upAxisNamed(o.up);
+    const ViewLook look = chooseLook(summarize(file), o.wishes);
+    if (look.subject == Subject::Nothing) {
+        console.log().error(fmt::format("{}: {}", in.sample, look.explanation));
+        return kExitInput;
+    }
+    console.note(fmt::format("{}: {}", in.sample, look.explanation));
+    const std::string text = sceneText(makeScene(o, in, look));
+    if (!o.writeScene.empty() && !writeSceneFile(o.writeScene, text, console))
+        return kExitOutput;
+    host::SceneDiagnostics faults;
+    host::SceneDocument document = host::SceneDocument::parse(text, "view", faults);
+    host::PluginRegistry registry(console.log());
+    if (!loadPlugins(registry, o.render.module, console.log()))
+        return kExitInput;
+    RenderOptions render = o.render;
+    render.size.clear();
+    if (render.frames.empty())
+        render.frames = std::to_string(in.frames.front());
+    return renderDocument(document, render, in.stem + ".png", registry, console);
+}
+
+int runView(ViewCommand& o) {
+    o.console.progress = *progressModeNamed(o.render.progress);
+    Console console(o.console);
+    if (!console.logFileProblem().empty()) {
+        console.log().error(console.logFileProblem());
+        return kExitOutput;
+    }
+    try {
+        return showCache(o, console);
+    } catch (const FrameRangeError& e) {
+        console.log().error(e.what());
+        return kExitUsage;
+    } catch (const PictureSizeError& e) {
+        console.log().error(e.what());
+        return kExitUsage;
+    } catch (const std::runtime_error& e) {
+        console.log().error(e.what());
+        return kExitInput;
+    }
+}
+
+}  // namespace
+
+void addViewCommand(CLI::App& app, int& exitCode) {
+    auto o = std::make_shared<ViewCommand>();
+    CLI::App* command = app.add_subcommand(
+        "view", "Show a cache: camera, light, mapping and colours are chosen from what it holds");
+    command
+        ->add_option("cache", o->input, "A .vdb file, a folder, or a pattern like smoke_####.vdb")
+        ->required();
+    command->add_option("--map", o->wishes.mapping,
+                        "Channel mapping in place of the chosen one, like '2,density;1,heat;'");
+    command->add_option("--density", o->wishes.densityScale, "Thicker (>1) or thinner (<1) smoke")
+        ->check(CLI::PositiveNumber);
+    command->add_option("--fire", o->wishes.fireScale, "Brighter (>1) or darker (<1) fire")
+        ->check(CLI::PositiveNumber);
+    command->add_option("--up", o->up, "Which axis points up; chosen from the data if not given")
+        ->check(CLI::IsMember({"x", "y", "z"}));
+    command->add_option("--azimuth", o->azimuth, "Camera around the up axis, in degrees");
+    command->add_option("--elevation", o->elevation, "Camera above the horizon, in degrees")
+        ->check(CLI::Range(-89.0, 89.0));
+    command->add_flag("--ground", o->ground, "A floor that catches shadows");
+    command->add_option("--write-scene", o->writeScene, "Write the scene too, to go on from there")
+        ->type_name("FILE");
+    addRenderOptions(*command, o->render);
+    addConsoleOptions(*command, o->console);
+    command->callback([o, &exitCode] { exitCode = runView(*o); });
+}
+
+}  // namespace nimbra::cli

@@ -1,0 +1,43 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/grid_summary.h"
+
+#include <algorithm>
+
+namespace nimbra::cli {
+namespace {
+
+GridSummary::Kind kindOf(const VdbGridInfo& g) {
+    if (g.components == 3)
+        return GridSummary::Kind::Vector;
+    if (g.gridClass == "level set")
+        return GridSummary::Kind::LevelSet;
+    const bool real = g.valueType == "float" || g.valueType == "double";
+    const bool whole = g.valueType == "int32" || g.valueType == "int64";
+    return real || whole ? GridSummary::Kind::Scalar : GridSummary::Kind::Other;
+}
+
+}  // namespace
+
+std::vector<GridSummary> summarize(const VdbFileInfo& file) {
+    std::vector<GridSummary> grids;
+    for (const VdbGridInfo& g : file.grids) {
+        GridSummary s;
+        s.name = g.name;
+        s.kind = kindOf(g);
+        s.readable = g.readable;
+        s.problem = g.problem;
+        s.low = g.low;
+        s.high = g.high;
+        s.activeVoxels = g.activeVoxels;
+        s.min = *std::min_element(g.min.begin(), g.min.begin() + g.components);
+        s.max = *std::max_element(g.max.begin(), g.max.begin() + g.components);
+        s.mean = g.mean[0];
+        s.meanVector = g.mean;
+        s.toWorld = g.toWorld;
+        grids.push_back(std::move(s));
+    }
+    return grids;
+}
+
+}  // namespace nimbra::cli
