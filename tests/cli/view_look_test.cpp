@@ -1,0 +1,159 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/view_look.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+
+#include "cli/view_scene.h"
+
+namespace nimbra::cli {
+namespace {
+
+GridSummary grid(const std::string& name, GridSummary::Kind kind = GridSummary::Kind::Scalar) {
+    GridSummary g;
+    g.name = name;
+    g.kind = kind;
+    g.low = {0, 0, 0};
+    g.high = {39, 39, 59};
+    g.activeVoxels = 40000;
+    g.min = 0;
+    g.max = 1;
+    g.mean = 0.3;
+    return g;
+}
+
+GridSummary emptyGrid(const std::string& name) {
+    GridSummary g;
+    g.name = name;
+    g.kind = GridSummary::Kind::Scalar;
+    g.high = {-1, -1, -1};
+    return g;
+}
+
+std::string settingOf(const ViewLook& look, const std::string& name) {
+    for (const auto& [key, value] : look.settings)
+        if (key == name)
+            return value;
+    return "";
+}
+
+constexpr auto kVector = GridSummary::Kind::Vector;
+
+TEST(ViewLook, SimulatorsFile_MapsWhatCanBeDrawn) {
+    GridSummary points = grid("particles_secondary", GridSummary::Kind::Other);
+    points.readable = false;
+    points.problem = "unregistered codec";
+    GridSummary shadow = grid("shadow");
+    shadow.min = shadow.max = shadow.mean = -1;
+    const ViewLook look = chooseLook({grid("color_b"), grid("color_g"), grid("color_r"),
+                                      grid("density"), emptyGrid("flame"), shadow,
+                                      grid("temperature"), grid("velocity", kVector), points});
+    EXPECT_EQ(look.subject, Subject::Smoke) << "an empty flame is no fire";
+    EXPECT_EQ(look.mapping,
+              "2,density;1,temperature;4,velocity(x);7,color_r;5,velocity(y);8,color_g;"
+              "6,velocity(z);9,color_b;");
+    EXPECT_EQ(settingOf(look, "darg"), "6") << "smoke takes its own colour";
+    EXPECT_NE(look.explanation.find("'particles_secondary' (unregistered codec)"),
+              std::string::npos);
+    EXPECT_EQ(look.explanation.find("shadow"), std::string::npos);
+}
+
+TEST(ViewLook, Subjects_FollowWhatTheFileHolds) {
+    EXPECT_EQ(chooseLook({grid("density"), grid("flame")}).subject, Subject::FireAndSmoke);
+    EXPECT_EQ(chooseLook({grid("flame")}).subject, Subject::Fire);
+    EXPECT_EQ(chooseLook({grid("ls_cube", GridSummary::Kind::LevelSet)}).subject,
+              Subject::LevelSet);
+    const ViewLook unknown = chooseLook({grid("qv_total"), grid("v", kVector)});
+    EXPECT_EQ(unknown.subject, Subject::Smoke);
+    EXPECT_EQ(unknown.mapping.substr(0, 11), "2,qv_total;");
+    const ViewLook hot = chooseLook({grid("Temperature")});
+    EXPECT_EQ(hot.subject, Subject::Fire) << "heat alone is shown as fire";
+
+    const ViewLook nothing = chooseLook({emptyGrid("density"), grid("flags")});
+    EXPECT_EQ(nothing.subject, Subject::Nothing);
+    EXPECT_EQ(nothing.explanation, "nothing to show: the file holds density (empty), flags");
+    EXPECT_EQ(chooseLook({}).subject, Subject::Nothing);
+}
+
+TEST(ViewLook, GridsOfAnotherTransform_StayOut) {
+    GridSummary coarse = grid("velocity", kVector);
+    for (int a = 0; a < 3; ++a)
+        coarse.toWorld[a][a] = 2;
+    EXPECT_EQ(chooseLook({grid("density_noise"), coarse}).mapping, "2,density_noise;");
+}
+
+TEST(ViewLook, OpticalDepth_DoesNotDependOnTheResolution) {
+    GridSummary coarse = grid("density"), fine = grid("density");
+    fine.high = {159, 159, 239};
+    fine.activeVoxels = coarse.activeVoxels * 64;
+    const auto depth = [](const ViewLook& look, double cells) {
+        return -std::log1p(-std::atof(settingOf(look, "smoketransp").c_str())) * cells;
+    };
+    EXPECT_NEAR(depth(chooseLook({coarse}), 40), depth(chooseLook({fine}), 160), 0.02);
+}
+
+TEST(ViewLook, UpAxis_FollowsRisingSmokeThenTheTallestSide) {
+    GridSummary velocity = grid("velocity", kVector);
+    velocity.meanVector = {0.1, 3, 0.2};
+    EXPECT_EQ(chooseLook({grid("density"), velocity}).upAxis, 1);
+    EXPECT_EQ(chooseLook({grid("density")}).upAxis, 2) << "60 cells along z, 40 along the others";
+    ViewWishes wishes;
+    wishes.upAxis = 0;
+    EXPECT_EQ(chooseLook({grid("density"), velocity}, wishes).upAxis, 0);
+}
+
+// Every corner of the box projects into the picture, and not all of it is empty margin.
+TEST(ViewScene, Camera_FramesTheBox) {
+    for (const int up : {0, 1, 2})
+        for (const double azimuth : {0.0, 35.0, 200.0}) {
+            ViewScene scene;
+            scene.look = chooseLook({grid("density")});
+            scene.look.upAxis = up;
+            scene.azimuth = azimuth;
+            const auto json = nlohmann::json::parse(sceneText(scene));
+            const auto& camera = json["camera"];
+            double forward[3], length = 0, upDir[3] = {}, right[3];
+            for (int i = 0; i < 3; ++i) {
+                forward[i] =
+                    camera["target"][i].get<double>() - camera["position"][i].get<double>();
+                length += forward[i] * forward[i];
+            }
+            for (double& f : forward)
+                f /= std::sqrt(length);
+            upDir[up] = 1;
+            for (int i = 0; i < 3; ++i)
+                right[i] = forward[(i + 1) % 3] * upDir[(i + 2) % 3] -
+                           forward[(i + 2) % 3] * upDir[(i + 1) % 3];
+            double size = 0;
+            for (const double r : right)
+                size += r * r;
+            double extent = 0;
+            const double tanX = std::tan(camera["fov"].get<double>() * 3.14159265358979 / 360);
+            for (int corner = 0; corner < 8; ++corner) {
+                double along = 0, across = 0, total = 0;
+                for (int i = 0; i < 3; ++i) {
+                    const double p =
+                        ((corner >> i & 1) ? scene.look.boxHigh[i] : scene.look.boxLow[i]) -
+                        camera["position"][i].get<double>();
+                    along += p * forward[i];
+                    across += p * right[i] / std::sqrt(size);
+                    total += p * p;
+                }
+                const double vertical =
+                    std::sqrt(std::max(0.0, total - along * along - across * across));
+                ASSERT_GT(along, 0);
+                extent = std::max({extent, std::fabs(across) / along / tanX,
+                                   vertical / along / tanX * 960 / 540});
+            }
+            EXPECT_LE(extent, 1.0) << up << " " << azimuth;
+            EXPECT_GT(extent, 0.6) << up << " " << azimuth;
+        }
+}
+
+}  // namespace
+}  // namespace nimbra::cli
