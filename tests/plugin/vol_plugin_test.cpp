@@ -292,6 +292,29 @@ TEST(NimbraVolPlugin, Light_PassesThroughTheSmokeThatItShadows) {
     EXPECT_EQ(container.renderer().times[0], -1);
 }
 
+TEST(NimbraVolPlugin, LightCache_HoldsTheSameLight) {
+    Collector c;
+    Container container;
+    SmokeRenderer& smoke = container.renderer();
+    SunThroughVolumes sun(c.plugin);
+    c.context.lights = &sun;
+    c.collect({&container});
+    const Color lit = c.shade().color.color;
+    smoke.flags |= kLightCache;
+    smoke.setGridSize(smoke.frame->gridSize);
+    ASSERT_NE(smoke.lightCache, nullptr);
+    // The ray runs along a line of voxels, in whose plane the light is even. Only the last step
+    // differs: the shadow ray from the grid's face grazes the smoke.
+    const Color cached = c.shade().color.color;
+    for (int i = 0; i < 3; ++i)
+        EXPECT_NEAR(cached[i], lit[i], kStep * kDensity * lit[i]);
+    EXPECT_GT(lit.g, 0.1f);
+    // What is in the cache is used again.
+    sun.lastOrigin = nullptr;
+    c.shade();
+    EXPECT_EQ(sun.lastOrigin, nullptr);
+}
+
 TEST(NimbraVolPlugin, ManyContainers_AreFoundByTheTree) {
     Collector c;
     std::vector<std::unique_ptr<Container>> containers;
