@@ -361,7 +361,7 @@ template <class Filter>
 void sample(const Proxy* proxies, const float position[3], float* out, int count,
             std::uint32_t scalarMask, std::uint32_t vectorMask) {
     const std::uint32_t mask = scalarMask | vectorMask;
-    if (std::has_single_bit(mask) && count <= 32) [[likely]] {
+    if (mask != 0 && (mask & (mask - 1)) == 0 && count <= 32) [[likely]] {
         const int i = std::countr_zero(mask);
         if (i < count)
             sampleOne<Filter>(proxies[i], position, out + i);

@@ -5,8 +5,7 @@
 //   C += color * T,  T *= 1 - alpha
 // T. Porter, T. Duff, "Compositing digital images", SIGGRAPH 1984 (the "over" operator with
 // colour already multiplied by opacity).
-#include <algorithm>
-
+#include "volume/color_ops.h"
 #include "volume/march_loop.h"
 #include "volume/volume_shader.h"
 
@@ -22,10 +21,9 @@ bool blend(ColorMarch& march, const RaySegment& segment, Illuminator& illuminato
     march.color += stepColor(segment, illuminator) * T;
     march.setDepth(segment, illuminator);
     march.addElements(illuminator, T);
-    T *= {std::max(1 - segment.alpha.r, 0.0f), std::max(1 - segment.alpha.g, 0.0f),
-          std::max(1 - segment.alpha.b, 0.0f)};
+    T *= transparencyOf(segment.alpha);
     illuminator.transmittance = T;
-    if (!(T.maxComponent() < segment.shader->stoptransp))
+    if (!(largest(T) < segment.shader->stoptransp))
         return true;
     T = {};
     return false;
@@ -39,8 +37,7 @@ void marchColor(RayData& rayData, float time, Color& color, Color& alpha) {
     march.begin(illuminator);
     walkNearestFirst(rayData, illuminator, time,
                      [&](const RaySegment& segment) { return blend(march, segment, illuminator); });
-    const Color& T = march.transmittance;
-    alpha = {std::max(1 - T.r, 0.0f), std::max(1 - T.g, 0.0f), std::max(1 - T.b, 0.0f)};
+    alpha = transparencyOf(march.transmittance);
     march.finish(illuminator, alpha);
     color = march.color;
 }

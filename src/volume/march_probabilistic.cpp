@@ -4,8 +4,7 @@
 // The probabilistic colour loop: instead of blending all steps, light is computed at a few
 // interaction points. Sample i interacts where the transmittance falls to its threshold u(i); the
 // thresholds are stratified over [0, 1).
-#include <algorithm>
-
+#include "volume/color_ops.h"
 #include "volume/march_loop.h"
 #include "volume/volume_shader.h"
 
@@ -26,10 +25,9 @@ public:
     /// Takes one step into account. False when nothing behind it can be hit.
     bool pass(RaySegment& segment) {
         Color& T = march.transmittance;
-        T *= {std::max(1 - segment.alpha.r, 0.0f), std::max(1 - segment.alpha.g, 0.0f),
-              std::max(1 - segment.alpha.b, 0.0f)};
+        T *= transparencyOf(segment.alpha);
         illuminator.transmittance = T;
-        const float m = T.maxComponent();
+        const float m = largest(T);
         if (hit < count && threshold(hit) >= m)
             interact(segment, m);
         return hit < count && !(m < segment.shader->stoptransp);

@@ -3,12 +3,13 @@
 //
 // The transparency loop of shadow rays: opacity alone, with or without the light that the smoke
 // scatters forward.
-#include <algorithm>
 #include <cmath>
 
 #include "foundation/log.h"
+#include "volume/color_ops.h"
 #include "volume/fast_exp.h"
 #include "volume/march_loop.h"
+#include "volume/plain_walk.h"
 #include "volume/volume_shader.h"
 
 namespace nimbra {
@@ -16,10 +17,6 @@ namespace nimbra {
 using TessUtils::Color;
 
 namespace {
-
-float smallest(const Color& c) {
-    return std::min(c.r, std::min(c.g, c.b));
-}
 
 /// The depth beyond which less than `stop` of the light gets through, for smoke of albedo `a`:
 /// the inverse of the scatter factor below.
@@ -56,9 +53,7 @@ public:
                 return {1, 1, 1};
         }
         const Color factor = scattered();
-        return {std::max(1 - transmission.r * factor.r, 0.0f),
-                std::max(1 - transmission.g * factor.g, 0.0f),
-                std::max(1 - transmission.b * factor.b, 0.0f)};
+        return transparencyOf(transmission * factor);
     }
 
 private:
@@ -98,10 +93,28 @@ private:
             scatteredDepth += diffuse * segment.alpha * weight;
             if (smallest(segmentDepth - limit * squared) > 0)
                 return true;
+            if (segment.plan.plain) {
+                const float most = largest(limit) * squared;
+                const float rest = plainDepth(segment, shadow, most - segmentDepth.r);
+                segmentDepth += Color{1, 1, 1} * rest;
+                scatteredDepth += diffuse * (inverse * rest);
+                if (segmentDepth.r > most)
+                    return true;
+            }
         }
         depth += segmentDepth * inverse;
         reportCycle(segment);
         return false;
+    }
+
+    /// Opacities times `shadow`, summed over the rest of a segment of plain smoke or until the sum
+    /// is above `limit`.
+    float plainDepth(RaySegment& segment, float shadow, float limit) const {
+        PlainWalk walk(segment, illuminator);
+        float sum = 0, opacity = 0;
+        while (!(sum > limit) && walk.next(opacity))
+            sum += shadow * opacity;
+        return sum;
     }
 
     bool absorb(RaySegment& segment) {
@@ -113,12 +126,27 @@ private:
             if (!step(segment, round, nullptr))
                 continue;
             L *= Color{1, 1, 1} - segment.alpha * shadow;
-            if (L.maxComponent() < shader.stoptransp)
+            if (largest(L) < shader.stoptransp)
                 return true;
+            if (segment.plan.plain) {
+                const float rest = plainTransmittance(segment, shadow, shader.stoptransp / L.r);
+                L = L * rest;
+                if (L.r < shader.stoptransp)
+                    return true;
+            }
         }
         transmission *= L;
         reportCycle(segment);
         return false;
+    }
+
+    /// Transmittance of the rest of a segment of plain smoke, or until it is below `stop`.
+    float plainTransmittance(RaySegment& segment, float shadow, float stop) const {
+        PlainWalk walk(segment, illuminator);
+        float L = 1, opacity = 0;
+        while (!(L < stop) && walk.next(opacity))
+            L *= 1 - shadow * opacity;
+        return L;
     }
 
     void reportCycle(const RaySegment& segment) const {
@@ -129,7 +157,7 @@ private:
     }
 
     Color scattered() const {
-        if (depth.maxComponent() < 1e-12f)
+        if (largest(depth) < 1e-12f)
             return {1, 1, 1};
         Color factor;
         for (int i = 0; i < 3; ++i) {

@@ -8,6 +8,7 @@
 #include <memory>
 #include <type_traits>
 
+#include "cache/grid_samplers.h"
 #include "tessra/math.h"
 
 namespace nimbra {
@@ -32,6 +33,19 @@ struct RayBlock {
     float mint, maxt;
 };
 
+/// What all steps of a segment have in common, settled at its first step.
+struct StepPlan {
+    bool ready;
+    bool prob;      // looks for one random interaction point instead of blending
+    bool emissive;  // the shader has fire
+    bool ownFire;   // whose opacity comes from a table of its own
+    bool plain;     // smoke alone decides the opacity, read from one channel
+    std::uint8_t filter;
+    std::uint32_t mask;   // of the channels to read
+    float clearBelow;     // opacity up to which a step shows nothing
+    SampleKernel kernel;  // for `filter`
+};
+
 /// One stretch of a ray inside one shader. Its progress is all here, so that it can be suspended
 /// between any two steps.
 struct RaySegment {
@@ -39,6 +53,7 @@ struct RaySegment {
     std::uint32_t signMask;
     const VolumeShader* shader;
     RaySegment* next;  // in the ray's list
+    StepPlan plan;
     float dirLength, dirLengthInv;
     float stepT;             // length of a step as a ray parameter
     float stepLength;        // world length of a step

@@ -15,10 +15,6 @@ using TessUtils::Vector;
 
 namespace {
 
-float mean(const Color& c) {
-    return (c.r + c.g + c.b) / 3;
-}
-
 Color toColor(const Vector& v) {
     return {v.x, v.y, v.z};
 }
@@ -86,7 +82,9 @@ bool isLit(const VolumeShader& shader, std::uint32_t kind) {
 void VolumeShader::shadeVoxel(RaySegment& segment, Illuminator& illuminator, bool probabilistic,
                               const VoxelSample& sample) const {
     const bool hit = segment.hitFlag != 0;
-    if (fire_opacity_mode != kFireVisible) {
+    if (!has(kEmissive)) {
+        segment.color = {};
+    } else if (fire_opacity_mode != kFireVisible) {
         segment.color = emissionForRay(*this, illuminator, sample, segment.stepWorld);
         if (!hit)
             segment.color *= segment.alpha;
@@ -103,7 +101,8 @@ void VolumeShader::shadeVoxel(RaySegment& segment, Illuminator& illuminator, boo
     Color q = getDiffuse(sample) * segment.alpha;
     if (noscatter != kScatterRayTraced)
         q = q * difmul;
-    illuminator.elements[kElementDiffuse] = q;
+    if (illuminator.elementMask != 0)
+        illuminator.elements[kElementDiffuse] = q;
     if (isLit(*this, illuminator.kind)) {
         const bool useCache = has(kLightCache) && (illuminator.kind & kKindCacheFill) == 0;
         illuminateStep(useCache, segment, illuminator, q);
@@ -131,6 +130,10 @@ void VolumeShader::lightFromCache(RaySegment& segment, Illuminator& illuminator,
     if (lightCache)
         lightCache->lookup(light, *this, segment.samplePos, illuminator);
     const Color R = q * light;
+    illuminator.lastDiffuse = q;
+    segment.color += R;
+    if (illuminator.elementMask == 0)
+        return;
     Color* elements = illuminator.elements;
     elements[kElementRawLighting] = segment.alpha * light;
     elements[kElementRawTotalLighting] = elements[kElementRawLighting];
@@ -140,8 +143,6 @@ void VolumeShader::lightFromCache(RaySegment& segment, Illuminator& illuminator,
     elements[kElementIndirect] *= q;
     elements[kElementRawShadows] *= segment.alpha;
     elements[kElementRawIndirect] *= segment.alpha;
-    illuminator.lastDiffuse = q;
-    segment.color += R;
 }
 
 void VolumeShader::lightFromHost(RaySegment& segment, Illuminator& illuminator,
@@ -150,6 +151,9 @@ void VolumeShader::lightFromHost(RaySegment& segment, Illuminator& illuminator,
     illuminator.illuminate(R, segment.samplePos, q, nullptr);
     if (selfShadowed)
         R += q * sampleSelfIllum(segment.samplePos);
+    segment.color += R;
+    if (illuminator.elementMask == 0)
+        return;
     Color* elements = illuminator.elements;
     elements[kElementRawIndirect] *= segment.alpha;
     elements[kElementLighting] = R - elements[kElementIndirect];
@@ -163,7 +167,6 @@ void VolumeShader::lightFromHost(RaySegment& segment, Illuminator& illuminator,
         }
         elements[kElementRawLighting] = raw - elements[kElementRawIndirect];
     }
-    segment.color += R;
 }
 
 }  // namespace nimbra

@@ -6,9 +6,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "volume/fast_exp.h"
-#include "volume/lut_holder.h"
-#include "volume/volume_shader.h"
+#include "volume/shading_lookup.h"
 
 namespace nimbra {
 namespace {
@@ -31,11 +29,6 @@ Color textureColor(const VolumeShader& shader, int index, const VoxelSample& sam
     return color;
 }
 
-/// Opacity of a step through a density (<= 0) per world unit.
-float stepOpacity(float density, float stepWorld) {
-    return 1.0f - fastExp(density * stepWorld);
-}
-
 Color gray(float v) {
     return {v, v, v};
 }
@@ -49,10 +42,7 @@ Color VolumeShader::getOpacity(const VoxelSample& sample, float stepWorld) const
             out[i] = 1.0f - std::pow(1.0f - std::clamp(out[i], 0.0f, 1.0f), stepWorld);
         return out;
     }
-    const float density = opacityTable ? opacityTable[lutIndex(sample.t)] : sample.t * smoketransp;
-    if (density == 0.0f)
-        return {};
-    const float opacity = stepOpacity(density, stepWorld);
+    const float opacity = smokeOpacity(*this, sample.t, stepWorld);
     if (has(kModOpacity) && opacity > 0.0f)
         return textureColor(*this, kOpacityTexture, sample) * opacity;
     return gray(opacity);

@@ -6,206 +6,285 @@
 
 #include <algorithm>
 
+#include "volume/plain_walk.h"
+
 namespace nimbra {
 
 using TessUtils::Color;
 using TessUtils::Vector;
 
-VolumeShader::Step::Step(const VolumeShader& owner, RaySegment& raySegment,
-                         Illuminator& rayIlluminator, float rayTime)
-    : shader(owner),
-      segment(raySegment),
-      illuminator(rayIlluminator),
-      time(rayTime),
-      colored((raySegment.state & kSegmentColored) != 0),
-      emissive(owner.has(kEmissive)),
-      prob(isProbabilistic()),
-      filter(pickFilter()),
-      mask(pickMask()) {}
+namespace {
 
-/// Whether the step looks for one random interaction point instead of blending.
-bool VolumeShader::Step::isProbabilistic() const {
+bool isProbabilistic(const VolumeShader& shader, bool colored, std::uint32_t kind) {
     if (shader.has(kProbPrimary))
         return colored || !shader.has(kLightCache);
-    return shader.has(kProbBounces) && (illuminator.kind & (kKindGI | kKindLightPass)) != 0;
+    return shader.has(kProbBounces) && (kind & (kKindGI | kKindLightPass)) != 0;
 }
 
-int VolumeShader::Step::pickFilter() const {
-    if ((illuminator.kind & (kKindGI | kKindLightPass)) != 0)
+int pickFilter(const VolumeShader& shader, std::uint32_t kind) {
+    if ((kind & (kKindGI | kKindLightPass)) != 0)
         return 0;
-    const bool cheap = (illuminator.kind & kKindTransparency) != 0;
+    const bool cheap = (kind & kKindTransparency) != 0;
     return cheap ? std::min(shader.sampler, 1) : shader.sampler;
 }
 
-std::uint32_t VolumeShader::Step::pickMask() const {
-    std::uint32_t wanted = 0;
-    if ((segment.state & kSegmentProbabilistic) == 0)
-        wanted = colored ? shader.sampleMask : 0;
+/// The channels that a step looks at.
+std::uint32_t pickMask(const VolumeShader& shader, std::uint32_t state, bool wantDiffuse) {
+    const bool emissive = shader.has(kEmissive);
+    std::uint32_t mask = 0;
+    if ((state & kSegmentProbabilistic) == 0)
+        mask = (state & kSegmentColored) != 0 ? shader.sampleMask : 0;
     else if (emissive && shader.fire_opacity_mode != kFireUsesSmoke)
-        wanted = kSampleE;
+        mask = kSampleE;
     const bool smokeCounts =
         shader.has(kDiffuse) || (emissive && shader.fire_opacity_mode == kFireUsesSmoke);
     if (smokeCounts && !shader.has(kTexOpacity))
-        wanted |= kSampleT;
-    return wanted;
+        mask |= kSampleT;
+    if (shader.has(kDiffuse) && wantDiffuse)
+        mask |= (shader.sampleMask & ~kSampleE) | kSampleD;
+    // Without a table nobody asks for the value.
+    if (!shader.diffuseTable)
+        mask &= ~kSampleD;
+    if (!shader.emissionTable && !shader.fireOpacityTable)
+        mask &= ~kSampleE;
+    return mask;
 }
 
-void VolumeShader::Step::askForDiffuse() {
-    if (shader.has(kDiffuse))
-        mask |= shader.sampleMask | kSampleD;
+/// Whether a step looks up the opacity of one channel and nothing else that varies.
+bool isPlain(const VolumeShader& shader, const StepPlan& plan, bool colored) {
+    if (shader.has(kTexDiffuse | kModDiffuse))
+        return false;
+    if (plan.prob || plan.mask != kSampleT || shader.has(kTexOpacity | kModOpacity) ||
+        !shader.has(kHasGrid))
+        return false;
+    if (shader.emptyMapCount != 0 || shader.softb > 0.5f)
+        return false;
+    return !colored || !plan.emissive || shader.fire_opacity_mode == kFireUsesSmoke;
 }
 
-void VolumeShader::Step::begin() {
-    if (shader.has(kJitter))
-        illuminator.jitter = illuminator.random();
-    if (prob) {
-        segment.threshold = illuminator.random();
-        segment.throughput = {1, 1, 1};
+StepPlan makePlan(const VolumeShader& shader, const RaySegment& segment, std::uint32_t kind,
+                  bool wantDiffuse) {
+    const bool colored = (segment.state & kSegmentColored) != 0;
+    StepPlan plan;
+    plan.ready = true;
+    plan.prob = isProbabilistic(shader, colored, kind);
+    plan.emissive = shader.has(kEmissive);
+    plan.ownFire = plan.emissive && shader.fire_opacity_mode == kFireOwnOpacity;
+    plan.filter = static_cast<std::uint8_t>(pickFilter(shader, kind));
+    plan.mask = pickMask(shader, segment.state, wantDiffuse);
+    plan.clearBelow = segment.stepLength * shader.skiptransp;
+    plan.kernel = pickKernel(plan.filter, shader.wrapFlags);
+    plan.plain = isPlain(shader, plan, colored);
+    return plan;
+}
+
+/// A sample position and what is there.
+struct Look {
+    Vector pos;
+    VoxelSample sample;
+};
+
+/// One call of stepSegment. The look lies outside, so that all else can stay in registers.
+class MarchStep {
+public:
+    MarchStep(const VolumeShader& owner, RaySegment& raySegment, Illuminator& rayIlluminator,
+              float rayTime, Look& stepLook)
+        : shader(owner),
+          segment(raySegment),
+          illuminator(rayIlluminator),
+          look(stepLook),
+          time(rayTime),
+          colored((raySegment.state & kSegmentColored) != 0) {}
+
+    bool isColored() const { return colored; }
+
+    /// The random numbers of a segment's first step.
+    void begin() {
+        if (shader.has(kJitter))
+            illuminator.jitter = illuminator.random();
+        if (segment.plan.prob) {
+            segment.threshold = illuminator.random();
+            segment.throughput = {1, 1, 1};
+        }
     }
-}
 
-bool VolumeShader::Step::advance() {
-    segment.tCur += segment.stepT;
-    if (segment.tCur > segment.tEnd) {
-        if ((segment.state & kSegmentFinished) != 0)
+    /// Moves on to the next sample position; false past the end.
+    bool advance() {
+        segment.tCur += segment.stepT;
+        if (segment.tCur > segment.tEnd) {
+            if ((segment.state & kSegmentFinished) != 0)
+                return false;
+            segment.tCur = segment.tEnd;
+            segment.state |= kSegmentFinished;
+        }
+        // Jitter moves the sample backward inside its step, never the walk itself.
+        const float back = shader.has(kJitter) ? segment.stepT * illuminator.jitter : 0;
+        const float t = segment.tCur - back;
+        look.pos = segment.origin + segment.dir * t;
+        return !(t > segment.tEnd);
+    }
+
+    /// Samples the volume and finds the step's opacity; false for a step that shows nothing.
+    bool findOpacity() {
+        if (segment.plan.plain)
+            return findPlainOpacity();
+        onlyEmission = false;
+        ownFire = false;
+        if (shader.emptyMapCount != 0 && isMarkedEmpty(shader, look.pos))
             return false;
-        segment.tCur = segment.tEnd;
-        segment.state |= kSegmentFinished;
+        shader.sampleVoxel(look.pos, look.sample, segment.plan.mask, nullptr, time,
+                           segment.plan.filter);
+        segment.alpha = shader.getOpacity(look.sample, segment.stepLength);
+        if (!colored)
+            segment.alpha = segment.alpha * shader.shadowDensityScale;
+        if (!(segment.plan.ownFire && colored) && isClear()) {
+            skip();
+            if (!segment.plan.emissive || shader.fire_opacity_mode != kFireVisible)
+                return false;
+            onlyEmission = true;
+        }
+        limitOpacity();
+        const bool random = segment.plan.prob || (segment.state & kSegmentProbabilistic) != 0;
+        if (random && segment.plan.ownFire && colored)
+            ownFire = shader.getFireOpacity(look.sample, segment.stepLength, segment.alpha);
+        segment.invAlpha = segment.alpha.r > 1e-6f ? 1 / segment.alpha.r : 0;
+        return !segment.plan.prob || interacts();
     }
-    // Jitter moves the sample backward inside its step, never the walk itself.
-    const float back = shader.has(kJitter) ? segment.stepT * illuminator.jitter : 0;
-    const float t = segment.tCur - back;
-    pos = segment.origin + segment.dir * t;
-    return !(t > segment.tEnd);
-}
 
-bool VolumeShader::Step::leave() {
-    if (!shader.has(kVolumetric))
-        clear();
-    return false;
-}
+    /// The same for plain smoke, which most steps of most rays meet.
+    bool findPlainOpacity() {
+        look.sample.position = look.pos;
+        float opacity = plainOpacity(shader, segment, look.pos);
+        if (!colored)
+            opacity *= shader.shadowDensityScale;
+        if (opacity <= segment.plan.clearBelow)
+            return skip();
+        opacity = std::min(opacity, 1.0f);
+        segment.alpha = {opacity, opacity, opacity};
+        if (colored)
+            segment.invAlpha = opacity > 1e-6f ? 1 / opacity : 0;
+        return true;
+    }
 
-void VolumeShader::Step::clear() {
-    segment.alpha = {};
-    segment.color = {};
-}
+    /// Notes the sample as the segment's accepted step.
+    void accept() {
+        segment.time = time;
+        segment.samplePos = look.pos;
+        segment.stepWorld = segment.stepLength;
+    }
 
-bool VolumeShader::Step::skip() {
-    segment.alpha = {};
-    if (colored)
+    /// The answer of a step without colour; false when there is nothing but glow.
+    bool giveDiffuse(Color* diffuseOut) const {
+        if (onlyEmission)
+            return false;
+        if (diffuseOut && shader.has(kDiffuse))
+            *diffuseOut = shader.getDiffuse(look.sample);
+        return true;
+    }
+
+    /// The fire's own opacity and its glow; false when nothing is left to show.
+    bool findFire() {
+        if (!segment.plan.prob && segment.plan.ownFire && shader.fireOpacityTable) {
+            ownFire = shader.getFireOpacity(look.sample, segment.stepLength, segment.alpha);
+            if (!ownFire && isClear())
+                return false;
+        }
+        if (shader.fire_opacity_mode == kFireVisible && !glow())
+            return false;
+        segment.hitFlag = ownFire ? 1.0f : 0.0f;
+        return true;
+    }
+
+    void shade() {
+        if ((segment.state & kSegmentProbabilistic) == 0)
+            shader.shadeVoxel(segment, illuminator, segment.plan.prob, look.sample);
+        // Keeps the last step from being dropped by the jitter.
+        const bool surface = !shader.has(kHeatHaze | kVolumetric);
+        if (surface && (segment.state & kSegmentFinished) != 0 && shader.has(kJitter))
+            segment.tCur = std::min(segment.tCur, segment.tEnd - 0.02f * segment.stepT);
+    }
+
+    void clear() {
+        segment.alpha = {};
         segment.color = {};
-    return false;
-}
+    }
 
-bool VolumeShader::Step::findOpacity() {
-    onlyEmission = false;
-    ownFire = false;
-    if (shader.emptyMapCount != 0 && isMarkedEmpty(shader, pos))
+    bool leave() {
+        if (!shader.has(kVolumetric))
+            clear();
         return false;
-    shader.sampleVoxel(pos, sample, mask, nullptr, time, filter);
-    segment.alpha = shader.getOpacity(sample, segment.stepLength);
-    if (!colored)
-        segment.alpha = segment.alpha * shader.shadowDensityScale;
+    }
 
-    const bool fireDecides = emissive && shader.fire_opacity_mode == kFireOwnOpacity && colored;
-    if (!fireDecides && isClear()) {
-        skip();
-        if (!emissive || shader.fire_opacity_mode != kFireVisible)
+    bool giveUp() {
+        segment.state |= kSegmentFinished | kSegmentStuck;
+        clear();
+        return false;
+    }
+
+private:
+    bool skip() {
+        segment.alpha = {};
+        if (colored)
+            segment.color = {};
+        return false;
+    }
+
+    bool isClear() const { return largest(segment.alpha) <= segment.plan.clearBelow; }
+
+    /// Thins the smoke at the grid's border and keeps it at most opaque.
+    void limitOpacity() {
+        fade = shader.softb > 0.5f ? borderFade(shader, look.pos) : 1.0f;
+        if (fade < 1.0f && !onlyEmission)
+            fadeOpacity(segment.alpha, fade);
+        segment.alpha = {std::min(segment.alpha.r, 1.0f), std::min(segment.alpha.g, 1.0f),
+                         std::min(segment.alpha.b, 1.0f)};
+    }
+
+    bool interacts() {
+        if (shader.fire_opacity_mode == kFireVisible) {
+            segment.alpha.r += 0.001f;
+            segment.invAlpha = 1 / segment.alpha.r;
+        }
+        segment.throughput *= transparencyOf(segment.alpha);
+        if (segment.throughput.r > segment.threshold)
+            return skip();
+        segment.alpha = {1, 1, 1};
+        return true;
+    }
+
+    /// Emission here acts where smoke is absent, too. False when the step shows nothing at all.
+    bool glow() {
+        Color& color = segment.color;
+        color = emissionForRay(shader, illuminator, look.sample, segment.stepLength);
+        if (segment.plan.prob)
+            color = color * segment.invAlpha;
+        color = color * fade;
+        if (onlyEmission && color.r + color.g + color.b <= shader.skiptransp)
             return false;
-        onlyEmission = true;
+        color = color * segment.stepLength;
+        return true;
     }
-    fade = shader.softb > 0.5f ? borderFade(shader, pos) : 1.0f;
-    if (fade < 1.0f && !onlyEmission)
-        fadeOpacity(segment.alpha, fade);
-    segment.alpha = {std::min(segment.alpha.r, 1.0f), std::min(segment.alpha.g, 1.0f),
-                     std::min(segment.alpha.b, 1.0f)};
 
-    if ((prob || (segment.state & kSegmentProbabilistic) != 0) && colored && hasOwnFire())
-        ownFire = shader.getFireOpacity(sample, segment.stepLength, segment.alpha);
-    segment.invAlpha = segment.alpha.r > 1e-6f ? 1 / segment.alpha.r : 0;
-    return !prob || interacts();
-}
+    const VolumeShader& shader;
+    RaySegment& segment;
+    Illuminator& illuminator;
+    Look& look;
+    const float time;
+    const bool colored;
 
-bool VolumeShader::Step::hasOwnFire() const {
-    return emissive && shader.fire_opacity_mode == kFireOwnOpacity && shader.fireOpacityTable;
-}
+    float fade = 1;             // at the grid's border
+    bool onlyEmission = false;  // a clear step that may still glow
+    bool ownFire = false;       // its opacity is the fire's own
+};
 
-bool VolumeShader::Step::isClear() const {
-    return segment.alpha.maxComponent() <= segment.stepLength * shader.skiptransp;
-}
-
-bool VolumeShader::Step::interacts() {
-    if (shader.fire_opacity_mode == kFireVisible) {
-        segment.alpha.r += 0.001f;
-        segment.invAlpha = 1 / segment.alpha.r;
-    }
-    segment.throughput *= {std::max(1 - segment.alpha.r, 0.0f), std::max(1 - segment.alpha.g, 0.0f),
-                           std::max(1 - segment.alpha.b, 0.0f)};
-    if (segment.throughput.r > segment.threshold)
-        return skip();
-    segment.alpha = {1, 1, 1};
-    return true;
-}
-
-void VolumeShader::Step::accept() {
-    segment.time = time;
-    segment.samplePos = pos;
-    segment.stepWorld = segment.stepLength;
-}
-
-bool VolumeShader::Step::giveDiffuse(Color* diffuseOut) const {
-    if (onlyEmission)
-        return false;
-    if (diffuseOut && shader.has(kDiffuse))
-        *diffuseOut = shader.getDiffuse(sample);
-    return true;
-}
-
-bool VolumeShader::Step::findFire() {
-    if (!prob && hasOwnFire()) {
-        ownFire = shader.getFireOpacity(sample, segment.stepWorld, segment.alpha);
-        if (!ownFire && isClear())
-            return false;
-    }
-    if (shader.fire_opacity_mode == kFireVisible && !glow())
-        return false;
-    segment.hitFlag = ownFire ? 1.0f : 0.0f;
-    return true;
-}
-
-/// Emission here acts where smoke is absent, too. False when the step shows nothing at all.
-bool VolumeShader::Step::glow() {
-    Color& color = segment.color;
-    color = emissionForRay(shader, illuminator, sample, segment.stepWorld);
-    if (prob)
-        color = color * segment.invAlpha;
-    color = color * fade;
-    if (onlyEmission && color.r + color.g + color.b <= shader.skiptransp)
-        return false;
-    color = color * segment.stepWorld;
-    return true;
-}
-
-void VolumeShader::Step::shade() {
-    if ((segment.state & kSegmentProbabilistic) == 0)
-        shader.shadeVoxel(segment, illuminator, prob, sample);
-    // Keeps the last step from being dropped by the jitter.
-    const bool surface = !shader.has(kHeatHaze | kVolumetric);
-    if (surface && (segment.state & kSegmentFinished) != 0 && shader.has(kJitter))
-        segment.tCur = std::min(segment.tCur, segment.tEnd - 0.02f * segment.stepT);
-}
-
-bool VolumeShader::Step::giveUp() {
-    segment.state |= kSegmentFinished | kSegmentStuck;
-    clear();
-    return false;
-}
+}  // namespace
 
 bool VolumeShader::stepSegment(RaySegment& segment, Illuminator& illuminator, float time,
                                bool first, Color* diffuseOut) const {
-    Step step(*this, segment, illuminator, time);
-    if (diffuseOut)
-        step.askForDiffuse();
+    if (first || !segment.plan.ready)
+        segment.plan = makePlan(*this, segment, illuminator.kind, diffuseOut != nullptr);
+    Look look;
+    MarchStep step(*this, segment, illuminator, time, look);
     if (first)
         step.begin();
     if (!(segment.stepT > 0))
@@ -221,7 +300,7 @@ bool VolumeShader::stepSegment(RaySegment& segment, Illuminator& illuminator, fl
         if (!step.findOpacity())
             continue;
         step.accept();
-        if (!step.colored) {
+        if (!step.isColored()) {
             if (step.giveDiffuse(diffuseOut))
                 return true;
             continue;

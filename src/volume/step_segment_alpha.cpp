@@ -36,7 +36,7 @@ bool VolumeShader::stepSegmentAlpha(RaySegment& segment, Illuminator& illuminato
             continue;
         sampleVoxel(pos, sample, mask, nullptr, time, filter);
         TessUtils::Color alpha = getOpacity(sample, segment.stepLength) * shadowDensityScale;
-        if (alpha.maxComponent() <= segment.stepLength * skiptransp)
+        if (largest(alpha) <= segment.stepLength * skiptransp)
             continue;
         if (softb > 0.5f)
             fadeOpacity(alpha, borderFade(*this, pos));

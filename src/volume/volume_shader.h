@@ -221,9 +221,6 @@ public:
     bool outOfMemory = false;
 
 private:
-    struct Step;
-    /// Brings e, d, t, s to 0..1 over their ranges.
-    void normalize(float values[4], std::uint32_t mask) const;
     float smokeFromTexture(const TessUtils::Vector& pos) const;
     /// Adds the light that the step scatters, `q` being its diffuse colour times its opacity.
     void illuminateStep(bool useCache, RaySegment& segment, Illuminator& illuminator,

@@ -423,6 +423,46 @@ TEST(Marcher, EmptyMap_HidesVoxels) {
     EXPECT_NEAR(std::log(transmittance({&shader}, ray)), std::log(full) / 2, 0.1 * 0.25);
 }
 
+TEST(Marcher, PlainSmoke_TakesTheSameStepsAsAnyOther) {
+    const auto plain = makeBox(30, 6, 6, 0.0f);
+    plain->fill(kSmoke, [](int x, int y, int z) {
+        return x % 11 < 3 ? 0.0f : 0.02f + 0.01f * static_cast<float>((x * 7 + y * 3 + z) % 13);
+    });
+    plain->params.set("jitter", 1);
+    plain->load();
+    VolumeShader& shader = plain->shader;
+    shader.shadowDensityScale = 0.7f;
+    shader.simpleColor = {0.9f, 0.5f, 0.1f};
+    const auto shadows = [&](int scatter, float stop) {
+        shader.noscatter = scatter;
+        shader.stoptransp = stop;
+        std::vector<Color> out;
+        for (int i = 0; i < 30; ++i) {
+            TestIlluminator illuminator;
+            ShadeQuery ray = rayAlongX(0.19 * i, 3, -3, 8 + i);
+            ray.rayEnd.z = 5.5;
+            out.push_back(shadowOf(ray, {&shader}, illuminator));
+        }
+        return out;
+    };
+    for (const int scatter : {kScatterDisabled, kScatterApproximateShadows}) {
+        // Sums in another order; the exponential of a sum moves in steps of 2^-16.
+        const double error = scatter == kScatterDisabled ? 2e-6 : 6e-5;
+        for (const float stop : {0.0f, 0.3f, 0.7f}) {
+            shader.emptyMapCount = 0;
+            const std::vector<Color> fast = shadows(scatter, stop);
+            // With a map of empty voxels that marks none, steps go the general way.
+            shader.emptyMapCount = 30 * 6 * 6;
+            shader.emptyMapBits = std::make_unique<std::uint32_t[]>(30 * 6 * 6 / 32 + 1);
+            const std::vector<Color> general = shadows(scatter, stop);
+            for (std::size_t i = 0; i < fast.size(); ++i) {
+                for (int channel = 0; channel < 3; ++channel)
+                    EXPECT_NEAR(fast[i][channel], general[i][channel], error) << i;
+            }
+        }
+    }
+}
+
 TEST(Marcher, Jitter_MovesTheSamplesNotTheWalk) {
     auto box = makeBox(12, 6, 6, 0.0f, 1.0);
     box->fill(kSmoke, [](int x, int, int) { return static_cast<float>(x); });

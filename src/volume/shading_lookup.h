@@ -1,0 +1,25 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+//
+// The look-ups that stand in the march steps themselves.
+#pragma once
+
+#include "volume/fast_exp.h"
+#include "volume/lut_holder.h"
+#include "volume/volume_shader.h"
+
+namespace nimbra {
+
+/// Opacity of a step through a density (<= 0) per world unit.
+inline float stepOpacity(float density, float stepWorld) {
+    return 1.0f - fastExp(density * stepWorld);
+}
+
+/// Opacity of a step through smoke, from its normalised value and without textures.
+inline float smokeOpacity(const VolumeShader& shader, float t, float stepWorld) {
+    const float density =
+        shader.opacityTable ? shader.opacityTable[lutIndex(t)] : t * shader.smoketransp;
+    return density == 0.0f ? 0.0f : stepOpacity(density, stepWorld);
+}
+
+}  // namespace nimbra
