@@ -26,6 +26,13 @@ using TessUtils::Vector;
 
 namespace {
 
+#ifdef NIMBRA_SANITIZED
+/// Embree's own threads are built without the sanitizer, which would take them for races.
+constexpr const char* kDeviceSettings = "threads=1";
+#else
+constexpr const char* kDeviceSettings = nullptr;
+#endif
+
 /// One geometry of the scene; its number is its place in State::parts.
 struct Part {
     int object = 0;
@@ -156,7 +163,7 @@ struct SurfaceScene::State {
 };
 
 SurfaceScene::SurfaceScene() : state_(std::make_unique<State>()) {
-    state_->device = rtcNewDevice(nullptr);
+    state_->device = rtcNewDevice(kDeviceSettings);
     if (!state_->device)
         throw std::runtime_error("geometry: Embree could not start");
     clear();

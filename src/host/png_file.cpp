@@ -22,7 +22,7 @@ float encodeSRGB(float linear) {
 }
 
 std::uint8_t toByte(float value) {
-    return static_cast<std::uint8_t>(std::clamp(value, 0.0f, 1.0f) * 255 + 0.5f);
+    return static_cast<std::uint8_t>(std::lround(std::clamp(value, 0.0f, 1.0f) * 255));
 }
 
 /// One pixel, colours and alpha.
@@ -36,7 +36,8 @@ void encodePixel(const float* rgba, const PngOptions& options, float exposure, s
         return;
     }
     // Stored colours count in full, so that colour times alpha has to give what is shown.
-    const float alpha = std::max({std::clamp(rgba[3], 0.0f, 1.0f), shown[0], shown[1], shown[2]});
+    const float covered = rgba[3] > 0 ? std::min(rgba[3], 1.0f) : 0.0f;
+    const float alpha = std::max({covered, shown[0], shown[1], shown[2]});
     for (int c = 0; c < 3; ++c)
         out[c] = alpha > 0 ? toByte(shown[c] / alpha) : 0;
     out[3] = toByte(alpha);
