@@ -279,7 +279,7 @@ void fireSettings(const Cast& c, const ViewWishes& wishes, Settings& out) {
     out.emplace_back("fire_opacity_mode", "1");
     const double level = std::max(g.mean / std::max(top, 1e-30), 0.15);
     // The container takes a hundredth of the brightness in this mode.
-    out.emplace_back("emult", number(100 * wishes.fireScale * 5 / (level * typicalThickness(g))));
+    out.emplace_back("emult", number(100 * wishes.fireScale * 2.5 / (level * typicalThickness(g))));
     if (!c.smoke) {
         out.emplace_back("darg", "0");
         out.emplace_back("targ", "10");
@@ -371,6 +371,8 @@ ViewLook chooseLook(const std::vector<GridSummary>& grids, const ViewWishes& wis
         smokeSettings(cast, wishes, look.settings);
     if (cast.surface)
         levelSetSettings(cast, look.settings);
+    else  // a simulation that ran into its walls would end there like cut with a knife
+        look.settings.emplace_back("softb", "3");
     return look;
 }
 

@@ -105,6 +105,11 @@ Json pointJson(const Point& p, double scale) {
     return out;
 }
 
+// A solid throws back far more light than smoke lets out.
+bool isSolid(const ViewLook& look) {
+    return look.subject == Subject::LevelSet;
+}
+
 Json settingsJson(const ViewScene& s) {
     Json out{{"plugin", "TessraSettings"}, {"width", s.width},
              {"height", s.height},         {"samples", 8},
@@ -144,14 +149,19 @@ Json keyJson(const ViewScene& s) {
             {"direction", pointJson(direction, 1)},
             {"color",
              s.look.hasFire() ? Json::array({0.75, 0.85, 1.0}) : Json::array({1.0, 0.95, 0.88})},
-            {"intensity", s.look.hasFire() ? 0.35 : 2.6}};
+            {"intensity", s.look.hasFire()  ? 0.35
+                          : isSolid(s.look) ? 0.75
+                                            : 2.2}};
 }
 
 Json skyJson(const ViewScene& s) {
     const bool dark = s.look.hasFire();
     return {{"plugin", "TessraLightSky"},
             {"color", dark ? Json::array({0.5, 0.6, 0.8}) : Json::array({0.65, 0.8, 1.0})},
-            {"intensity", dark ? 0.06 : 0.35}};
+            {"intensity", dark              ? 0.06
+                          : isSolid(s.look) ? 0.25
+                                            : 0.35},
+            {"samples", 4}};
 }
 
 // Fire shines on its own smoke.
@@ -170,17 +180,17 @@ Json glowJson(const ViewLook& look) {
 
 Json groundJson(const ViewLook& look) {
     const Frame f = frameOf(look.upAxis);
-    const double side = 12 * largestSide(look);
+    const double side = 200 * largestSide(look);
     Point place = centre(look);
     for (int i = 0; i < 3; ++i)
         place[i] += f.up[i] * (look.boxLow[look.upAxis] - place[look.upAxis]);
     // The plane's own axes: x and z lie in it, y points up.
     Json transform = Json::array();
-    for (const Point& axis : {f.front, f.up, f.right, place})
-        for (const double v : axis)
-            transform.push_back(v);
+    for (const Point& row : {f.front, f.up, f.right, place})
+        transform.push_back(row);
     return {{"plugin", "TessraMesh"},
             {"shape", "Plane"},
+            {"material", "@floor"},
             {"size", Json::array({side, side, side})},
             {"transform", transform}};
 }
@@ -200,8 +210,10 @@ std::string sceneText(const ViewScene& s) {
     scene["sky"] = skyJson(s);
     if (s.look.hasFire())
         scene["glow"] = glowJson(s.look);
-    if (s.ground)
+    if (s.ground) {
+        scene["floor"] = {{"plugin", "TessraMaterial"}, {"diffuse", {0.22, 0.22, 0.22, 1.0}}};
         scene["ground"] = groundJson(s.look);
+    }
     return scene.dump(2) + "\n";
 }
 
