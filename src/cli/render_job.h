@@ -16,9 +16,8 @@ namespace nimbra::cli {
 /// Registers the host's plug-ins and those of the module; false with a line in the log.
 bool loadPlugins(host::PluginRegistry& registry, const std::string& module, host::HostLog& log);
 
-/// Renders the document and writes its pictures. `defaultOutput` is the picture's name where the
-/// user gave none; `{plugin}.rendstep` of all containers grows with --preview. Returns an exit
-/// code.
+/// Renders the document and writes its pictures. `defaultOutput` is the name of the picture where
+/// the user gave none. Returns an exit code.
 int renderDocument(host::SceneDocument& document, const RenderOptions& options,
                    const std::string& defaultOutput, host::PluginRegistry& registry,
                    Console& console);
