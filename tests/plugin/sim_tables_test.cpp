@@ -9,6 +9,7 @@
 #include <cmath>
 #include <vector>
 
+#include "cache/test_grids.h"
 #include "plugin/fake_host.h"
 #include "tessra/texture.h"
 
@@ -115,6 +116,20 @@ TEST_F(SimTables, InputRange_IsTheChannelsOrTheRows) {
     f.cache.frame->channels[kSmoke].write(1, INFINITY);
     EXPECT_EQ(build().tRange.start, 0);
     EXPECT_EQ(build().tRange.width, 1);
+}
+
+// Cells that a sparse grid doesn't store are empty: they must not look like its thinnest smoke.
+TEST_F(SimTables, SparseGrid_RangeTakesInEmptySpace) {
+    constexpr std::int32_t kFloatTree = 1;
+    f.cache.frame->channels[kSmoke] = test::treeChannel(
+        kFloatTree, {2, 2, 2}, [](int x, int, int z) { return z == 0 ? 0 : x + 2.0f; });
+    f.set("targ", 2);
+    f.setList("transp_positions", paramtype_float, {0.0f, 3.0f});
+    f.setList("transp_values", paramtype_float, {0.0f, 0.9f});
+    const NimbraVolumeRenderLUTholder& tables = build();
+    EXPECT_EQ(tables.tRange.start, 0);
+    EXPECT_EQ(tables.tRange.width, 3);
+    EXPECT_EQ(tables.opacity[0], 0);
 }
 
 TEST_F(SimTables, OpacityCurve_BecomesDensities) {
