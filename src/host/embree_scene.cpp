@@ -10,6 +10,7 @@
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "host/surface_scene.h"
@@ -39,9 +40,21 @@ struct Part {
     const TriangleMesh* mesh = nullptr;
     UserPrimitive* primitive = nullptr;
     Transform transform[2];
-    const Vector* positions[2] = {nullptr, nullptr};  // in world space
+    // In world space at the start and the end; of an instance in object space, at [0] alone.
+    const Vector* positions[2] = {nullptr, nullptr};
     const std::uint32_t* indices = nullptr;
     bool moving = false;
+    bool instanced = false;
+
+    /// Place of a vertex in the world.
+    Vector corner(std::uint32_t index, float time) const;
+};
+
+/// A mesh that several instances show, in object space.
+struct SharedMesh {
+    RTCScene scene = nullptr;
+    const Vector* positions = nullptr;
+    const std::uint32_t* indices = nullptr;
 };
 
 /// What a query carries through Embree to the primitives.
@@ -63,6 +76,27 @@ double largest(const TracePoint& p) {
 
 Vector mix(const Vector& a, const Vector& b, float t) {
     return a * (1 - t) + b * t;
+}
+
+Vector Part::corner(std::uint32_t index, float time) const {
+    if (!instanced)
+        return moving ? mix(positions[0][index], positions[1][index], time) : positions[0][index];
+    const TracePoint p = toPoint(positions[0][index]);
+    const Vector start = toVector(transform[0].applyPoint(p));
+    return moving ? mix(start, toVector(transform[1].applyPoint(p)), time) : start;
+}
+
+/// Triangles whose corners all exist.
+std::vector<std::uint32_t> validTriangles(const TriangleMesh& mesh) {
+    const std::size_t count = mesh.positions.size();
+    std::vector<std::uint32_t> valid;
+    valid.reserve(mesh.indices.size());
+    for (std::size_t i = 0; i + 2 < mesh.indices.size(); i += 3) {
+        const std::uint32_t* corner = &mesh.indices[i];
+        if (corner[0] < count && corner[1] < count && corner[2] < count)
+            valid.insert(valid.end(), corner, corner + 3);
+    }
+    return valid;
 }
 
 void primitiveBounds(const RTCBoundsFunctionArguments* args) {
@@ -138,10 +172,10 @@ struct SurfaceScene::State {
     RTCDevice device = nullptr;
     RTCScene scene = nullptr;
     std::vector<std::unique_ptr<Part>> parts;
+    std::unordered_map<const TriangleMesh*, SharedMesh> shared;
 
     ~State() {
-        if (scene)
-            rtcReleaseScene(scene);
+        clear();
         if (device)
             rtcReleaseDevice(device);
     }
@@ -154,13 +188,68 @@ struct SurfaceScene::State {
             throw std::runtime_error(std::string("geometry: ") + what + " failed (Embree error " +
                                      std::to_string(static_cast<int>(error)) + ")");
     }
-    void attach(RTCGeometry geometry, unsigned number) const {
+    void attach(RTCGeometry geometry, std::unique_ptr<Part> part) {
+        const auto number = static_cast<unsigned>(parts.size());
+        parts.push_back(std::move(part));
         rtcCommitGeometry(geometry);
         rtcAttachGeometryByID(scene, geometry, number);
         rtcReleaseGeometry(geometry);
         check("adding an object");
     }
+    const Vector* storeVertices(RTCGeometry geometry, unsigned step, const TriangleMesh& mesh,
+                                const Transform& transform) const {
+        auto* places = static_cast<Vector*>(
+            rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, step, RTC_FORMAT_FLOAT3,
+                                    sizeof(Vector), mesh.positions.size()));
+        check("storing vertices");
+        for (std::size_t i = 0; i < mesh.positions.size(); ++i)
+            places[i] = toVector(transform.applyPoint(toPoint(mesh.positions[i])));
+        return places;
+    }
+    const std::uint32_t* storeTriangles(RTCGeometry geometry,
+                                        const std::vector<std::uint32_t>& corners) const {
+        auto* indices = static_cast<std::uint32_t*>(
+            rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3,
+                                    3 * sizeof(std::uint32_t), corners.size() / 3));
+        check("storing triangles");
+        std::copy(corners.begin(), corners.end(), indices);
+        return indices;
+    }
+    /// The mesh as a scene of its own, without one where it has no triangles.
+    const SharedMesh& share(const TriangleMesh& mesh);
+    void clear();
 };
+
+const SharedMesh& SurfaceScene::State::share(const TriangleMesh& mesh) {
+    const auto [entry, isNew] = shared.try_emplace(&mesh);
+    SharedMesh& result = entry->second;
+    const std::vector<std::uint32_t> triangles =
+        isNew ? validTriangles(mesh) : std::vector<std::uint32_t>();
+    if (triangles.empty())
+        return result;
+    RTCGeometry geometry = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_TRIANGLE);
+    result.positions = storeVertices(geometry, 0, mesh, {});
+    result.indices = storeTriangles(geometry, triangles);
+    rtcCommitGeometry(geometry);
+    result.scene = rtcNewScene(device);
+    rtcSetSceneFlags(result.scene, RTC_SCENE_FLAG_ROBUST);
+    rtcAttachGeometry(result.scene, geometry);
+    rtcReleaseGeometry(geometry);
+    rtcCommitScene(result.scene);
+    check("building the search tree");
+    return result;
+}
+
+void SurfaceScene::State::clear() {
+    if (scene)
+        rtcReleaseScene(scene);
+    scene = nullptr;
+    for (const auto& entry : shared)
+        if (entry.second.scene)
+            rtcReleaseScene(entry.second.scene);
+    shared.clear();
+    parts.clear();
+}
 
 SurfaceScene::SurfaceScene() : state_(std::make_unique<State>()) {
     state_->device = rtcNewDevice(kDeviceSettings);
@@ -172,9 +261,7 @@ SurfaceScene::SurfaceScene() : state_(std::make_unique<State>()) {
 SurfaceScene::~SurfaceScene() = default;
 
 void SurfaceScene::clear() {
-    if (state_->scene)
-        rtcReleaseScene(state_->scene);
-    state_->parts.clear();
+    state_->clear();
     state_->scene = rtcNewScene(state_->device);
     rtcSetSceneFlags(state_->scene, RTC_SCENE_FLAG_ROBUST);
     state_->check("making a scene");
@@ -182,6 +269,9 @@ void SurfaceScene::clear() {
 
 void SurfaceScene::addMesh(const TriangleMesh& mesh, const Transform& start, const Transform& end,
                            int object) {
+    const std::vector<std::uint32_t> triangles = validTriangles(mesh);
+    if (triangles.empty())
+        return;
     auto part = std::make_unique<Part>();
     part->object = object;
     part->mesh = &mesh;
@@ -189,38 +279,40 @@ void SurfaceScene::addMesh(const TriangleMesh& mesh, const Transform& start, con
     part->transform[1] = end;
     part->moving = !(start == end);
 
-    const std::size_t count = mesh.positions.size();
-    std::vector<std::uint32_t> valid;
-    valid.reserve(mesh.indices.size());
-    for (std::size_t i = 0; i + 2 < mesh.indices.size(); i += 3) {
-        const std::uint32_t* corner = &mesh.indices[i];
-        if (corner[0] < count && corner[1] < count && corner[2] < count)
-            valid.insert(valid.end(), corner, corner + 3);
-    }
-    if (valid.empty())
-        return;
-
     RTCGeometry geometry = rtcNewGeometry(state_->device, RTC_GEOMETRY_TYPE_TRIANGLE);
-    const int steps = part->moving ? 2 : 1;
-    rtcSetGeometryTimeStepCount(geometry, static_cast<unsigned>(steps));
-    for (int step = 0; step < steps; ++step) {
-        auto* places = static_cast<Vector*>(
-            rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, static_cast<unsigned>(step),
-                                    RTC_FORMAT_FLOAT3, sizeof(Vector), count));
-        state_->check("storing vertices");
-        for (std::size_t i = 0; i < count; ++i)
-            places[i] = toVector(part->transform[step].applyPoint(toPoint(mesh.positions[i])));
-        part->positions[step] = places;
-    }
-    auto* indices = static_cast<std::uint32_t*>(
-        rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3,
-                                3 * sizeof(std::uint32_t), valid.size() / 3));
-    state_->check("storing triangles");
-    std::copy(valid.begin(), valid.end(), indices);
-    part->indices = indices;
+    const unsigned steps = part->moving ? 2 : 1;
+    rtcSetGeometryTimeStepCount(geometry, steps);
+    for (unsigned step = 0; step < steps; ++step)
+        part->positions[step] = state_->storeVertices(geometry, step, mesh, part->transform[step]);
+    part->indices = state_->storeTriangles(geometry, triangles);
+    state_->attach(geometry, std::move(part));
+}
 
-    state_->parts.push_back(std::move(part));
-    state_->attach(geometry, static_cast<unsigned>(state_->parts.size() - 1));
+void SurfaceScene::addInstance(const TriangleMesh& mesh, const Transform& start,
+                               const Transform& end, int object) {
+    const SharedMesh& shared = state_->share(mesh);
+    if (!shared.scene)
+        return;
+    auto part = std::make_unique<Part>();
+    part->object = object;
+    part->mesh = &mesh;
+    part->transform[0] = start;
+    part->transform[1] = end;
+    part->positions[0] = shared.positions;
+    part->indices = shared.indices;
+    part->moving = !(start == end);
+    part->instanced = true;
+
+    RTCGeometry geometry = rtcNewGeometry(state_->device, RTC_GEOMETRY_TYPE_INSTANCE);
+    rtcSetGeometryInstancedScene(geometry, shared.scene);
+    const unsigned steps = part->moving ? 2 : 1;
+    rtcSetGeometryTimeStepCount(geometry, steps);
+    for (unsigned step = 0; step < steps; ++step) {
+        const Transform& m = part->transform[step];
+        const Vector columns[4] = {m.f[0], m.f[1], m.f[2], toVector(m.offs)};
+        rtcSetGeometryTransform(geometry, step, RTC_FORMAT_FLOAT3X4_COLUMN_MAJOR, columns);
+    }
+    state_->attach(geometry, std::move(part));
 }
 
 void SurfaceScene::addPrimitive(UserPrimitive& primitive, int object) {
@@ -233,8 +325,7 @@ void SurfaceScene::addPrimitive(UserPrimitive& primitive, int object) {
     rtcSetGeometryBoundsFunction(geometry, primitiveBounds, nullptr);
     rtcSetGeometryIntersectFunction(geometry, primitiveIntersect);
     rtcSetGeometryOccludedFunction(geometry, primitiveOccluded);
-    state_->parts.push_back(std::move(part));
-    state_->attach(geometry, static_cast<unsigned>(state_->parts.size() - 1));
+    state_->attach(geometry, std::move(part));
 }
 
 void SurfaceScene::commit() {
@@ -252,11 +343,8 @@ void describeTriangle(const Part& part, const RTCRayHit& found, const TraceRay& 
                       SurfaceHit& hit) {
     const std::uint32_t* corner = part.indices + 3 * std::size_t(found.hit.primID);
     Vector p[3];
-    for (int i = 0; i < 3; ++i) {
-        p[i] = part.positions[0][corner[i]];
-        if (part.moving)
-            p[i] = mix(p[i], part.positions[1][corner[i]], found.ray.time);
-    }
+    for (int i = 0; i < 3; ++i)
+        p[i] = part.corner(corner[i], found.ray.time);
     // From the corners: far more exact than along the ray.
     const double u = found.hit.u, v = found.hit.v, w = 1 - u - v;
     hit.position = toPoint(p[0]) * w + toPoint(p[1]) * u + toPoint(p[2]) * v;
@@ -294,12 +382,13 @@ bool SurfaceScene::intersect(const TraceRay& ray, ShadingContext& context, Surfa
     Query query{{}, &ray, &context, {}};
     rtcInitIntersectContext(&query.base);
     RTCRayHit found{toEmbree(ray), {}};
-    found.hit.geomID = RTC_INVALID_GEOMETRY_ID;
+    found.hit.geomID = found.hit.instID[0] = RTC_INVALID_GEOMETRY_ID;
     rtcIntersect1(state_->scene, &query.base, &found);
     if (found.hit.geomID == RTC_INVALID_GEOMETRY_ID)
         return false;
 
-    const Part& part = *state_->parts[found.hit.geomID];
+    const bool instanced = found.hit.instID[0] != RTC_INVALID_GEOMETRY_ID;
+    const Part& part = *state_->parts[instanced ? found.hit.instID[0] : found.hit.geomID];
     hit.object = part.object;
     hit.primitive = part.primitive;
     if (!part.primitive) {

@@ -20,6 +20,7 @@ void addHostPlugins(PluginRegistry& registry) {
     registry.addHostPlugin(std::make_unique<HostPluginDesc<DirectionalLightPlugin>>());
     registry.addHostPlugin(std::make_unique<HostPluginDesc<SkyLightPlugin>>());
     registry.addHostPlugin(std::make_unique<HostPluginDesc<MeshPlugin>>());
+    registry.addHostPlugin(std::make_unique<HostPluginDesc<InstancePlugin>>());
     registry.addHostPlugin(std::make_unique<HostPluginDesc<MaterialPlugin>>());
     registry.addHostPlugin(std::make_unique<HostPluginDesc<CurvePlugin>>());
     registry.addHostPlugin(std::make_unique<HostPluginDesc<GradientPlugin>>());

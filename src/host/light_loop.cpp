@@ -131,7 +131,10 @@ void Integrator::illuminateDirect(Lighting& lighting, LightInterface& light) {
         return;
     const bool shadows = lighting.shadows() && light.castsShadows();
     const int count = sampler->sampleCount();
-    const float first[2] = {lighting.random.next(), lighting.random.next()};
+    float first[2] = {0, 0};
+    if (sampler->usesNumbers())
+        for (float& number : first)
+            number = lighting.random.next();
     for (int i = 0; i < count; ++i) {
         float u[2];
         spread(first, i, count, u);

@@ -39,7 +39,7 @@ protected:
     /// One sample for a point, as LightSampler::eval, not yet divided by the count of samples.
     virtual bool sample(const TessUtils::ShadeData& data, const float u[2],
                         TessUtils::LightSample& out) const = 0;
-    /// True where one sample says it all.
+    /// True where one sample says it all and needs no random numbers.
     virtual bool isSharp() const { return false; }
 
     TessUtils::Color light() const { return color_ * intensity_; }
@@ -50,6 +50,7 @@ private:
     class Sampler final : public TessUtils::LightSampler {
     public:
         int sampleCount() const override { return count; }
+        bool usesNumbers() const override { return !light->isSharp(); }
         bool eval(const float u[2], TessUtils::LightSample& out) override;
 
         const LightPlugin* light = nullptr;

@@ -14,6 +14,36 @@ namespace nimbra::host {
 using TessUtils::TracePoint;
 using TessUtils::Vector;
 
+void PlacedPlugin::definePlaceParameters(TessUtils::TessraParameterListDesc& t,
+                                         const char* materialDescription) {
+    t.addParamTransform("transform", true, {}, -1, "place in the world");
+    t.addParamPlugin("material", kHostMaterial, -1, materialDescription);
+    t.addParamBool("visible_to_camera", true, -1, "seen by camera rays");
+    t.addParamBool("casts_shadows", true, -1, "holds up shadow rays");
+}
+
+PlacedPlugin::PlacedPlugin(TessUtils::TessraPluginDesc* desc) : TessraPlugin(desc) {
+    paramList->setParamCache("material", &material_);
+    paramList->setParamCache("visible_to_camera", &visibleToCamera_);
+    paramList->setParamCache("casts_shadows", &castsShadows_);
+}
+
+const MaterialPlugin* PlacedPlugin::material() const {
+    return dynamic_cast<const MaterialPlugin*>(material_);
+}
+
+void PlacedPlugin::frameBegin(TessUtils::TessraRenderer* renderer) {
+    TessraPlugin::frameBegin(renderer);
+    const TessUtils::TessraFrameData& frame = renderer->getFrameData();
+    const double times[2] = {frame.frameStart, frame.frameEnd};
+    for (int end = 0; end < 2; ++end) {
+        place_[end] = readTransform(*paramList, "transform", times[end]);
+        place_[end].offs = place_[end].offs - frame.sceneOffset;
+    }
+}
+
+// --- Meshes --------------------------------------------------------------------------------------
+
 HostPluginInfo MeshPlugin::info() {
     return {"TessraMesh",
             0x4E425003,
@@ -30,29 +60,19 @@ void MeshPlugin::defineParameters(TessUtils::TessraParameterListDesc& t) {
                "edges or diameters of a shape in scene units; 1 1 1 if unset");
     t.addParamInt("segments", 64, -1, "pieces of a sphere's equator",
                   "minValue=(8), maxValue=(4096)");
-    t.addParamTransform("transform", true, {}, -1, "place in the world");
-    t.addParamPlugin("material", kHostMaterial, -1, "surface; grey if unset");
-    t.addParamBool("visible_to_camera", true, -1, "seen by camera rays");
-    t.addParamBool("casts_shadows", true, -1, "holds up shadow rays");
+    definePlaceParameters(t, "surface; grey if unset");
 }
 
-MeshPlugin::MeshPlugin(TessUtils::TessraPluginDesc* desc) : TessraPlugin(desc) {
+MeshPlugin::MeshPlugin(TessUtils::TessraPluginDesc* desc) : PlacedPlugin(desc) {
     paramList->setParamCache("shape", &shape_);
     paramList->setParamCache("file", &file_);
     paramList->setParamCache("segments", &segments_);
-    paramList->setParamCache("material", &material_);
-    paramList->setParamCache("visible_to_camera", &visibleToCamera_);
-    paramList->setParamCache("casts_shadows", &castsShadows_);
 }
 
 PluginInterface* MeshPlugin::getInterface(InterfaceID id) {
     if (id == kHostGeometry || id == TessUtils::ids::kGeometryObject)
         return static_cast<GeometryObjectInterface*>(this);
     return TessraPlugin::getInterface(id);
-}
-
-const MaterialPlugin* MeshPlugin::material() const {
-    return dynamic_cast<const MaterialPlugin*>(material_);
 }
 
 void MeshPlugin::updateMesh(double time) {
@@ -83,14 +103,31 @@ void MeshPlugin::updateMesh(double time) {
 }
 
 void MeshPlugin::frameBegin(TessUtils::TessraRenderer* renderer) {
-    TessraPlugin::frameBegin(renderer);
-    const TessUtils::TessraFrameData& frame = renderer->getFrameData();
-    updateMesh(frame.t);
-    const double times[2] = {frame.frameStart, frame.frameEnd};
-    for (int end = 0; end < 2; ++end) {
-        place_[end] = readTransform(*paramList, "transform", times[end]);
-        place_[end].offs = place_[end].offs - frame.sceneOffset;
-    }
+    PlacedPlugin::frameBegin(renderer);
+    updateMesh(renderer->getFrameData().t);
+}
+
+// --- Copies --------------------------------------------------------------------------------------
+
+HostPluginInfo InstancePlugin::info() {
+    return {"TessraInstance",
+            0x4E425004,
+            HostCategory::Geometry,
+            "A further copy of a mesh in another place",
+            {}};
+}
+
+void InstancePlugin::defineParameters(TessUtils::TessraParameterListDesc& t) {
+    t.addParamPlugin("geometry", kHostGeometry, -1, "the mesh");
+    definePlaceParameters(t, "surface; that of the mesh if unset");
+}
+
+InstancePlugin::InstancePlugin(TessUtils::TessraPluginDesc* desc) : PlacedPlugin(desc) {
+    paramList->setParamCache("geometry", &geometry_);
+}
+
+MeshPlugin* InstancePlugin::source() const {
+    return dynamic_cast<MeshPlugin*>(geometry_);
 }
 
 }  // namespace nimbra::host

@@ -1,7 +1,8 @@
 // Copyright 2026 The Nimbra Authors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The host plug-in "TessraMesh": a triangle mesh from a file, or a simple shape.
+// The host plug-ins "TessraMesh", a triangle mesh from a file or a simple shape, and
+// "TessraInstance", a further copy of one.
 #pragma once
 
 #include "host/host_plugin.h"
@@ -14,7 +15,30 @@ class MaterialPlugin;
 
 enum class MeshShape { File = 0, Plane = 1, Box = 2, Sphere = 3 };
 
-class MeshPlugin final : public TessUtils::TessraPlugin, public TessUtils::GeometryObjectInterface {
+/// What a mesh and its copies have in common: a place, a surface, who sees it.
+class PlacedPlugin : public TessUtils::TessraPlugin {
+public:
+    explicit PlacedPlugin(TessUtils::TessraPluginDesc* desc);
+    void frameBegin(TessUtils::TessraRenderer* renderer) override;
+
+    /// Place in the world at the start (0) and the end (1) of the frame, scene offset taken off.
+    const TessUtils::Transform& place(int end) const { return place_[end]; }
+    /// Null: none given.
+    const MaterialPlugin* material() const;
+    bool visibleToCamera() const { return visibleToCamera_ != 0; }
+    bool castsShadows() const { return castsShadows_ != 0; }
+
+protected:
+    static void definePlaceParameters(TessUtils::TessraParameterListDesc& table,
+                                      const char* materialDescription);
+
+private:
+    int visibleToCamera_ = 1, castsShadows_ = 1;
+    PluginBase* material_ = nullptr;
+    TessUtils::Transform place_[2];
+};
+
+class MeshPlugin final : public PlacedPlugin, public TessUtils::GeometryObjectInterface {
 public:
     static HostPluginInfo info();
     static void defineParameters(TessUtils::TessraParameterListDesc& table);
@@ -27,12 +51,6 @@ public:
     void frameBegin(TessUtils::TessraRenderer* renderer) override;
 
     const TessUtils::TriangleMesh* getMesh() override { return &mesh_; }
-    /// Place in the world at the start (0) and the end (1) of the frame, scene offset taken off.
-    const TessUtils::Transform& place(int end) const { return place_[end]; }
-    /// Null: the host's grey.
-    const MaterialPlugin* material() const;
-    bool visibleToCamera() const { return visibleToCamera_ != 0; }
-    bool castsShadows() const { return castsShadows_ != 0; }
 
 private:
     /// What a mesh is made from.
@@ -44,12 +62,23 @@ private:
     };
     void updateMesh(double time);
 
-    int shape_ = 0, segments_ = 64, visibleToCamera_ = 1, castsShadows_ = 1;
+    int shape_ = 0, segments_ = 64;
     TessUtils::CharString file_;
-    PluginBase* material_ = nullptr;
     TessUtils::TriangleMesh mesh_;
     Recipe made_{-1, 0, "", {}};  // of mesh_
-    TessUtils::Transform place_[2];
+};
+
+class InstancePlugin final : public PlacedPlugin {
+public:
+    static HostPluginInfo info();
+    static void defineParameters(TessUtils::TessraParameterListDesc& table);
+    explicit InstancePlugin(TessUtils::TessraPluginDesc* desc);
+
+    /// The mesh that it shows; null: nothing.
+    MeshPlugin* source() const;
+
+private:
+    PluginBase* geometry_ = nullptr;
 };
 
 }  // namespace nimbra::host

@@ -33,6 +33,7 @@ struct PathTracer::State {
 
     void gatherCamera(const TessUtils::TessraFrameData& frame, Scene& plugins);
     void gatherMeshes(Scene& plugins);
+    int addPlaced(const PlacedPlugin& plugin, const MaterialPlugin* material);
     void gatherGenerated(TessraRenderer& renderer, Scene& plugins);
     void gatherLights(Scene& plugins);
     void gatherVolumes(TessraRenderer& renderer);
@@ -112,15 +113,26 @@ int PathTracer::State::addObject(const SurfaceObject& object, bool opaque) {
     return static_cast<int>(scene.objects.size()) - 1;
 }
 
+int PathTracer::State::addPlaced(const PlacedPlugin& plugin, const MaterialPlugin* material) {
+    SurfaceObject object;
+    object.material = material;
+    object.visibleToCamera = plugin.visibleToCamera();
+    object.castsShadows = plugin.castsShadows();
+    object.identity = &plugin;
+    return addObject(object, !material || material->isOpaque());
+}
+
 void PathTracer::State::gatherMeshes(Scene& plugins) {
-    for (MeshPlugin* mesh : plugins.pluginsOf<MeshPlugin>()) {
-        SurfaceObject object;
-        object.material = mesh->material();
-        object.visibleToCamera = mesh->visibleToCamera();
-        object.castsShadows = mesh->castsShadows();
-        object.identity = mesh;
-        const int number = addObject(object, !object.material || object.material->isOpaque());
-        scene.surfaces.addMesh(*mesh->getMesh(), mesh->place(0), mesh->place(1), number);
+    for (MeshPlugin* mesh : plugins.pluginsOf<MeshPlugin>())
+        scene.surfaces.addMesh(*mesh->getMesh(), mesh->place(0), mesh->place(1),
+                               addPlaced(*mesh, mesh->material()));
+    for (InstancePlugin* copy : plugins.pluginsOf<InstancePlugin>()) {
+        MeshPlugin* source = copy->source();
+        if (!source)
+            continue;
+        const MaterialPlugin* material = copy->material() ? copy->material() : source->material();
+        scene.surfaces.addInstance(*source->getMesh(), copy->place(0), copy->place(1),
+                                   addPlaced(*copy, material));
     }
 }
 

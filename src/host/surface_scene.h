@@ -21,7 +21,7 @@ struct SurfaceHit {
     TessUtils::Vector normal;
     TessUtils::Vector uvw;
     bool hasUVW = false;
-    /// The number that `addMesh` or `addPrimitive` was given.
+    /// The number that was given with what was hit.
     int object = 0;
     /// Set for generated primitives, with their own answer.
     TessUtils::UserPrimitive* primitive = nullptr;
@@ -52,6 +52,10 @@ public:
     /// outlive the frame.
     void addMesh(const TessUtils::TriangleMesh& mesh, const TessUtils::Transform& start,
                  const TessUtils::Transform& end, int object);
+    /// The same for a mesh that is added several times: its triangles and their tree are kept once.
+    /// A little slower to trace.
+    void addInstance(const TessUtils::TriangleMesh& mesh, const TessUtils::Transform& start,
+                     const TessUtils::Transform& end, int object);
     void addPrimitive(TessUtils::UserPrimitive& primitive, int object);
     /// Builds the search tree. Throws std::bad_alloc or std::runtime_error.
     void commit();

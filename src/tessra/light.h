@@ -26,6 +26,8 @@ public:
     virtual ~LightSampler();
     /// Samples wanted for this point; 0: the light doesn't reach it.
     virtual int sampleCount() const = 0;
+    /// False where `eval` doesn't look at its numbers: drawing them can be saved then.
+    virtual bool usesNumbers() const { return true; }
     /// The next sample; false when it carries no light.
     virtual bool eval(const float u[2], LightSample& out) = 0;
 };

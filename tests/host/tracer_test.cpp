@@ -301,6 +301,45 @@ TEST_F(Tracer, MovingMesh_CoversForPartOfTheTime) {
     EXPECT_NEAR(p.rgba[3], 0.75, 0.01);
 }
 
+TEST_F(Tracer, Instances_LookLikeMeshesInTheirPlaces) {
+    width_ = 48;
+    height_ = 32;
+    const std::string rest =
+        R"("cam": {"plugin": "TessraCamera", "position": [1, 2, 9], "fov": 40},
+           "sun": {"plugin": "TessraLightDirectional", "direction": [1, -2, -1]},
+           "red": {"plugin": "TessraMaterial", "diffuse": [0.9, 0.1, 0.1]},
+           "ball": {"plugin": "TessraMesh", "shape": "Sphere", "size": [1, 2, 1], "segments": 24,
+                "transform": {"translate": [-2, 0, 0]}, "material": "@red"})";
+    const auto copies = [](const std::string& kind) {
+        // Turned, stretched, mirrored, moving.
+        return "\"a\": {" + kind + R"(, "transform": {"translate": [0.5, 0, 0],
+                   "rotate": [30, 20, 50], "scale": [1, 0.5, 2]}},
+                   "b": {)" +
+               kind + R"(, "transform":
+                   {"keys": [[1, {"translate": [2, 0, 0], "scale": [-1, 1, 1]}],
+                             [2, {"translate": [2, 1, 0], "scale": [-1, 1, 1]}]]}})";
+    };
+    const std::string settings = R"("samples": 4, "motion_blur": true)";
+    const FrameBuffer instances =
+        render(all({rest, copies(R"("plugin": "TessraInstance", "geometry": "@ball")")}), settings);
+    const FrameBuffer meshes =
+        render(all({rest, copies(R"("plugin": "TessraMesh", "shape": "Sphere", "size": [1, 2, 1],
+                       "segments": 24, "material": "@red")")}),
+               settings);
+    int different = 0, covered = 0;
+    for (std::size_t i = 0; i < meshes.rgba.size(); i += 4) {
+        covered += meshes.rgba[i + 3] > 0;
+        for (int c = 0; c < 4; ++c)
+            different += std::fabs(meshes.rgba[i + c] - instances.rgba[i + c]) > 1e-4f;
+    }
+    EXPECT_GT(covered, 150);
+    // Rounding may decide otherwise on a few edges.
+    EXPECT_LE(different, 8);
+    // An instance of nothing shows nothing.
+    EXPECT_EQ(render(all({kFront, R"("i": {"plugin": "TessraInstance"})"})).rgba,
+              std::vector<float>(48 * 32 * 4, 0.0f));
+}
+
 TEST_F(Tracer, SameScene_WithAnyNumberOfThreads) {
     width_ = 40;
     height_ = 30;
