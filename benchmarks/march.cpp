@@ -116,7 +116,8 @@ struct Cloud {
 /// Rays of a picture from a corner, all through the middle of the cloud.
 ShadeQuery ray(int i) {
     const double across = (i % kWidth + 0.5) / kWidth - 0.5;
-    const double up = (i / kWidth + 0.5) / kWidth - 0.5;
+    const int row = i / kWidth;
+    const double up = (row + 0.5) / kWidth - 0.5;
     ShadeQuery query;
     query.rayStart = {-150, -70, 20};
     query.rayEnd = {276 - 60 * across, 200 + 60 * across, 100 + 80 * up};

@@ -124,9 +124,10 @@ bool NmbGridLightCacheBasic::isLit(std::int64_t voxelIndex) const {
 }
 
 Vector NmbGridLightCacheBasic::voxelPosition(std::int64_t voxelIndex) const {
-    return {static_cast<float>(voxelIndex % size[0]),
-            static_cast<float>(voxelIndex / size[0] % size[1]),
-            static_cast<float>(voxelIndex / (std::int64_t{size[0]} * size[1]))};
+    const std::int64_t row = voxelIndex / size[0];
+    const std::int64_t slice = row / size[1];
+    return {static_cast<float>(voxelIndex % size[0]), static_cast<float>(row % size[1]),
+            static_cast<float>(slice)};
 }
 
 bool NmbGridLightCacheBasic::lightVoxel(std::int64_t voxelIndex, float reflectance,

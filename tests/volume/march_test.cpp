@@ -150,6 +150,7 @@ std::vector<std::unique_ptr<TestVolume>> glowingBoxes(int count) {
 std::vector<const VolumeShader*> shadersOf(
     const std::vector<std::unique_ptr<TestVolume>>& volumes) {
     std::vector<const VolumeShader*> shaders;
+    shaders.reserve(volumes.size());
     for (const auto& volume : volumes)
         shaders.push_back(&volume->shader);
     return shaders;
