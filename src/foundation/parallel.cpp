@@ -74,6 +74,10 @@ void releaseGlobalThreadManager() {
 JobPayload::~JobPayload() = default;
 TMTJobProcHolderInterface::~TMTJobProcHolderInterface() = default;
 
+ThreadManager* getGlobalThreadManager() {
+    return globalThreadManager;
+}
+
 // --- Job -----------------------------------------------------------------------------------------
 
 Job::~Job() {

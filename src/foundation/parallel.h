@@ -37,6 +37,8 @@ inline constexpr std::uint32_t kAllProcessors = ~std::uint32_t{0};
 int setGlobalThreadManager(TessUtils::ThreadManager* manager);
 /// The last release ends the jobs of all live computations, while their threads still exist.
 void releaseGlobalThreadManager();
+/// Null outside of a render.
+TessUtils::ThreadManager* getGlobalThreadManager();
 
 /// Something that hangs on a job and goes with it.
 class JobPayload {
