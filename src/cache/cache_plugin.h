@@ -5,6 +5,7 @@
 // pattern and the time bend, and answers which frame belongs to a moment.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -13,6 +14,10 @@
 #include "cache/time_bend.h"
 #include "plugin/sim_interface.h"
 #include "tessra/tessra_plugin.h"
+
+namespace TessUtils {
+class ProgressCallback;
+}
 
 namespace nimbra {
 
@@ -52,7 +57,7 @@ public:
 
     /// cache_path as files are looked for: resolved by the host, with environment variables filled
     /// in and network paths spelled with backslashes.
-    std::string resolvedPath() const;
+    std::string resolvedPath();
 
 private:
     /// The rows of the table, kept current by the parameter list. Bool rows are ints.
@@ -68,23 +73,31 @@ private:
     void bindRows();
     void cacheRows(double time);
     TimeBend bendSettings() const;
+    /// What every request starts with: the path, the smoothing settings.
     void prepare(double time);
+    void readSmoothing(double time);
+    /// Finds the channels of a foreign cache whose user gave no mapping.
     void fillChannelMap();
-    void loadFrame(std::int64_t ticks, const char* successText, const char* failureText);
+    /// Makes the frame of a tick number the held one and says what came of it; `quote` stands
+    /// around the path in the message.
+    void loadFrame(std::int64_t ticks, const char* quote);
     void releaseFrames();
+    TessUtils::ProgressCallback* progress() const;
 
     Rows rows_;
+    /// The rows are those of the current request's time.
     bool paramsCached_ = false;
     /// Guards the preparation of a frame.
     std::recursive_mutex section_;
-    /// A frame was prepared in this render frame.
-    bool loaded_ = false;
+    /// A frame was prepared in this render frame. Set last, so that it may be read without the
+    /// lock.
+    std::atomic<bool> loaded_{false};
     std::unique_ptr<NimbraFrame> frame_;
     TessUtils::TessraRenderer* renderer_ = nullptr;
-    /// The pattern for which `foundChannelMap_` was made, so that a sequence is listed once a
-    /// render.
-    std::string channelMapPattern_, foundChannelMap_;
+    /// `resolvedPath` of the current request.
     std::string path_;
+    /// Sequence whose channels were looked up in this render, and the mapping that came out.
+    std::string channelMapPattern_, foundChannelMap_;
 };
 
 }  // namespace nimbra

@@ -5,6 +5,7 @@
 
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <mutex>
@@ -113,17 +114,17 @@ int importF3D(const std::string& path, NimbraFrameData& frame, const std::string
     const auto mappings = CacheIO::parseChannelMap(channelMap);
     if (mappings.empty()) {
         NMBUtils::logLine("Trying to import F3D files with no mappings specified!\n");
-        setImportProblem("no channel mappings are given");
+        setImportProblem(path + ": no channel mappings are given");
         return kLoadNoMapping;
     }
     const Field3dReader* const reader = field3dReader();
     if (!reader) {
-        setImportProblem("there is no reader for Field3D files");
+        setImportProblem(path + ": there is no reader for Field3D files");
         return kLoadNoReader;
     }
     const int status = reader->ImportFrameF3D(path.c_str(), &frame, headerOnly, mappings.data(),
                                               static_cast<int>(mappings.size()));
-    setImportProblem(status == kLoadOk ? "" : "can't be read");
+    setImportProblem(status == kLoadOk ? "" : path + ": can't be read");
     if (status == kLoadOk)
         finishImport(frame);
     return status;

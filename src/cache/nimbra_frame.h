@@ -74,6 +74,9 @@ public:
     std::int64_t failFrame = NimbraFrameData::kNoFrame;
     std::string failPath, failChannelMap;
 
+    /// For `load`.
+    static constexpr int kHeaderOnlyMode = 1;
+
     NimbraFrame();
     NimbraFrame(const NimbraFrame&) = delete;
     NimbraFrame& operator=(const NimbraFrame&) = delete;
@@ -82,7 +85,8 @@ public:
 
     /// Makes `data` the frame for that tick number (`tpf` ticks a frame); an empty path makes an
     /// empty grid of `emptySize` cells. `exactOnly` false takes the nearest frame when the wanted
-    /// one is missing. `mode` 1: header only. Answers a FrameStatus.
+    /// one is missing. `mode` kHeaderOnlyMode: without voxels. Answers a FrameStatus. A tick number
+    /// between two frames shows the earlier one.
     int load(std::int64_t ticks, const std::string& path, int blendMethod, int tpf,
              const int emptySize[3], float cellSize, bool isMayaFluid, bool exactOnly, int mode,
              const std::string& channelMap);
@@ -97,6 +101,30 @@ public:
     /// Gives the references of blendFrom, blendTo and data back.
     void releaseFrames();
     void freeBlendSources();
+
+private:
+    /// What stays the same while one load is worked off.
+    struct Request {
+        std::int64_t ticks;
+        const std::string& path;
+        const std::string& channelMap;
+        bool exactOnly, headerOnly;
+    };
+    /// Two frames to blend: `weight` of the second.
+    struct Blend {
+        std::int64_t first, second;
+        float weight;
+        int method;
+    };
+    /// Whether `data` is what is asked for.
+    bool isInPlace(const Request& request, std::int64_t frame);
+    // Each fills `data`. The first two answer a FrameLoadStatus.
+    int loadWhole(const Request& request, std::int64_t frame);
+    int loadBlended(const Request& request, const Blend& blend);
+    bool loadEmptyGrid(const int size[3], float cellSize, bool isMayaFluid);
+    int fail(const Request& request, int lookUpStatus);
+    void remember(int status, std::int64_t ticks, const std::string& path,
+                  const std::string& channelMap);
 };
 
 }  // namespace nimbra

@@ -40,6 +40,17 @@ bool parseGrowing(InputFile& file, std::uint64_t from, std::uint64_t to, std::st
     }
 }
 
+/// What is left over says that some size before was wrong.
+bool isAtEnd(const BoundedReader& in, std::string& problem) {
+    if (in.remaining() == 0)
+        return true;
+    problem = fmt::format("its values end {} bytes before the grid does", in.remaining());
+    return false;
+}
+
+// More than anybody writes; work that grows with the square of the count stays small.
+constexpr std::uint32_t kMostGrids = 10000;
+
 }  // namespace
 
 bool VdbFile::open(const std::string& path) {
@@ -60,6 +71,10 @@ bool VdbFile::open(const std::string& path) {
     if (!sound)
         return false;
     problem_.clear();
+    if (head_.gridCount > kMostGrids) {
+        problem_ = fmt::format("states {} grids", head_.gridCount);
+        return false;
+    }
     return head_.hasOffsets ? readList(listPosition) : readStreamedList(listPosition);
 }
 
@@ -81,15 +96,23 @@ bool VdbFile::readList(std::uint64_t position) {
             problem_ =
                 grid.endPosition > file_.size()
                     ? fmt::format("ends too early: {} bytes, but grid '{}' goes up to {}",
-                                  file_.size(), printable(grid.displayName()), grid.endPosition)
+                                  file_.size(), printable(grid.numberedName()), grid.endPosition)
                     : "its list of grids is damaged";
             return false;
         }
         position = grid.endPosition;
-        grids_.push_back(std::move(grid));
+        addGrid(std::move(grid));
     }
     problem_.clear();
     return true;
+}
+
+void VdbFile::addGrid(VdbDescriptor grid) {
+    grid.label = grid.name();
+    for (const VdbDescriptor& other : grids_)
+        if (other.label == grid.label)
+            grid.label = grid.numberedName();
+    grids_.push_back(std::move(grid));
 }
 
 bool VdbFile::readStreamedList(std::uint64_t position) {
@@ -106,7 +129,7 @@ bool VdbFile::readStreamedList(std::uint64_t position) {
             return true;
         if (!walkStreamed(in, grid, position))
             return false;
-        grids_.push_back(std::move(grid));
+        addGrid(std::move(grid));
     }
     return true;
 }
@@ -177,7 +200,8 @@ bool VdbFile::readTree(const VdbDescriptor& grid, bool withBuffers, VdbGridBytes
         BoundedReader in(out.span());
         return walkGridHead(in, out.head, problem) &&
                walkTopology(in, out.kind, out.head, out.topology, problem) &&
-               (!withBuffers || walkBuffers(in, out.kind, out.head, out.topology, problem));
+               (!withBuffers || (walkBuffers(in, out.kind, out.head, out.topology, problem) &&
+                                 isAtEnd(in, problem)));
     };
     // The place of the buffers is a hint only: the library itself doesn't follow it.
     const bool hinted = !withBuffers && grid.bufferPosition >= grid.gridPosition &&

@@ -53,6 +53,7 @@ public:
 private:
     bool readBytes(std::uint64_t from, std::uint64_t to, VdbGridBytes& out, std::string& problem);
     bool readList(std::uint64_t position);
+    void addGrid(VdbDescriptor grid);
     bool readStreamedList(std::uint64_t position);
     bool walkStreamed(BoundedReader& in, VdbDescriptor& grid, std::uint64_t position);
 

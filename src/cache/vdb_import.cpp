@@ -73,22 +73,22 @@ Choice chooseGrid(const std::vector<VdbDescriptor>& grids, const GridMapping& ma
     const int wanted = componentOfChannel(mapping.channel);
     Choice choice{nullptr, wanted};
     const std::string& name = mapping.name;
-    choice.grid = find([&](const VdbDescriptor& g) { return g.displayName() == name; });
+    choice.grid = find([&](const VdbDescriptor& g) { return g.label == name; });
     if (!choice.grid)
-        choice.grid = find([&](const VdbDescriptor& g) { return g.name() == name; });
+        choice.grid = find([&](const VdbDescriptor& g) { return g.numberedName() == name; });
     std::string base;
     int component = 1;
     if (!choice.grid && splitComponent(name, base, component)) {
         choice.component = component;
         choice.grid = find([&](const VdbDescriptor& g) {
             return isVectorKind(treeKindOfType(g.treeType)) &&
-                   (g.displayName() == base || g.name() == base);
+                   (g.label == base || g.numberedName() == base);
         });
     }
     for (const bool anyComponent : {false, true})
         if (!choice.grid)
             choice.grid = find([&](const VdbDescriptor& g) {
-                return splitComponent(g.displayName(), base, component) && base == name &&
+                return splitComponent(g.label, base, component) && base == name &&
                        (anyComponent || component == wanted);
             });
     return choice;
@@ -111,7 +111,7 @@ struct FilledChannel {
 std::string listNames(const std::vector<VdbDescriptor>& grids) {
     std::string names;
     for (const VdbDescriptor& g : grids)
-        names += (names.empty() ? "" : ", ") + printable(g.displayName());
+        names += (names.empty() ? "" : ", ") + printable(g.label);
     return names.empty() ? "no grids" : names;
 }
 
@@ -140,7 +140,7 @@ private:
             const VdbDescriptor* const owner = file_.treeOwner(*choice.grid);
             if (!owner) {
                 problem_ = fmt::format("grid '{}' shares the tree of a grid that isn't there",
-                                       printable(choice.grid->displayName()));
+                                       printable(choice.grid->label));
                 return false;
             }
             if (!first_)
@@ -180,8 +180,7 @@ private:
                 sound = grid.tree != nullptr;
             }
             if (!sound) {
-                problem_ =
-                    fmt::format("grid '{}': {}", printable(grid.owner->displayName()), problem);
+                problem_ = fmt::format("grid '{}': {}", printable(grid.owner->label), problem);
                 return false;
             }
             grid.topology = std::move(bytes.topology);
@@ -194,7 +193,7 @@ private:
         std::string problem;
         if (file_.readHead(*first_, head_, problem))
             return true;
-        problem_ = fmt::format("grid '{}': {}", printable(first_->displayName()), problem);
+        problem_ = fmt::format("grid '{}': {}", printable(first_->label), problem);
         return false;
     }
 
@@ -330,7 +329,7 @@ int importVdb(const std::string& path, NimbraFrameData& frame, const std::string
         CacheIO::mappingsOfText(channelMap, CacheIO::defaultVdbMappings());
     if (mappings.empty()) {
         NMBUtils::logLine("Trying to import VDB files with no mappings specified!\n");
-        setImportProblem("no channel mappings are given");
+        setImportProblem(path + ": no channel mappings are given");
         return kLoadNoMapping;
     }
     try {
@@ -339,13 +338,13 @@ int importVdb(const std::string& path, NimbraFrameData& frame, const std::string
             finishImport(frame);
             return kLoadOk;
         }
-        setImportProblem(import.problem());
+        setImportProblem(fmt::format("{}: {}", path, import.problem()));
     } catch (const std::bad_alloc&) {
-        setImportProblem("there isn't enough memory");
+        setImportProblem(fmt::format("{}: there isn't enough memory", path));
     } catch (const std::exception& e) {
-        setImportProblem(printable(e.what()));
+        setImportProblem(fmt::format("{}: {}", path, printable(e.what())));
     }
-    NMBUtils::logLine("Can't import %s: %s\n", path.c_str(), lastImportProblem().c_str());
+    NMBUtils::logLine("Can't import %s\n", lastImportProblem().c_str());
     frame.resetHeader(headerOnly);
     return kLoadNotFound;
 }
@@ -360,9 +359,9 @@ bool availableVdbChannels(const std::string& path, std::vector<CacheIO::Availabl
         const int kind = treeKindOfType(grid.treeType);
         if (isVectorKind(kind))
             for (const char* component : {"(x)", "(y)", "(z)"})
-                list.push_back({grid.displayName() + component, 1});
+                list.push_back({grid.label + component, 1});
         else if (kind != kDense)
-            list.push_back({grid.displayName(), 0});
+            list.push_back({grid.label, 0});
     }
     return true;
 }

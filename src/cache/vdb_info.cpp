@@ -99,7 +99,7 @@ void describeTree(VdbFile& file, const VdbDescriptor& grid, bool values, VdbGrid
 
 VdbGridInfo describeGrid(VdbFile& file, const VdbDescriptor& grid, bool values) {
     VdbGridInfo info;
-    info.name = printable(grid.displayName());
+    info.name = printable(grid.label);
     info.treeType = printable(grid.treeType);
     info.valueType = valueTypeOf(info.treeType);
     info.gridClass = "unknown";

@@ -240,7 +240,7 @@ std::string VdbDescriptor::name() const {
     return uniqueName.substr(0, uniqueName.find(kCopyMark));
 }
 
-std::string VdbDescriptor::displayName() const {
+std::string VdbDescriptor::numberedName() const {
     const std::size_t mark = uniqueName.find(kCopyMark);
     if (mark == std::string::npos)
         return uniqueName;

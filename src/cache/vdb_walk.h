@@ -63,12 +63,15 @@ struct VdbDescriptor {
     bool halfSuffix = false;
     std::string instanceParent;  // unique name of the grid whose tree this one shares
     std::uint64_t gridPosition = 0, bufferPosition = 0, endPosition = 0;
+    /// What users call it, set with the list of grids: the name; the numbered one where an earlier
+    /// grid has that name.
+    std::string label;
 
     bool isInstance() const { return !instanceParent.empty(); }
-    /// "density"
+    /// "density", also of a copy.
     std::string name() const;
-    /// "density", "density[1]" for the second of that name: different for each grid of a file.
-    std::string displayName() const;
+    /// "density[1]" of a copy with that number, else the name.
+    std::string numberedName() const;
 };
 
 struct VdbHead {

@@ -4,6 +4,7 @@
 // The twelve descriptors, in the order of their construction.
 #include "plugin/plugin_table.h"
 
+#include "cache/cache_plugin.h"
 #include "plugin/plugin_desc.h"
 #include "plugin/sim_plugin.h"
 #include "plugin/vol_plugin.h"
@@ -87,6 +88,7 @@ constexpr PluginKind kTexAlpha = {
     "Texture used with Maya fluids. Its purpose is to convert the Maya opacity texture to Nimbra.",
     ids::kTexture, buildTexAlphaParameters};
 
+using NimbraCachePluginDesc = PluginDescOf<NimbraCachePlugin>;
 using NimbraSimPluginDesc = PluginDescOf<NimbraSimPlugin>;
 using NimbraVolPluginDesc = PluginDescOf<NimbraVolPlugin>;
 
@@ -96,7 +98,6 @@ using NimbraMeshPluginDesc = NimbraPluginDesc;
 using NimbraTexPluginDesc = NimbraPluginDesc;
 using NimbraParticleTexPluginDesc = NimbraPluginDesc;
 using NimbraOceanTexPluginDesc = NimbraPluginDesc;
-using NimbraCachePluginDesc = NimbraPluginDesc;
 using NimbraParticleShaderPluginDesc = NimbraPluginDesc;
 using NimbraPGroupPluginDesc = NimbraPluginDesc;
 using NimbraPrtLoaderPluginDesc = NimbraPluginDesc;

@@ -1,0 +1,222 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+//
+// From a tick number to the frame to render: files are found, shared frames looked up, new ones
+// read.
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <new>
+#include <utility>
+
+#include "cache/channel_mapping.h"
+#include "cache/enum_files.h"
+#include "cache/file_patterns.h"
+#include "cache/nimbra_frame.h"
+#include "foundation/log.h"
+
+namespace nimbra {
+
+namespace {
+
+// A tick this close above a whole frame, in frames, is that frame.
+constexpr float kLeastBlend = 1e-5f;
+constexpr float kLeastCellSize = 0.001f;
+
+NimbraEnum::Mode modeOf(bool exactOnly) {
+    return exactOnly ? NimbraEnum::Mode::Exact : NimbraEnum::Mode::Nearest;
+}
+
+/// A live frame that was made of the same bytes in the same way; null when there is none.
+NimbraFrameData* findShared(const std::string& file, const std::string& channelMap,
+                            bool headerOnly) {
+    const std::int64_t modified = fileModificationTime(file);
+    for (NimbraFrameData* const frame : NimbraFrame::frameDataArray)
+        if (frame->path == file && frame->channelMap == channelMap && frame->fileTime == modified &&
+            !(frame->flags & kFramePrivate) && (headerOnly || !(frame->flags & kFrameHeaderOnly)))
+            return frame;
+    return nullptr;
+}
+
+/// An empty grid with the object's origin in the middle of its floor; null for cells that are too
+/// small, a grid without cells, or no memory.
+std::unique_ptr<NimbraFrameData> makeEmptyGrid(const int size[3], float cellSize,
+                                               bool isMayaFluid) {
+    if (!(cellSize >= kLeastCellSize) || voxelCount(size) < 1)
+        return nullptr;
+    std::unique_ptr<NimbraFrameData> frame(new (std::nothrow) NimbraFrameData);
+    if (!frame)
+        return nullptr;
+    frame->resetHeader(false);
+    frame->setNoStoredGrid();
+    frame->frameNumber = 0;
+    std::copy_n(size, 3, frame->gridSize);
+    frame->flags |= kFramePrivate;
+    frame->channelMap = CacheIO::ownChannelMap();
+    float* const tm = frame->transform;
+    std::fill_n(tm, 12, 0.0f);
+    for (int a = 0; a < 3; ++a)
+        tm[a * 4] = isMayaFluid ? static_cast<float>(size[a]) : 1 / cellSize;
+    tm[9] = static_cast<float>(size[0] / 2);
+    tm[10] = static_cast<float>(size[1] / 2);
+    // Half a cell counts along this axis alone.
+    tm[11] = isMayaFluid ? static_cast<float>(size[2]) / 2 : 0.0f;
+    return frame;
+}
+
+}  // namespace
+
+int NimbraFrame::lookUp(NimbraFrameData*& slot, std::int64_t frame, const std::string& pattern,
+                        const std::string& channelMap, bool exactOnly, bool noRetry,
+                        bool releaseOld, bool isPrivate, bool headerOnly) {
+    NimbraFrameData* const old = std::exchange(slot, nullptr);
+    const auto releaseOldFrame = [&] {
+        if (releaseOld)
+            frameDataArray.releaseFrame(old);
+    };
+    std::string file;
+    std::int64_t found = 0;
+    if (!NimbraEnum::chooseFile(pattern, frame, modeOf(exactOnly), file, found)) {
+        releaseOldFrame();
+        return kLoadNotFound;
+    }
+    if (!isPrivate && !pattern.empty())
+        if (NimbraFrameData* const shared = findShared(file, channelMap, headerOnly)) {
+            slot = frameDataArray.acquireFrame(shared, false);
+            releaseOldFrame();
+            return kLoadOk;
+        }
+
+    // The old frame goes first: two large frames may not fit side by side.
+    releaseOldFrame();
+    std::unique_ptr<NimbraFrameData> made(new (std::nothrow) NimbraFrameData);
+    if (!made)
+        return kLoadBroken;
+    constexpr std::int64_t kNoLimit = -1;
+    const std::int64_t number = found == NimbraEnum::kAnyFrame ? frame : found;
+    const int status =
+        made->load(file, channelMap, static_cast<double>(number), kNoLimit, noRetry, headerOnly);
+    if (status != kLoadOk)
+        return status;
+    if (isPrivate)
+        made->flags |= kFramePrivate;
+    // Formats that know no number have that of their name.
+    if (made->frameNumber == NimbraFrameData::kNoFrame && found != NimbraEnum::kAnyFrame)
+        made->frameNumber =
+            static_cast<std::int32_t>(std::clamp<std::int64_t>(found, INT32_MIN, INT32_MAX));
+    made->channelMap = channelMap;
+    slot = frameDataArray.acquireFrame(made.release(), true);
+    return kLoadOk;
+}
+
+int NimbraFrame::load(std::int64_t ticks, const std::string& path, int blendMethod, int tpf,
+                      const int emptySize[3], float cellSize, bool isMayaFluid, bool exactOnly,
+                      int mode, const std::string& channelMap) {
+    const float frames = static_cast<float>(ticks) / static_cast<float>(tpf);
+    const float whole = std::floor(frames);
+    const float fraction = frames - whole;
+    constexpr float kFarthest = 9.0e18f;
+    const std::int64_t frame =
+        std::fabs(whole) < kFarthest ? static_cast<std::int64_t>(whole) : NimbraFrameData::kNoFrame;
+    const Request request{ticks, path, channelMap, exactOnly, mode == kHeaderOnlyMode};
+    if (data ? isInPlace(request, frame)
+             : ticks == failFrame && path == failPath && channelMap == failChannelMap)
+        return kFrameUnchanged;
+
+    constexpr int kFixedBlend = 256;
+    int status = kFrameLoaded;
+    int lookUpStatus = kLoadOk;
+    if (path.empty()) {
+        if (!loadEmptyGrid(emptySize, cellSize, isMayaFluid))
+            status = kLoadNotFound;
+    } else if (fraction > kLeastBlend) {
+        lookUpStatus = loadBlended(request, {frame, frame + 1, fraction, blendMethod});
+    } else if (fixedBlendWeight >= 0) {
+        lookUpStatus =
+            loadBlended(request, {frame, fixedBlendTarget, fixedBlendWeight, kFixedBlend});
+    } else {
+        lookUpStatus = loadWhole(request, frame);
+    }
+    if (lookUpStatus != kLoadOk)
+        return fail(request, lookUpStatus);
+
+    if (!data) {
+        remember(status, ticks, path, channelMap);
+        return status;
+    }
+    currentFrame = ticks;
+    pathPattern = path;
+    data->channelMap = channelMap;
+    remember(0, NimbraFrameData::kNoFrame, {}, {});
+    return status;
+}
+
+bool NimbraFrame::isInPlace(const Request& request, std::int64_t frame) {
+    const bool isPattern = FilePattern(request.path).hasNumber();
+    bool same = false;
+    if (isPattern && !request.exactOnly) {
+        std::string nearest;
+        std::int64_t found = 0;
+        same = NimbraEnum::chooseFile(request.path, frame, NimbraEnum::Mode::Nearest, nearest,
+                                      found) &&
+               nearest == data->path;
+    }
+    if ((!isPattern || same) && request.ticks != NimbraFrameData::kNoFrame)
+        currentFrame = request.ticks;
+    return currentFrame == request.ticks && pathPattern == request.path &&
+           request.channelMap == data->channelMap &&
+           (request.headerOnly || !(data->flags & kFrameHeaderOnly));
+}
+
+int NimbraFrame::loadWhole(const Request& request, std::int64_t frame) {
+    frameDataArray.releaseFrame(std::exchange(blendFrom, nullptr));
+    frameDataArray.releaseFrame(std::exchange(blendTo, nullptr));
+    const bool isPrivate = smoothMask != 0;
+    const int status = lookUp(data, frame, request.path, request.channelMap, request.exactOnly,
+                              false, true, isPrivate, request.headerOnly);
+    sourceData = data;
+    if (status != kLoadOk)
+        return status;
+    freeBlendSources();
+    NMBUtils::logLine("frame loaded %s, %d \n", request.path.c_str(), data->frameNumber);
+    return kLoadOk;
+}
+
+int NimbraFrame::loadBlended(const Request& request, const Blend& blend) {
+    // The first frame stands in for the blend.
+    return loadWhole(request, blend.first);
+}
+
+bool NimbraFrame::loadEmptyGrid(const int size[3], float cellSize, bool isMayaFluid) {
+    releaseFrames();
+    freeBlendSources();
+    std::unique_ptr<NimbraFrameData> made = makeEmptyGrid(size, cellSize, isMayaFluid);
+    if (!made)
+        return false;
+    data = frameDataArray.acquireFrame(made.release(), true);
+    sourceData = data;
+    constexpr int kFlip = 2;
+    if (!isMayaFluid && !data->upAxisFlipped)
+        data->flipUpAxis(kFlip);
+    return true;
+}
+
+int NimbraFrame::fail(const Request& request, int lookUpStatus) {
+    frameDataArray.releaseFrame(std::exchange(data, nullptr));
+    sourceData = nullptr;
+    // A missing reader or file may be there the next time.
+    if (lookUpStatus != kLoadNoReader && lookUpStatus != kLoadNotFound)
+        remember(lookUpStatus, request.ticks, request.path, request.channelMap);
+    return lookUpStatus == kLoadNoFooter ? kFrameDamaged : kFrameFailed;
+}
+
+void NimbraFrame::remember(int status, std::int64_t ticks, const std::string& path,
+                           const std::string& channelMap) {
+    failStatus = status;
+    failFrame = ticks;
+    failPath = path;
+    failChannelMap = channelMap;
+}
+
+}  // namespace nimbra

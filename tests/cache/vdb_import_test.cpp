@@ -1,0 +1,398 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cmath>
+#include <limits>
+#include <thread>
+
+#include "cache/channel_mapping.h"
+#include "cache/external_readers.h"
+#include "cache/frame_data.h"
+#include "cache/vdb_writer.h"
+#include "support/temp_folder.h"
+
+namespace nimbra {
+namespace {
+
+using namespace test;
+
+class VdbImport : public testing::Test {
+protected:
+    std::string write(const VdbSpec& spec, const std::string& name = "f.vdb") {
+        writeVdb(folder / name, spec);
+        return folder / name;
+    }
+    int import(const VdbSpec& spec, const std::string& mapping, bool headerOnly = false,
+               std::int64_t maxMemory = -1) {
+        return importVdb(write(spec), frame, mapping, headerOnly, maxMemory);
+    }
+    /// The value of a cell of the frame.
+    float at(int channel, int x, int y, int z) {
+        const auto& proxy = frame.getChannelProxy(channel);
+        EXPECT_TRUE(proxy.loaded);
+        const std::int64_t nx = frame.gridSize[0], ny = frame.gridSize[1];
+        return proxy.loaded ? proxy.read((z * ny + y) * nx + x) : 0;
+    }
+    void expectSize(int x, int y, int z) {
+        EXPECT_EQ(frame.gridSize[0], x);
+        EXPECT_EQ(frame.gridSize[1], y);
+        EXPECT_EQ(frame.gridSize[2], z);
+    }
+    static GridSpec scalar(const std::string& name, std::vector<VoxelSpec> voxels) {
+        GridSpec g;
+        g.name = name;
+        g.voxels = std::move(voxels);
+        return g;
+    }
+
+    TempFolder folder;
+    NimbraFrameData frame;
+};
+
+TEST_F(VdbImport, CellsLieWhereTheFilePutsThem) {
+    GridSpec g = scalar("density", ballOfVoxels({-20, 7, 130}, 4));
+    g.scale = {0.5, 0.25, 2};
+    g.origin = {10, -3, 5};
+    ASSERT_EQ(import({.grids = {g}}, "2,density;"), kLoadOk);
+    expectSize(9, 9, 9);
+    EXPECT_EQ(frame.channelMask, 4u);
+    EXPECT_EQ(frame.compressedInts, 1);
+    const float* const tm = frame.transform;
+    for (const VoxelSpec& v : g.voxels) {
+        int cell[3];
+        for (int a = 0; a < 3; ++a) {
+            const double world = v.at[a] * g.scale[a] + g.origin[a];
+            const double c = world * tm[a * 3 + a] + tm[9 + a];
+            cell[a] = static_cast<int>(std::lround(c));
+            ASSERT_NEAR(c, cell[a], 1e-4);
+        }
+        ASSERT_EQ(at(2, cell[0], cell[1], cell[2]), static_cast<float>(v.value[0]));
+    }
+    EXPECT_EQ(at(2, 0, 0, 0), 0.0f);
+}
+
+TEST_F(VdbImport, EveryTypeStorageAndCompression) {
+    for (const char* type : {"float", "double", "int32", "int64", "vec3s", "vec3d"})
+        for (const bool half : {false, true})
+            for (const std::uint32_t compression : {0u, 1u, 2u, 3u, 4u, 6u}) {
+                SCOPED_TRACE(testing::Message()
+                             << type << " half " << half << " compression " << compression);
+                GridSpec g = scalar("g", ballOfVoxels({3, -5, 60}, 9));
+                g.type = type;
+                g.half = half;
+                g.background = 3;
+                g.tiles = {{{128, 0, 0}, 1, 5.0}};
+                ASSERT_EQ(import({.grids = {g}, .compression = compression}, "2,g;"), kLoadOk)
+                    << lastImportProblem();
+                const bool whole = g.type[0] == 'i';
+                for (const VoxelSpec& v : g.voxels) {
+                    const double expected = whole ? std::trunc(v.value[0]) : v.value[0];
+                    ASSERT_EQ(at(2, v.at[0] + 6, v.at[1] + 14, v.at[2]), expected);
+                }
+                expectSize(142, 22, 70);
+                EXPECT_EQ(at(2, 0, 0, 0), 3.0f);     // inactive: the background
+                EXPECT_EQ(at(2, 136, 15, 0), 5.0f);  // the tile
+                frame.freeChannel(2);
+            }
+}
+
+TEST_F(VdbImport, VectorGrid_DeliversComponents) {
+    GridSpec g = scalar("vel", ballOfVoxels({4, 4, 4}, 3));
+    g.type = "vec3s";
+    for (const char* map :
+         {"4,vel(x);5,vel(y);6,vel(z);", "4,vel.x;5,vel.y;6,vel.z;", "4,vel;5,vel;6,vel;"}) {
+        ASSERT_EQ(import({.grids = {g}}, map), kLoadOk);
+        EXPECT_EQ(frame.channelMask, 0x70u);
+        EXPECT_EQ(at(4, 3, 3, 3), 1.0f);
+        EXPECT_EQ(at(5, 3, 3, 3), -1.0f);
+        EXPECT_EQ(at(6, 3, 3, 3), 2.0f);
+    }
+    // Out of order, and outside a triple: what the name says, else x.
+    ASSERT_EQ(import({.grids = {g}}, "2,vel(z);1,vel;"), kLoadOk);
+    EXPECT_EQ(at(2, 3, 3, 3), 2.0f);
+    EXPECT_EQ(at(1, 3, 3, 3), 1.0f);
+}
+
+TEST_F(VdbImport, ScalarGridsWithComponentNames) {
+    std::vector<GridSpec> grids;
+    for (const char* name : {"vel.z", "vel.x", "vel.y"})
+        grids.push_back(scalar(name, {{{0, 0, 0}, {double(name[4]), 0, 0}}}));
+    ASSERT_EQ(import({.grids = grids}, "4,vel;5,vel;6,vel;"), kLoadOk);
+    EXPECT_EQ(at(4, 0, 0, 0), 'x');
+    EXPECT_EQ(at(5, 0, 0, 0), 'y');
+    EXPECT_EQ(at(6, 0, 0, 0), 'z');
+}
+
+TEST_F(VdbImport, IncompleteVelocity_IsDropped) {
+    const auto voxel = ballOfVoxels({0, 0, 0}, 1);
+    const VdbSpec spec{.grids = {scalar("density", voxel), scalar("vx", voxel), scalar("vy", voxel),
+                                 scalar("vz", voxel)}};
+    ASSERT_EQ(import(spec, "2,density;4,vx;6,vz;"), kLoadOk);
+    EXPECT_EQ(frame.channelMask, 4u);
+    EXPECT_FALSE(frame.getChannelProxy(4).loaded);
+    EXPECT_FALSE(frame.getChannelProxy(6).loaded);
+    ASSERT_EQ(import(spec, "2,density;4,vx;6,vz;5,vy;"), kLoadOk);
+    EXPECT_EQ(frame.channelMask, 0x74u);
+}
+
+TEST_F(VdbImport, SeveralGrids_ShareTheBoxOfAllThatIsActive) {
+    const VdbSpec spec{.grids = {scalar("a", {{{-5, 0, 0}, {1, 0, 0}}}),
+                                 scalar("b", {{{4, 2, -3}, {2, 0, 0}}}),
+                                 scalar("far", {{{1000, 1000, 1000}, {3, 0, 0}}})}};
+    ASSERT_EQ(import(spec, "2,a;1,b;"), kLoadOk);
+    expectSize(10, 3, 4);
+    EXPECT_EQ(at(2, 0, 0, 3), 1.0f);
+    EXPECT_EQ(at(1, 9, 2, 0), 2.0f);
+    EXPECT_EQ(at(1, 0, 0, 3), 0.0f);
+    EXPECT_EQ(frame.transform[9], 5.0f);
+    EXPECT_EQ(frame.transform[11], 3.0f);
+}
+
+TEST_F(VdbImport, DefaultMapping_OfASequence) {
+    write({.grids = {scalar("surface", {{{0, 0, 0}, {0.5, 0, 0}}})}}, "s_0001.vdb");
+    GridSpec vel = scalar("vel", {{{0, 0, 0}, {1, 2, 3}}});
+    vel.type = "vec3d";
+    const std::string second =
+        write({.grids = {scalar("density", {{{0, 0, 0}, {0.25, 0, 0}}}), vel}}, "s_0002.vdb");
+    folder.write("s_0003.vdb", "broken");
+    const std::string map = CacheIO::findChannelMap(folder / "s_####.vdb");
+    EXPECT_EQ(CacheIO::formatChannelMap(CacheIO::parseChannelMap(map)),
+              "1,surface;2,density;4,vel(x);5,vel(y);6,vel(z);");
+    ASSERT_EQ(importVdb(folder / "s_0001.vdb", frame, map, false), kLoadOk);
+    EXPECT_FLOAT_EQ(at(1, 0, 0, 0), 0.5f * -33.3333f);
+    ASSERT_EQ(importVdb(second, frame, map, false), kLoadOk);
+    EXPECT_EQ(frame.channelMask, 0x74u);
+    EXPECT_EQ(at(6, 0, 0, 0), 3.0f);
+    // A user who names the grid gets its values as they are.
+    ASSERT_EQ(importVdb(folder / "s_0001.vdb", frame, "1,surface;", false), kLoadOk);
+    EXPECT_EQ(at(1, 0, 0, 0), 0.5f);
+}
+
+TEST_F(VdbImport, NoKnownName_TheFirstScalarIsSmoke) {
+    const auto voxel = ballOfVoxels({0, 0, 0}, 1);
+    std::vector<GridSpec> grids;
+    for (const char* type : {"bool", "points", "vec3i", "vec3s", "int32", "float"}) {
+        grids.push_back(scalar(std::string("my_") + type, voxel));
+        grids.back().type = type;
+    }
+    const std::string path = write({.grids = grids});
+    EXPECT_EQ(CacheIO::findChannelMap(path), "2,my_int32;");
+    ASSERT_EQ(importVdb(path, frame, CacheIO::findChannelMap(path), false), kLoadOk);
+    EXPECT_EQ(at(2, 1, 1, 1), 1.0f);
+}
+
+TEST_F(VdbImport, OtherTypesAndNames_ArePassedOver) {
+    const auto voxel = ballOfVoxels({0, 0, 0}, 1);
+    GridSpec mask = scalar("mask", voxel);
+    mask.type = "bool";
+    const VdbSpec spec{.grids = {mask, scalar("density", voxel)}};
+    ASSERT_EQ(import(spec, "10,mask;2,density;1,nothing;40,density;0,density;-1,density;"),
+              kLoadOk);
+    EXPECT_EQ(frame.channelMask, 4u);
+    // With nothing left, the answer says what there is.
+    EXPECT_EQ(import(spec, "2,dens;"), kLoadNotFound);
+    EXPECT_NE(lastImportProblem().find("mask, density"), std::string::npos) << lastImportProblem();
+    EXPECT_EQ(frame.channelMask, 0u);
+}
+
+TEST_F(VdbImport, EmptyGrid_IsOneEmptyCell) {
+    ASSERT_EQ(import({.grids = {scalar("density", {})}}, "2,density;"), kLoadOk);
+    expectSize(1, 1, 1);
+    EXPECT_EQ(at(2, 0, 0, 0), 0.0f);
+    // Beside another grid it takes that one's size.
+    ASSERT_EQ(
+        import({.grids = {scalar("flame", {}), scalar("density", ballOfVoxels({9, 9, 9}, 2))}},
+               "10,flame;2,density;"),
+        kLoadOk);
+    expectSize(5, 5, 5);
+    EXPECT_EQ(at(10, 2, 2, 2), 0.0f);
+}
+
+TEST_F(VdbImport, NotFiniteValues_StayInTheirCells) {
+    const double inf = std::numeric_limits<double>::infinity();
+    const GridSpec g = scalar(
+        "density",
+        {{{0, 0, 0}, {std::nan(""), 0, 0}}, {{1, 0, 0}, {inf, 0, 0}}, {{2, 0, 0}, {1, 0, 0}}});
+    ASSERT_EQ(import({.grids = {g}}, "2,density;"), kLoadOk);
+    EXPECT_TRUE(std::isnan(at(2, 0, 0, 0)));
+    EXPECT_EQ(at(2, 1, 0, 0), inf);
+    EXPECT_EQ(at(2, 2, 0, 0), 1.0f);
+}
+
+TEST_F(VdbImport, Tiles_AreNotExpanded) {
+    GridSpec g = scalar("density", {});
+    g.tiles = {{{0, 0, 0}, 3, 0.5}};
+    ASSERT_EQ(import({.grids = {g}}, "2,density;"), kLoadOk);
+    expectSize(4096, 4096, 4096);
+    EXPECT_EQ(at(2, 4095, 7, 4095), 0.5f);
+    // More cells than anything here can number.
+    g.voxels = {{{1 << 20, 0, 0}, {1, 0, 0}}};
+    EXPECT_EQ(import({.grids = {g}}, "2,density;"), kLoadNotFound);
+    EXPECT_NE(lastImportProblem().find("too large"), std::string::npos);
+}
+
+TEST_F(VdbImport, FarthestCoordinates_AreRefusedOrRead) {
+    constexpr int kLow = std::numeric_limits<int>::min(), kHigh = std::numeric_limits<int>::max();
+    for (const int x : {kLow, kHigh}) {
+        const VdbSpec spec{.grids = {scalar("density", {{{x, 0, 0}, {1, 0, 0}}})}};
+        const int status = import(spec, "2,density;");
+        EXPECT_TRUE(status == kLoadOk || status == kLoadNotFound);
+    }
+    const VdbSpec both{
+        .grids = {scalar("density", {{{kLow, 0, 0}, {1, 0, 0}}, {{kHigh, 0, 0}, {1, 0, 0}}})}};
+    EXPECT_EQ(import(both, "2,density;"), kLoadNotFound);
+}
+
+TEST_F(VdbImport, Transforms_GiveScaleAndPlace) {
+    GridSpec g = scalar("density", {{{0, 0, 0}, {1, 0, 0}}, {{1, 0, 0}, {2, 0, 0}}});
+    g.scale = {-0.5, 0.5, 0.5};
+    g.origin = {3, 0, 0};
+    // A mirror keeps its sign.
+    ASSERT_EQ(import({.grids = {g}}, "2,density;"), kLoadOk);
+    EXPECT_EQ(frame.transform[0], -2.0f);
+    EXPECT_EQ(frame.transform[9], 6.0f);
+    // Of a turn only the lengths stay.
+    g.scale = {0.5, 0.25, 2};
+    g.map = MapSpec::Rotated;
+    ASSERT_EQ(import({.grids = {g}}, "2,density;"), kLoadOk);
+    EXPECT_FLOAT_EQ(frame.transform[0], 2.0f);
+    EXPECT_EQ(frame.transform[1], 0.0f);
+    g.map = MapSpec::Frustum;
+    ASSERT_EQ(import({.grids = {g}}, "2,density;"), kLoadOk);
+    for (const float v : frame.transform)
+        EXPECT_TRUE(std::isfinite(v));
+}
+
+TEST_F(VdbImport, HeaderOnly_SameGeometryWithoutVoxels) {
+    GridSpec g = scalar("density", ballOfVoxels({30, -40, 50}, 6));
+    g.scale = {0.1, 0.1, 0.1};
+    const VdbSpec spec{.grids = {g}, .compression = 4};
+    ASSERT_EQ(import(spec, "2,density;", true), kLoadOk);
+    EXPECT_TRUE(frame.flags & kFrameHeaderOnly);
+    EXPECT_EQ(frame.channelMask, 4u);
+    EXPECT_FALSE(frame.channels[2].loaded);
+    expectSize(13, 13, 13);
+    NimbraFrameData full;
+    ASSERT_EQ(importVdb(folder / "f.vdb", full, "2,density;", false), kLoadOk);
+    for (int i = 0; i < 12; ++i)
+        EXPECT_EQ(frame.transform[i], full.transform[i]);
+}
+
+TEST_F(VdbImport, MetadataOfTheFile) {
+    const auto voxel = ballOfVoxels({5, 5, 5}, 1);
+    VdbSpec spec{.grids = {scalar("density", voxel), scalar("fuel", voxel)},
+                 .numbers = {{"FFXVDBVersion", 1}, {"NimbraFrameTag", 37}},
+                 .triples = {{"Nmax", {20, 30, 40}}}};
+    ASSERT_EQ(import(spec, "2,density;10,fuel;"), kLoadOk);
+    EXPECT_EQ(frame.frameNumber, 37);
+    expectSize(21, 31, 41);
+    EXPECT_EQ(at(2, 5, 5, 5), 1.0f);
+    // Extents that make no grid leave it to the active cells.
+    spec.triples = {{"Nmax", {20, -1, 40}}};
+    ASSERT_EQ(import(spec, "2,density;"), kLoadOk);
+    expectSize(3, 3, 3);
+    // Our own exports say which channels count.
+    spec.triples.clear();
+    spec.numbers = {{"NimbraVDBVer", 1}, {"NimbraChannelMask", int(0x80000004u)}};
+    ASSERT_EQ(import(spec, "2,density;10,fuel;"), kLoadOk);
+    EXPECT_EQ(frame.channelMask, 4u);
+    EXPECT_TRUE(frame.flags & kFrameMaskBit31);
+}
+
+TEST_F(VdbImport, SharedTreesAndSharedNames) {
+    GridSpec first = scalar("density", {{{0, 0, 0}, {1, 0, 0}}});
+    GridSpec second = scalar("density", {{{0, 0, 0}, {2, 0, 0}}});
+    GridSpec instance = scalar("heat", {});
+    instance.sharesTreeOf = 1;
+    instance.scale = {2, 2, 2};
+    const VdbSpec spec{.grids = {first, second, instance}};
+    ASSERT_EQ(import(spec, "1,heat;2,density;10,density[1];"), kLoadOk) << lastImportProblem();
+    EXPECT_EQ(at(2, 0, 0, 0), 1.0f);
+    EXPECT_EQ(at(10, 0, 0, 0), 2.0f);
+    EXPECT_EQ(at(1, 0, 0, 0), 2.0f);
+    EXPECT_EQ(frame.transform[0], 0.5f);
+    EXPECT_EQ(CacheIO::findChannelMap(folder / "f.vdb"), "2,density;");
+}
+
+TEST_F(VdbImport, FileWithoutPositions_IsWalkedThrough) {
+    GridSpec mask = scalar("mask", ballOfVoxels({0, 0, 0}, 1));
+    mask.type = "bool";
+    const GridSpec density = scalar("density", ballOfVoxels({0, 0, 0}, 2));
+    const GridSpec fuel = scalar("fuel", {{{1, 1, 1}, {7, 0, 0}}});
+    ASSERT_EQ(import({.grids = {density, fuel, mask}, .compression = 6, .asStream = true},
+                     "2,density;10,fuel;"),
+              kLoadOk)
+        << lastImportProblem();
+    EXPECT_EQ(at(10, 3, 3, 3), 7.0f);
+    EXPECT_EQ(at(2, 2, 2, 2), 1.0f);
+}
+
+TEST_F(VdbImport, MemoryLimit) {
+    const VdbSpec spec{.grids = {scalar("density", ballOfVoxels({0, 0, 0}, 9))}};
+    EXPECT_EQ(import(spec, "2,density;", false, 100000), kLoadNotFound);
+    EXPECT_NE(lastImportProblem().find("limit is 100000"), std::string::npos);
+    EXPECT_EQ(import(spec, "2,density;", false, 10000000), kLoadOk);
+}
+
+TEST_F(VdbImport, FilesThatAreNone) {
+    EXPECT_EQ(importVdb(folder / "missing.vdb", frame, "2,density;", false), kLoadNotFound);
+    EXPECT_EQ(importVdb(folder.write("empty.vdb", ""), frame, "2,density;", false), kLoadNotFound);
+    EXPECT_EQ(
+        importVdb(folder.write("text.vdb", "this is no cache at all"), frame, "2,density;", false),
+        kLoadNotFound);
+    EXPECT_NE(lastImportProblem().find("text.vdb: isn't an OpenVDB file"), std::string::npos);
+    EXPECT_EQ(importVdb(folder / "missing.vdb", frame, "", false), kLoadNoMapping);
+    EXPECT_EQ(importF3D("a.f3d", frame, "", false), kLoadNoMapping);
+    EXPECT_EQ(importF3D("a.f3d", frame, "2,density;", false), kLoadNoReader);
+}
+
+TEST_F(VdbImport, PipesFoldersSocketsDevices_AreRefusedAtOnce) {
+    const std::string pipe = folder / "pipe.vdb";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const std::string socketPath = folder / "s.vdb";
+    const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    ASSERT_LT(socketPath.size(), sizeof address.sun_path);
+    socketPath.copy(address.sun_path, socketPath.size());
+    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    const auto start = std::chrono::steady_clock::now();
+    for (const std::string& path :
+         {pipe, socketPath, folder.path().string(), std::string("/dev/zero")}) {
+        EXPECT_EQ(importVdb(path, frame, "2,density;", false), kLoadNotFound) << path;
+        EXPECT_FALSE(lastImportProblem().empty());
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+    close(listener);
+}
+
+TEST_F(VdbImport, RealFiles) {
+    const std::string data = NIMBRA_TEST_DATA "/vdb/";
+    const std::string fire = data + "campfire_0040.vdb";
+    EXPECT_EQ(CacheIO::findChannelMap(fire), "2,density;1,temperature;");
+    ASSERT_EQ(importVdb(fire, frame,
+                        "2,density;1,temperature;10,flame;4,velocity(x);"
+                        "5,velocity(y);6,velocity(z);",
+                        false),
+              kLoadOk);
+    EXPECT_EQ(frame.channelMask, 0x476u);
+    float low = 0, high = 0;
+    ASSERT_TRUE(frame.getChannelRange(10, low, high));
+    EXPECT_GT(high, 0.5f);
+    EXPECT_LE(high, 1.0f);
+    // A points grid that nothing here can read doesn't spoil its neighbours.
+    const std::string spray = data + "spray_0017.vdb";
+    EXPECT_EQ(CacheIO::findChannelMap(spray), "2,trapped_air_secondary;");
+    ASSERT_EQ(importVdb(spray, frame, "2,wave_crest_secondary;", false), kLoadOk);
+    ASSERT_TRUE(frame.getChannelRange(2, low, high));
+    EXPECT_EQ(high, 1.0f);
+}
+
+}  // namespace
+}  // namespace nimbra

@@ -1,0 +1,134 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "cache/vdb_writer.h"
+
+#include <openvdb/io/Stream.h>
+#include <openvdb/openvdb.h>
+#include <openvdb/points/PointConversion.h>
+
+#include <fstream>
+
+namespace nimbra::test {
+
+namespace {
+
+template <class Value>
+Value valueOf(const std::array<double, 3>& v) {
+    if constexpr (std::is_arithmetic_v<Value>)
+        return static_cast<Value>(v[0]);
+    else
+        return Value(static_cast<typename Value::ValueType>(v[0]),
+                     static_cast<typename Value::ValueType>(v[1]),
+                     static_cast<typename Value::ValueType>(v[2]));
+}
+
+template <class Grid>
+openvdb::GridBase::Ptr makeGrid(const GridSpec& spec) {
+    using Value = typename Grid::ValueType;
+    const double b = spec.background;
+    auto grid = Grid::create(valueOf<Value>({b, b, b}));
+    auto accessor = grid->getAccessor();
+    for (const VoxelSpec& v : spec.voxels)
+        accessor.setValue(openvdb::Coord(v.at[0], v.at[1], v.at[2]), valueOf<Value>(v.value));
+    for (const TileSpec& t : spec.tiles)
+        grid->tree().addTile(static_cast<openvdb::Index>(t.level),
+                             openvdb::Coord(t.low[0], t.low[1], t.low[2]),
+                             valueOf<Value>({t.value, t.value, t.value}), true);
+    return grid;
+}
+
+openvdb::GridBase::Ptr makePoints(const GridSpec& spec) {
+    std::vector<openvdb::Vec3R> positions;
+    for (const VoxelSpec& v : spec.voxels)
+        positions.emplace_back(v.at[0], v.at[1], v.at[2]);
+    const auto transform = openvdb::math::Transform::createLinearTransform(1.0);
+    return openvdb::points::createPointDataGrid<openvdb::points::NullCodec,
+                                                openvdb::points::PointDataGrid>(positions,
+                                                                                *transform);
+}
+
+openvdb::GridBase::Ptr makeByType(const GridSpec& spec) {
+    if (spec.type == "float")
+        return makeGrid<openvdb::FloatGrid>(spec);
+    if (spec.type == "double")
+        return makeGrid<openvdb::DoubleGrid>(spec);
+    if (spec.type == "int32")
+        return makeGrid<openvdb::Int32Grid>(spec);
+    if (spec.type == "int64")
+        return makeGrid<openvdb::Int64Grid>(spec);
+    if (spec.type == "vec3s")
+        return makeGrid<openvdb::Vec3SGrid>(spec);
+    if (spec.type == "vec3d")
+        return makeGrid<openvdb::Vec3DGrid>(spec);
+    if (spec.type == "vec3i")
+        return makeGrid<openvdb::Vec3IGrid>(spec);
+    if (spec.type == "bool")
+        return makeGrid<openvdb::BoolGrid>(spec);
+    if (spec.type == "points")
+        return makePoints(spec);
+    throw std::runtime_error("no grid type " + spec.type);
+}
+
+openvdb::math::Transform::Ptr makeTransform(const GridSpec& spec) {
+    using openvdb::math::Transform;
+    if (spec.map == MapSpec::Frustum)
+        return Transform::createFrustumTransform(openvdb::BBoxd({0, 0, 0}, {100, 100, 100}), 0.5,
+                                                 200);
+    auto transform = Transform::createLinearTransform();
+    transform->postScale(openvdb::Vec3d(spec.scale[0], spec.scale[1], spec.scale[2]));
+    if (spec.map == MapSpec::Rotated)
+        transform->postRotate(0.5, openvdb::math::Z_AXIS);
+    transform->postTranslate(openvdb::Vec3d(spec.origin[0], spec.origin[1], spec.origin[2]));
+    return transform;
+}
+
+}  // namespace
+
+void writeVdb(const std::filesystem::path& path, const VdbSpec& spec) {
+    openvdb::initialize();
+    openvdb::GridPtrVec grids;
+    for (const GridSpec& g : spec.grids) {
+        auto grid = makeByType(g);
+        if (g.sharesTreeOf >= 0)
+            grid->setTree(grids.at(static_cast<std::size_t>(g.sharesTreeOf))->baseTreePtr());
+        grid->setName(g.name);
+        grid->setTransform(makeTransform(g));
+        grid->setSaveFloatAsHalf(g.half);
+        if (g.levelSet)
+            grid->setGridClass(openvdb::GRID_LEVEL_SET);
+        for (const auto& [name, text] : g.texts)
+            grid->insertMeta(name, openvdb::StringMetadata(text));
+        grids.push_back(grid);
+    }
+    openvdb::MetaMap metadata;
+    for (const auto& [name, number] : spec.numbers)
+        metadata.insertMeta(name, openvdb::Int32Metadata(number));
+    for (const auto& [name, t] : spec.triples)
+        metadata.insertMeta(name, openvdb::Vec3IMetadata(openvdb::Vec3i(t[0], t[1], t[2])));
+    if (spec.asStream) {
+        std::ofstream out(path, std::ios::binary);
+        openvdb::io::Stream stream(out);
+        stream.setCompression(spec.compression);
+        stream.write(grids, metadata);
+        return;
+    }
+    openvdb::io::File file(path.string());
+    file.setCompression(spec.compression);
+    file.write(grids, metadata);
+    file.close();
+}
+
+std::vector<VoxelSpec> ballOfVoxels(std::array<int, 3> centre, int radius) {
+    std::vector<VoxelSpec> voxels;
+    for (int x = -radius; x <= radius; ++x)
+        for (int y = -radius; y <= radius; ++y)
+            for (int z = -radius; z <= radius; ++z)
+                if (x * x + y * y + z * z <= radius * radius) {
+                    const double v = 1 + x + 0.125 * y - 0.5 * z;
+                    voxels.push_back(
+                        {{centre[0] + x, centre[1] + y, centre[2] + z}, {v, -v, 2 * v}});
+                }
+    return voxels;
+}
+
+}  // namespace nimbra::test
