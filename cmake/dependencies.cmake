@@ -2,6 +2,7 @@
 list(APPEND CMAKE_MODULE_PATH /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/cmake/OpenVDB)
 find_package(Threads REQUIRED)
 find_package(ZLIB REQUIRED)
+find_package(PNG REQUIRED)
 find_package(fmt REQUIRED)
 find_package(nlohmann_json REQUIRED)
 find_package(CLI11 REQUIRED)
@@ -18,14 +19,6 @@ target_link_libraries(nimbra_openvdb INTERFACE ${OPENVDB_LIBRARY} TBB::tbb Imath
 # The library's templates have static members that it shares with its users. With hidden visibility a
 # program would keep copies of some of them, and the library would then find its own unset.
 target_compile_options(nimbra_openvdb INTERFACE -fvisibility=default -fno-visibility-inlines-hidden)
-
-# OpenImageIO's own package file asks for the whole world; the library alone is enough here.
-find_path(OIIO_INCLUDE OpenImageIO/imageio.h REQUIRED)
-find_library(OIIO_LIBRARY OpenImageIO REQUIRED)
-find_library(OIIO_UTIL_LIBRARY OpenImageIO_Util REQUIRED)
-add_library(nimbra_oiio INTERFACE)
-target_include_directories(nimbra_oiio SYSTEM INTERFACE ${OIIO_INCLUDE})
-target_link_libraries(nimbra_oiio INTERFACE ${OIIO_LIBRARY} ${OIIO_UTIL_LIBRARY} Imath::Imath fmt::fmt)
 
 if(NIMBRA_TESTS)
   find_package(GTest REQUIRED)

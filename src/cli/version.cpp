@@ -3,10 +3,10 @@
 #include "cli/version.h"
 
 #include <OpenEXR/OpenEXRConfig.h>
-#include <OpenImageIO/oiioversion.h>
 #include <embree3/rtcore_config.h>
 #include <fmt/format.h>
 #include <openvdb/version.h>
+#include <png.h>
 #include <tbb/version.h>
 #include <zlib.h>
 
@@ -14,9 +14,9 @@ namespace nimbra::cli {
 
 std::string versionText() {
     return fmt::format(
-        "nimbra {}\nOpenVDB {}\nEmbree {}\nOpenEXR {}\nOpenImageIO {}\nTBB {}.{}\nzlib {}",
+        "nimbra {}\nOpenVDB {}\nEmbree {}\nOpenEXR {}\nlibpng {}\nTBB {}.{}\nzlib {}",
         NIMBRA_VERSION, OPENVDB_LIBRARY_VERSION_STRING, RTC_VERSION_STRING, OPENEXR_VERSION_STRING,
-        OIIO_VERSION_STRING, TBB_VERSION_MAJOR, TBB_VERSION_MINOR, ZLIB_VERSION);
+        PNG_LIBPNG_VER_STRING, TBB_VERSION_MAJOR, TBB_VERSION_MINOR, ZLIB_VERSION);
 }
 
 }  // namespace nimbra::cli

@@ -26,8 +26,4 @@ bool readObj(std::string_view bytes, const std::string& name, TessUtils::Triangl
 bool readPly(std::string_view bytes, const std::string& name, TessUtils::TriangleMesh& mesh,
              std::string& error);
 
-/// The bytes of a regular file. `limit` bounds its size.
-bool readFileBytes(const std::string& path, std::size_t limit, std::string& bytes,
-                   std::string& error);
-
 }  // namespace nimbra::host

@@ -1,20 +1,37 @@
 // Copyright 2026 The Nimbra Authors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Pictures as PNG files, by OpenImageIO.
-#include <OpenImageIO/filesystem.h>
-#include <OpenImageIO/imageio.h>
+// Pictures as PNG files, by the simplified interface of libpng.
+#include <png.h>
 
 #include <algorithm>
 #include <cmath>
 
 #include "host/atomic_file.h"
+#include "host/file_bytes.h"
 #include "host/picture.h"
 #include "host/picture_formats.h"
 
 namespace nimbra::host {
 
 namespace {
+
+constexpr std::size_t kMostPngBytes = std::size_t(1) << 30;
+constexpr std::uint64_t kMostPixels = std::uint64_t(1) << 28;
+
+/// A picture's description, and what libpng hangs on it.
+struct PngImage {
+    png_image image{};
+    PngImage(png_uint_32 width, png_uint_32 height, png_uint_32 format) {
+        image.version = PNG_IMAGE_VERSION;
+        image.width = width;
+        image.height = height;
+        image.format = format;
+    }
+    ~PngImage() { png_image_free(&image); }
+    PngImage(const PngImage&) = delete;
+    PngImage& operator=(const PngImage&) = delete;
+};
 
 /// Transfer curve of sRGB (IEC 61966-2-1).
 float encodeSRGB(float linear) {
@@ -63,55 +80,42 @@ bool writePng(const std::string& path, const FrameBuffer& pixels, const PngOptio
         encodePixel(&pixels.rgba[i * 4], options, exposure,
                     &bytes[i * static_cast<std::size_t>(channels)]);
 
-    std::vector<unsigned char> file;
-    OIIO::Filesystem::IOVecOutput sink(file);
-    OIIO::ImageSpec spec(pixels.width, pixels.height, channels, OIIO::TypeDesc::UINT8);
-    spec.attribute("oiio:ColorSpace", "sRGB");
-    spec.attribute("oiio:UnassociatedAlpha", 1);
-    spec.attribute("png:compressionLevel", 6);
-    auto output = OIIO::ImageOutput::create("png", &sink);
-    if (!output || !output->open(path, spec) ||
-        !output->write_image(OIIO::TypeDesc::UINT8, bytes.data()) || !output->close()) {
-        error = path + ": " + (output ? output->geterror() : OIIO::geterror());
+    PngImage png(static_cast<png_uint_32>(pixels.width), static_cast<png_uint_32>(pixels.height),
+                 channels == 4 ? PNG_FORMAT_RGBA : PNG_FORMAT_RGB);
+    png_alloc_size_t size = PNG_IMAGE_PNG_SIZE_MAX(png.image);
+    std::string file(size, '\0');
+    if (!png_image_write_to_memory(&png.image, file.data(), &size, 0, bytes.data(), 0, nullptr)) {
+        error = path + ": " + png.image.message;
         return false;
     }
-    return writeFileAtomically(path, {reinterpret_cast<const char*>(file.data()), file.size()},
-                               error);
+    file.resize(size);
+    return writeFileAtomically(path, file, error);
 }
 
 bool readPng(const std::string& path, Picture& picture, std::string& error) {
-    OIIO::ImageSpec wanted;
-    wanted.attribute("oiio:UnassociatedAlpha", 1);  // the values as they are stored
-    const auto input = OIIO::ImageInput::open(path, &wanted);
-    if (!input) {
-        error = path + ": " + OIIO::geterror();
+    std::string file;
+    if (!readFileBytes(path, kMostPngBytes, file, error))
+        return false;
+    PngImage png(0, 0, 0);
+    png_image& image = png.image;
+    if (!png_image_begin_read_from_memory(&image, file.data(), file.size())) {
+        error = path + ": " + image.message;
         return false;
     }
-    const OIIO::ImageSpec& spec = input->spec();
-    FrameBuffer& pixels = picture.pixels;
-    if (spec.nchannels < 1 || spec.nchannels > 4 ||
-        spec.image_pixels() > (OIIO::imagesize_t(1) << 28)) {
+    if (std::uint64_t(image.width) * image.height > kMostPixels) {
         error = path + ": too large";
         return false;
     }
-    std::vector<std::uint8_t> bytes(spec.image_pixels() * static_cast<std::size_t>(spec.nchannels));
-    if (!input->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::UINT8, bytes.data())) {
-        error = path + ": " + input->geterror();
+    image.format = PNG_FORMAT_RGBA;
+    std::vector<std::uint8_t> bytes(PNG_IMAGE_SIZE(image));
+    if (!png_image_finish_read(&image, nullptr, bytes.data(), 0, nullptr)) {
+        error = path + ": " + image.message;
         return false;
     }
-    pixels.resize(spec.width, spec.height, 0, 0, spec.width, spec.height, {});
-    for (std::size_t i = 0; i < pixels.rgba.size(); ++i) {
-        const std::size_t pixel = i / 4;
-        const int c = static_cast<int>(i % 4);
-        // One or two channels are grey, with or without alpha.
-        const bool grey = spec.nchannels < 3;
-        const bool hasAlpha = spec.nchannels == 2 || spec.nchannels == 4;
-        const int stored = c == 3 ? spec.nchannels - 1 : grey ? 0 : c;
-        pixels.rgba[i] =
-            c == 3 && !hasAlpha
-                ? 1.0f
-                : bytes[pixel * static_cast<std::size_t>(spec.nchannels) + stored] / 255.0f;
-    }
+    const int width = static_cast<int>(image.width), height = static_cast<int>(image.height);
+    picture.pixels.resize(width, height, 0, 0, width, height, {});
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+        picture.pixels.rgba[i] = static_cast<float>(bytes[i]) / 255;
     return true;
 }
 

@@ -152,6 +152,20 @@ TEST(PngFile, AlphaOverBlackLooksLikeTheOpaquePicture) {
     EXPECT_EQ(with.pixels.rgba[31 * 4 + 3], 1);
 }
 
+TEST(PngFile, BrokenFilesAreNotRead) {
+    const TempFolder folder;
+    std::string error;
+    ASSERT_TRUE(writePng(folder / "a.png", makePicture(), {}, error));
+    const std::string bytes = nimbra::test::readFile(folder / "a.png");
+    for (std::size_t size = 0; size + 12 < bytes.size(); ++size) {
+        Picture picture;
+        const std::string cut = folder.write("cut.png", bytes.substr(0, size));
+        error.clear();
+        EXPECT_FALSE(readPicture(cut, picture, error)) << size;
+        EXPECT_EQ(error.rfind(cut + ": ", 0), 0u) << error;
+    }
+}
+
 TEST(DisplayValue, FilmicCurveRisesAndKeepsBrightPartsApart) {
     EXPECT_EQ(displayValue(0, true), 0);
     float last = 0;
