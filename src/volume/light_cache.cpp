@@ -76,7 +76,8 @@ NmbGridLightCacheBasic::Corners NmbGridLightCacheBasic::cornersAround(const Vect
         const float p = pos[axis] > -2.0f ? std::min(pos[axis], static_cast<float>(last) + 1) : -2;
         int i = static_cast<int>(p);
         corners.upper[axis] = p - static_cast<float>(i);
-        if (i >= last) {
+        // A single layer has no upper neighbour, wherever the position lies.
+        if (i >= last || last == 0) {
             i = last;
             corners.highEdge |= 1u << axis;
             corners.upper[axis] = 0;

@@ -104,12 +104,13 @@ TEST(LightCache, LightingAVoxel_LeavesTheRayAsItWas) {
 TEST(LightCache, AnyPosition_ReadsVoxelsOfTheGrid) {
     FieldIlluminator illuminator([](const Vector&) { return Color{2, 2, 2}; });
     constexpr float kInfinity = std::numeric_limits<float>::infinity();
-    const auto thin = makeCache(1, 3, 2);
+    const auto thin = makeCache(1, 3, 2), single = makeCache(1, 1, 1);
     for (const float x : {-kInfinity, -1e30f, -5.0f, 0.0f, 0.5f, 1e30f, kInfinity,
                           std::numeric_limits<float>::quiet_NaN()}) {
-        const Color light = lookup(*thin, {x, x, x}, illuminator);
-        EXPECT_FLOAT_EQ(light.r, 2) << x;
+        EXPECT_FLOAT_EQ(lookup(*thin, {x, x, x}, illuminator).r, 2) << x;
+        EXPECT_FLOAT_EQ(lookup(*single, {x, x, x}, illuminator).r, 2) << x;
     }
+    EXPECT_EQ(illuminator.illuminations, 5 + 1) << "each voxel once, and none beside the grid";
 }
 
 TEST(LightCache, TooMuchLight_IsNotStored) {
