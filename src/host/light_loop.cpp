@@ -79,6 +79,9 @@ struct Integrator::Lighting {
     BRDFSampler& brdf;
     TraceRay ray;  // what the scattering function sees
     PointRandom random;
+    /// What new rays take over from: where the light is to be the same whoever asks, a ray without
+    /// a history.
+    TraceRay asker = data.flags & TessUtils::kShadeFixedShadows ? TraceRay() : context.ray;
 
     bool shadows() const {
         return data.flags & (TessUtils::kShadeCastShadows | TessUtils::kShadeFixedShadows);
@@ -91,12 +94,10 @@ struct Integrator::Lighting {
         r.flags = TessUtils::kRayShadow;
         r.origin = data.object;
         r.light = light.getPlugin();
-        if (data.flags & TessUtils::kShadeFixedShadows)
-            return r;
-        r.flags |= context.ray.flags & kInherited;
-        r.time = context.ray.time;
-        r.depth = context.ray.depth;
-        r.diffuseLevel = context.ray.diffuseLevel;
+        r.flags |= asker.flags & kInherited;
+        r.time = asker.time;
+        r.depth = asker.depth;
+        r.diffuseLevel = asker.diffuseLevel;
         return r;
     }
 };
@@ -159,10 +160,11 @@ void Integrator::illuminateDirect(Lighting& lighting, LightInterface& light) {
 
 void Integrator::illuminateIndirect(Lighting& lighting) {
     ShadingContext& asking = lighting.context;
+    const TraceRay& asker = lighting.asker;
     ShadeData& data = lighting.data;
     const RenderSettings& settings = scene_.settings;
     if (!settings.globalIllumination || (data.flags & TessUtils::kShadeNotInGI) ||
-        asking.ray.diffuseLevel >= settings.giBounces || asking.ray.depth >= settings.rayDepth)
+        asker.diffuseLevel >= settings.giBounces || asker.depth >= settings.rayDepth)
         return;
     Thread& thread = *threads_[static_cast<std::size_t>(asking.threadIndex)];
     Nested nested(thread);
@@ -178,11 +180,11 @@ void Integrator::illuminateIndirect(Lighting& lighting) {
     if (!(weight > 0))
         return;
     ray.maxt = std::min(lighting.brdf.rayLength, 1e18);
-    ray.time = asking.ray.time;
-    ray.flags = TessUtils::kRayPath | TessUtils::kRayGI |
-                (asking.ray.flags & TessUtils::kRayLightCachePass);
-    ray.depth = asking.ray.depth + 1;
-    ray.diffuseLevel = asking.ray.diffuseLevel + 1;
+    ray.time = asker.time;
+    ray.flags =
+        TessUtils::kRayPath | TessUtils::kRayGI | (asker.flags & TessUtils::kRayLightCachePass);
+    ray.depth = asker.depth + 1;
+    ray.diffuseLevel = asker.diffuseLevel + 1;
     ray.origin = data.object;
 
     context->sampler = &lighting.random;

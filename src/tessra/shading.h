@@ -156,8 +156,9 @@ public:
 enum ShadeFlags : std::uint32_t {
     kShadeCastShadows = 0x1010,      // shadow rays that may follow the class of the asking ray
     kShadeVolumePoint = 0x808000,    // no surface: no cosine, no normal test
-    kShadeFixedShadows = 0x2000000,  // in place of kShadeCastShadows: shadow rays are traced all
-                                     // the same, but depend on the point alone, whoever asks
+    kShadeFixedShadows = 0x2000000,  // in place of kShadeCastShadows: shadow rays (and those of
+                                     // indirect light) are traced all the same, but depend on the
+                                     // point alone, at the start of the frame, whoever asks
     kShadeNotInGI = 0x200000,        // takes no indirect light
 };
 

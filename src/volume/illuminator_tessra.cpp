@@ -125,7 +125,10 @@ bool IlluminatorTessra::scatteredLightCounts() const {
 
 void IlluminatorTessra::setupPoint(const Vector& pos, const Color& diffuse) {
     const VolumeShaderTessra& shader = asTessra(*currentShader);
-    shadeData_.beginPoint(shader.worldFromGridPoint(pos, hostRay->time), -hostRay->dir);
+    // Whoever asks for a voxel of the cache first, its place is that at the start of the frame, for
+    // which the host traces such shadows.
+    const float time = kind & kKindCacheShadows ? 0 : hostRay->time;
+    shadeData_.beginPoint(shader.worldFromGridPoint(pos, time), -hostRay->dir);
     shadeData_.sampleSeed = seed;
     if (kind & kKindCacheLights) {
         const float most = std::max({diffuse.r, 0.1f, diffuse.g, diffuse.b});
@@ -181,6 +184,9 @@ void IlluminatorTessra::fillElements(const MyWhiteBRDF& brdf) {
 void IlluminatorTessra::beginElements() {
     elementMask = 0;
     std::fill(std::begin(elements), std::end(elements), Color());
+    // A surface's colour is asked for by the host, channels or not.
+    if (currentShader && !currentShader->has(kLightCache | kVolumetric))
+        elementMask |= bit(kElementDiffuse);
     if (!channels_ || !hostRay)
         return;
     const bool firstHit = (hostRay->flags & TessUtils::kRayFirstHit) != 0;
@@ -194,8 +200,6 @@ void IlluminatorTessra::beginElements() {
             continue;
         elementMask |= bit(element);
     }
-    if (currentShader && !currentShader->has(kLightCache | kVolumetric))
-        elementMask |= bit(kElementDiffuse);
 }
 
 void IlluminatorTessra::writeElements() {

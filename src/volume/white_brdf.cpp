@@ -19,7 +19,7 @@ constexpr double kUnlimited = 1e18;
 /// Half a scene unit: closer lights don't grow brighter.
 float nearLightFade(float distance) {
     const float squared = distance * distance;
-    return squared / (squared + 0.25f);
+    return std::isinf(squared) ? 1 : squared / (squared + 0.25f);
 }
 
 }  // namespace

@@ -276,9 +276,15 @@ TEST_F(LightLoop, IndirectLight_IsWeightedLimitedAndFlagged) {
         EXPECT_EQ(sums.gi, Color());
         EXPECT_EQ(slabRecord().calls.back().ray.maxt, 4.5);
         EXPECT_EQ(gather(kShadeNotInGI, 1e18).gi, Color());
+        const TraceRay before = context.ray;
+        context.ray.time = 0.5f;
         context.ray.diffuseLevel = 2;
         EXPECT_EQ(gather(0, 1e18).gi, Color()) << "past the last bounce";
-        context.ray.diffuseLevel = 0;
+        // A point whose light is to be the same for all that ask.
+        EXPECT_NEAR(gather(kShadeFixedShadows, 1e18).gi.r, 4 * factor, 1e-5);
+        EXPECT_EQ(slabRecord().calls.back().ray.time, 0);
+        EXPECT_EQ(slabRecord().calls.back().ray.diffuseLevel, 1);
+        context.ray = before;
     };
     askInVolume(lamp, ask, R"("gi": true, "gi_bounces": 2)");
 }

@@ -123,12 +123,33 @@ TEST(IlluminatorTessra, CacheVoxel_DoesNotDependOnTheAskingRay) {
     EXPECT_EQ(asked.importance, (Color{0.5f, 0.5f, 0.5f}));
 }
 
+TEST(IlluminatorTessra, PointsOfAMovingVolume_FollowTheRaysTimeButCacheVoxelsDont) {
+    Host host;
+    host.shader.setTransforms({{{2, 0, 0}, {0, 2, 0}, {0, 0, 2}}, {}},
+                              {{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}, {108, 0, 0}}, true);
+    host.context.ray.time = 0.25f;
+    IlluminatorTessra illuminator(&host.context, nullptr);
+    host.illuminate(illuminator);
+    const double moved = host.lights.asked.position.x;
+    illuminator.kind |= kKindCacheLights | kKindCacheShadows;
+    host.illuminate(illuminator);
+    EXPECT_NEAR(moved - host.lights.asked.position.x, 0.25 * 8, 1e-5);
+    const TracePoint voxel = host.lights.asked.position;
+    host.context.ray.time = 0.75f;
+    IlluminatorTessra later(&host.context, nullptr);
+    later.kind |= kKindCacheLights | kKindCacheShadows;
+    host.illuminate(later);
+    EXPECT_EQ(host.lights.asked.position, voxel);
+}
+
 TEST(IlluminatorTessra, NearLights_AreSoftened) {
     Host host;
     host.lights.distance = 0.5f;
     expectColor(host.illuminate(), {0.5f, 0.5f, 0.5f});
     host.lights.distance = 0;
     expectColor(host.illuminate(), {});
+    host.lights.distance = 1e30f;
+    expectColor(host.illuminate(), {1, 1, 1});
 }
 
 TEST(IlluminatorTessra, IndirectLight_IsScaledByItsOwnFactor) {
@@ -219,6 +240,15 @@ TEST(IlluminatorTessra, RenderChannels_ChooseAndTakeElements) {
     values.values.assign(4, {9, 9, 9});
     host.context.channels = &values;
     const std::uint32_t always = 1u << kElementTotalLighting | 1u << kElementIndirect;
+    {
+        // A surface's own colour is wanted even where nobody takes it as a channel.
+        VolumeShaderTessra surface;
+        surface.flags = kDiffuse;
+        IlluminatorTessra illuminator(&host.context, nullptr);
+        illuminator.selectShader(surface);
+        illuminator.beginElements();
+        EXPECT_EQ(illuminator.elementMask, 1u << kElementDiffuse);
+    }
     {
         host.shader.flags |= kLightCache;
         IlluminatorTessra illuminator(&host.context, &host.channels);
