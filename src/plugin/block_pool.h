@@ -48,11 +48,12 @@ private:
     int stride() const { return blockSize_ > 0 ? blockSize_ : 1; }
 
     bool grow() {
-        Chunk chunk(new (std::nothrow) void*[std::size_t(stride()) * kBlocksInChunk]);
-        if (!chunk)
+        try {
+            chunks_.push_back(std::make_unique<void*[]>(std::size_t(stride()) * kBlocksInChunk));
+        } catch (const std::bad_alloc&) {
             return false;
-        addFree(chunk.get());
-        chunks_.push_back(std::move(chunk));
+        }
+        addFree(chunks_.back().get());
         return true;
     }
 

@@ -155,6 +155,7 @@ void NimbraVolPlugin::prepareThreads(int threadCount) {
     threadPools.resize(std::size_t(std::clamp(threadCount, 1, kMaxRenderThreads)));
     for (BlockPool& pool : threadPools)
         pool.prepare(shaders.size);
+    rayTimes_.assign(threadPools.size(), 0.0f);
 }
 
 void NimbraVolPlugin::buildTree(ProgressCallback* progress) {
@@ -166,8 +167,8 @@ void NimbraVolPlugin::buildTree(ProgressCallback* progress) {
         list.push_back(&asTessra(*shader));
     tree_.build(list);
     if (progress) {
-        progress->printInfo("QND tree contains %u primitives.\n", tree_.primitiveCount());
-        progress->printInfo("QND tree built in %.2f ms, depth %u.\n", tree_.buildMilliseconds(),
+        progress->printInfo("QND tree contains %u primitives.", tree_.primitiveCount());
+        progress->printInfo("QND tree built in %.2f ms, depth %u.", tree_.buildMilliseconds(),
                             tree_.depth());
     }
 }
@@ -179,19 +180,21 @@ void NimbraVolPlugin::clearGeometry(TessraRenderer*) {
     tree_.clear();
 }
 
-/// The shaders that take part in one ray. Shaders that keep a time for each thread are set to the
-/// ray's time while this lives: a ray that is traced from inside the march has a time of its own,
-/// and gives the outer ray's back.
+/// The shaders that take part in one ray. Shaders that keep a time for each thread, and textures,
+/// are set to the ray's time while this lives: a ray that is traced from inside the march has a
+/// time of its own, and gives the outer ray's back.
 class NimbraVolPlugin::ActiveShaders {
 public:
     ActiveShaders(NimbraVolPlugin& plugin, ShadingContext& context)
         : plugin_(plugin),
           pool_(plugin.threadPools[std::size_t(context.threadIndex)]),
           thread_(context.threadIndex),
+          outerTime_(plugin.rayTimes_[std::size_t(thread_)]),
           active_(pool_.take()),
           savedTimes_(pool_.take()) {
         if (!active_ || !savedTimes_)
             return;
+        plugin.rayTimes_[std::size_t(thread_)] = context.ray.time;
         for (int i = 0; i < plugin.shaders.size; ++i) {
             time(i) = kNoTime;
             if (plugin.simInterfaces[i]->isVisibleFor(context))
@@ -202,6 +205,10 @@ public:
         for (int i = 0; savedTimes_ && active_ && i < plugin_.shaders.size; ++i)
             if (time(i) != kNoTime)
                 *asTessra(*plugin_.shaders[i]).threadTime(thread_) = time(i);
+        for (int i = 0; i < count_; ++i)
+            if (usesTextures(*list()[i]))
+                list()[i]->beginTextureFrame(outerTime_);
+        plugin_.rayTimes_[std::size_t(thread_)] = outerTime_;
         if (savedTimes_)
             pool_.give(savedTimes_);
         if (active_)
@@ -219,6 +226,9 @@ public:
 
 private:
     float& time(int i) { return reinterpret_cast<float&>(savedTimes_[i]); }
+    static bool usesTextures(const VolumeShader& shader) {
+        return shader.has(kTextureFlags | kModEmissive | kModDiffuse | kModOpacity);
+    }
 
     void activate(int i, const ShadingContext& context) {
         VolumeShaderTessra& shader = asTessra(*plugin_.shaders[i]);
@@ -227,7 +237,7 @@ private:
             time(i) = *threadTime;
             *threadTime = context.ray.time;
         }
-        if (shader.has(kTextureFlags | kModEmissive | kModDiffuse | kModOpacity)) {
+        if (usesTextures(shader)) {
             shader.beginTextureFrame(context.ray.time);
             shader.setTextureThread(thread_);
         }
@@ -238,6 +248,7 @@ private:
     NimbraVolPlugin& plugin_;
     BlockPool& pool_;
     const int thread_;
+    const float outerTime_;  // of the ray that this one was traced from
     void** active_;
     void** savedTimes_;
     int count_ = 0;

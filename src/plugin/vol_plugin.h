@@ -74,6 +74,7 @@ private:
     TessUtils::TessraPluginParameter* forceProbSamplesGI = nullptr;
     const TessUtils::RenderChannelListInterface* renderChannels_ = nullptr;
     std::vector<BlockPool> threadPools;  // one for each render thread
+    std::vector<float> rayTimes_;        // of the ray that each render thread is at
     QndTree tree_;
 };
 

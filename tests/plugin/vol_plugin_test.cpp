@@ -292,6 +292,30 @@ TEST(NimbraVolPlugin, Light_PassesThroughTheSmokeThatItShadows) {
     EXPECT_EQ(container.renderer().times[0], -1);
 }
 
+/// Keeps the times at which it is asked.
+struct TimedTexture : TextureInterface {
+    std::vector<float> times;
+    AColor getTexColor(const TextureContext& context) override {
+        times.push_back(static_cast<float>(context.time));
+        return {{1, 1, 1}, 1};
+    }
+};
+
+TEST(NimbraVolPlugin, ShadowRaysOfAnotherTime_DontMoveTheTexturesOfTheRay) {
+    Collector c;
+    Container container;
+    TimedTexture texture;
+    container.renderer().flags |= kTexDiffuse;
+    container.renderer().textures[kDiffuseSlot] = &texture;
+    SunThroughVolumes sun(c.plugin);
+    c.context.lights = &sun;
+    c.context.ray.time = 0.75f;
+    c.collect({&container});
+    c.shade();
+    ASSERT_GT(texture.times.size(), 10u);
+    EXPECT_EQ(std::set<float>(texture.times.begin(), texture.times.end()), std::set<float>{0.75f});
+}
+
 TEST(NimbraVolPlugin, LightCache_HoldsTheSameLight) {
     Collector c;
     Container container;
@@ -324,7 +348,7 @@ TEST(NimbraVolPlugin, ManyContainers_AreFoundByTheTree) {
         getVolumeRegister(&c.renderer)->add(containers.back().get());
     }
     c.plugin.compileGeometry(&c.renderer);
-    EXPECT_EQ(c.renderer.log.count("info: QND tree contains 12 primitives.\n"), 1);
+    EXPECT_EQ(c.renderer.log.count("info: QND tree contains 12 primitives."), 1);
     EXPECT_EQ(c.renderer.log.count("info: QND tree built in "), 1);
     // Every second one stands aside of the ray.
     EXPECT_TRUE(isDimmed(c.transparency(), 60, 6));
