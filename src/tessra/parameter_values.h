@@ -34,7 +34,6 @@ public:
     void setKey(double time, ParamList list);
     bool isAnimated() const { return keys_.size() > 1; }
 
-    const char* getName() const override { return name_.c_str(); }
     int getCount(double time) const override;
     int getInt(int index, double time) const override;
     float getFloat(int index, double time) const override;
@@ -45,6 +44,7 @@ public:
     Transform getTransform(int index, double time) const override;
     PluginBase* getObject(int index) const override;
     TessraParameterType getType(int index) const override;
+    const char* getName() const override { return name_.c_str(); }
     std::string getString(int index, double time) const override;
 
 private:

@@ -68,7 +68,6 @@ struct TESSRA_API ParameterDef {
 class TESSRA_API TessraPluginParameter {
 public:
     virtual ~TessraPluginParameter();
-    virtual const char* getName() const = 0;
     /// Entries of a list at that time; -1 for a single value.
     virtual int getCount(double time) const = 0;
     virtual int getInt(int index, double time) const = 0;
@@ -80,6 +79,7 @@ public:
     virtual Transform getTransform(int index, double time) const = 0;
     virtual PluginBase* getObject(int index) const = 0;
     virtual TessraParameterType getType(int index) const = 0;
+    virtual const char* getName() const = 0;
     virtual std::string getString(int index, double time) const = 0;
 };
 
