@@ -3,21 +3,9 @@
 //
 // Thin wrappers over the host's allocator, and the one exception class of the library.
 //
-// The module's own operator new is made of them, in a source that only the module links:
-//
-//     void* operator new(std::size_t n) { return NMBUtils::allocOrThrow(n); }
-//     void* operator new[](std::size_t n) { return NMBUtils::allocOrThrow(n); }
-//     void* operator new(std::size_t n, std::align_val_t a) {
-//         return NMBUtils::allocAlignedOrThrow(n, static_cast<std::size_t>(a));
-//     }
-//     void* operator new(std::size_t n, const std::nothrow_t&) noexcept { return vmalloc(n); }
-//     void operator delete(void* p) noexcept { NMBUtils::freeMem(p); }
-//
-// and so on for each array, aligned, sized and nothrow form. Leave none out: a block of a form that
-// still comes from the C++ library would come back here. That in itself is harmless, as both heaps
-// are the C heap, so blocks may cross between the module and other libraries in both directions
-// (only the tracker's count drifts then). Sanitizers do object to it: leave the source out where
-// NIMBRA_SANITIZED is defined.
+// The module's own operator new and delete, in every form, are made of them in a source that only
+// the module links. Blocks may cross between the module and other libraries in both directions, as
+// both heaps are the C heap; only the tracker's count drifts then.
 #pragma once
 
 #include <cstddef>
