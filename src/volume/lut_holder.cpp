@@ -37,8 +37,9 @@ void storeColor(float* table, int i, const Color& c) {
         table[3 * i + channel] = c[channel];
 }
 
+/// The colour with each channel at least 0; a NaN counts as 0.
 Color nonNegative(const Color& c) {
-    return {std::max(c.r, 0.0f), std::max(c.g, 0.0f), std::max(c.b, 0.0f)};
+    return {std::fmax(c.r, 0.0f), std::fmax(c.g, 0.0f), std::fmax(c.b, 0.0f)};
 }
 
 float density(float transparency) {

@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Single rays against golden values.
-#include "foundation/ramps.h"
 #include "support/golden.h"
+#include "volume/golden_tables.h"
 #include "volume/test_scene.h"
 
 namespace nimbra::test {
@@ -34,67 +34,14 @@ TessUtils::Transform transformFrom(const json& m) {
     return t;
 }
 
-void setRange(LutRange& range, const json& lut) {
-    if (lut.contains("range"))
-        range = {lut["range"][0].get<float>(), lut["range"][1].get<float>()};
-}
-
-void setCurve(NMBUtils::RenderDiagramSamplerStandAlone& curve, const json& points) {
-    std::vector<float> xs, ys;
-    std::vector<NMBUtils::MultiCurvePointType> types;
-    for (const json& point : points) {
-        xs.push_back(point[0]);
-        ys.push_back(point[1]);
-        types.push_back(static_cast<NMBUtils::MultiCurvePointType>(point[2].get<int>()));
-    }
-    ASSERT_TRUE(curve.setPoints(xs.data(), ys.data(), types.data(), static_cast<int>(xs.size())));
-}
-
-void setGradient(NMBUtils::RenderGradientSamplerStandAlone& gradient, const json& from) {
-    std::vector<float> positions;
-    std::vector<Color> colors;
-    for (const json& key : from["keys"]) {
-        positions.push_back(key[0]);
-        colors.push_back({key[1], key[2], key[3]});
-    }
-    ASSERT_TRUE(
-        gradient.setKeys(positions.data(), colors.data(), static_cast<int>(positions.size())));
-    gradient.type = from["type"];
-}
-
 void buildTables(TestVolume& volume, const json& luts) {
-    if (luts.contains("emission")) {
-        const json& from = luts["emission"];
-        setRange(volume.luts.eRange, from);
-        NMBUtils::RenderDiagramSamplerStandAlone curve;
-        NMBUtils::RenderGradientSamplerStandAlone gradient;
-        setCurve(curve, from["curve"]["points"]);
-        setGradient(gradient, from["gradient"]);
-        EmissionTableSettings settings;
-        settings.rawIndex = from["raw"];
-        settings.blackbodyMode = from["channel"];
-        settings.blackbody = from["blackbody"];
-        settings.physMult = from["phys_mult"];
-        settings.emult = from["emult"];
-        settings.tmultFireOpacity = from["tmult_fire"];
-        settings.fireOpacityScale = from["fire_scale"];
-        settings.fireOpacityMode = volume.params.getInt("fire_opacity_mode");
-        volume.luts.buildEmissionTable(curve, gradient, settings);
-    }
-    if (luts.contains("diffuse")) {
-        setRange(volume.luts.dRange, luts["diffuse"]);
-        NMBUtils::RenderGradientSamplerStandAlone gradient;
-        setGradient(gradient, luts["diffuse"]["gradient"]);
-        volume.luts.buildDiffuseTable(gradient, luts["diffuse"]["raw"]);
-    }
-    if (luts.contains("opacity")) {
-        setRange(volume.luts.tRange, luts["opacity"]);
-        NMBUtils::RenderDiagramSamplerStandAlone curve;
-        setCurve(curve, luts["opacity"]["curve"]["points"]);
-        volume.luts.buildOpacityTable(curve, luts["opacity"]["raw"],
-                                      volume.params.getInt("transpmode") != 0,
-                                      luts["opacity"]["scale"]);
-    }
+    if (luts.contains("emission"))
+        buildGoldenEmission(volume.luts, luts["emission"],
+                            volume.params.getInt("fire_opacity_mode"));
+    if (luts.contains("diffuse"))
+        buildGoldenDiffuse(volume.luts, luts["diffuse"]);
+    if (luts.contains("opacity"))
+        buildGoldenOpacity(volume.luts, luts["opacity"], volume.params.getInt("transpmode") != 0);
 }
 
 void setGizmo(TestVolume& volume, const json& from) {

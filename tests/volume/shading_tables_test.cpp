@@ -11,6 +11,7 @@
 #include "foundation/ramps.h"
 #include "support/golden.h"
 #include "volume/fast_exp.h"
+#include "volume/golden_tables.h"
 #include "volume/lut_holder.h"
 #include "volume/volume_shader.h"
 
@@ -20,8 +21,6 @@ namespace {
 using nlohmann::json;
 using NMBUtils::IRenderDiagramSampler;
 using NMBUtils::IRenderGradientSampler;
-using NMBUtils::RenderDiagramSamplerStandAlone;
-using NMBUtils::RenderGradientSamplerStandAlone;
 using TessUtils::Color;
 using TessUtils::Vector;
 using test::expectGolden;
@@ -46,32 +45,6 @@ struct GradientOf final : IRenderGradientSampler {
 
 const auto kWhite = GradientOf([](float) { return Color{1, 1, 1}; });
 
-void set(RenderDiagramSamplerStandAlone& curve, const json& source) {
-    std::vector<float> xs, ys;
-    std::vector<NMBUtils::MultiCurvePointType> types;
-    for (const json& p : source["points"]) {
-        xs.push_back(p[0]);
-        ys.push_back(p[1]);
-        types.push_back(static_cast<NMBUtils::MultiCurvePointType>(p[2].get<int>()));
-    }
-    curve.setPoints(xs.data(), ys.data(), types.data(), int(xs.size()));
-}
-
-void set(RenderGradientSamplerStandAlone& gradient, const json& source) {
-    std::vector<float> positions;
-    std::vector<Color> colors;
-    for (const json& k : source["keys"]) {
-        positions.push_back(k[0]);
-        colors.push_back({k[1], k[2], k[3]});
-    }
-    gradient.type = source["type"];
-    gradient.setKeys(positions.data(), colors.data(), int(positions.size()));
-}
-
-LutRange rangeOf(const json& build) {
-    return {build["range"][0], build["range"][1]};
-}
-
 /// Builds the tables of a golden case, and a shader that reads them.
 struct GoldenTables {
     NimbraVolumeRenderLUTholder luts;
@@ -80,56 +53,25 @@ struct GoldenTables {
     explicit GoldenTables(const json& table) {
         const json& build = table["build"];
         const std::string kind = table["kind"];
-        if (kind == "opacity_list")
-            buildList(build);
-        else if (kind == "emission")
-            buildEmission(build);
-        else if (kind == "diffuse")
-            buildDiffuse(build);
-        else if (kind == "opacity")
-            buildOpacity(build);
-        else
+        if (kind == "opacity_list") {
+            const std::vector<float> list = build["list"];
+            luts.setOpacityList(list.data(), int(list.size()), build["transpmode"] != 0,
+                                build["tmult"], build["density_scale"]);
+        } else if (kind == "emission") {
+            shader.fire_opacity_mode = build["mode"];
+            test::buildGoldenEmission(luts, build, shader.fire_opacity_mode);
+        } else if (kind == "diffuse") {
+            test::buildGoldenDiffuse(luts, build);
+        } else if (kind == "opacity") {
+            test::buildGoldenOpacity(luts, build, build["transpmode"] != 0);
+        } else {
             ADD_FAILURE() << "unknown kind of table " << kind;
+        }
         shader.flags |= kEmissive | kDiffuse;
         shader.emissionTable = luts.emission.get();
         shader.fireOpacityTable = luts.fireOpacity.get();
         shader.diffuseTable = luts.diffuse.get();
         shader.opacityTable = luts.opacity.get();
-    }
-
-    void buildEmission(const json& build) {
-        EmissionTableSettings s;
-        s.rawIndex = build["raw"];
-        s.blackbodyMode = build["channel"];
-        s.blackbody = build["blackbody"];
-        s.physMult = build["phys_mult"];
-        s.emult = build["emult"];
-        s.tmultFireOpacity = build["tmult_fire"];
-        s.fireOpacityScale = build["fire_scale"];
-        s.fireOpacityMode = shader.fire_opacity_mode = build["mode"];
-        luts.eRange = rangeOf(build);
-        RenderDiagramSamplerStandAlone curve;
-        RenderGradientSamplerStandAlone gradient;
-        set(curve, build["curve"]);
-        set(gradient, build["gradient"]);
-        luts.buildEmissionTable(curve, gradient, s);
-    }
-    void buildDiffuse(const json& build) {
-        luts.dRange = rangeOf(build);
-        RenderGradientSamplerStandAlone gradient;
-        set(gradient, build["gradient"]);
-        luts.buildDiffuseTable(gradient, build["raw"]);
-    }
-    void buildOpacity(const json& build) {
-        luts.tRange = rangeOf(build);
-        RenderDiagramSamplerStandAlone curve;
-        set(curve, build["curve"]);
-        luts.buildOpacityTable(curve, build["raw"], build["transpmode"] != 0, build["scale"]);
-    }
-    void buildList(const json& build) {
-        const std::vector<float> list = build["list"];
-        luts.setOpacityList(list.data(), int(list.size()), build["transpmode"] != 0, build["tmult"],
-                            build["density_scale"]);
     }
 };
 
@@ -236,6 +178,18 @@ TEST(EmissionTable, StrengthsThatAreNone_AreDark) {
     EXPECT_GT(luts.emission[3 * 5000], 0);
     luts.buildEmissionTable(CurveOf([](float) { return std::nanf(""); }), kWhite, s);
     EXPECT_EQ(luts.emission[3 * 5000], 0);
+}
+
+TEST(ColorTables, ColorsThatAreNone_AreDark) {
+    NimbraVolumeRenderLUTholder luts;
+    const auto broken = GradientOf([](float) { return Color{std::nanf(""), 1, -1}; });
+    luts.buildEmissionTable(CurveOf([](float) { return 1.0f; }), broken, {});
+    luts.buildDiffuseTable(broken, true);
+    for (const float* table : {luts.emission.get(), luts.diffuse.get()}) {
+        EXPECT_EQ(table[0], 0);
+        EXPECT_GT(table[1], 0);
+        EXPECT_EQ(table[2], 0);
+    }
 }
 
 TEST(EmissionTable, OwnOpacity_IsDarkAroundTheZeroOfTheChannel) {
