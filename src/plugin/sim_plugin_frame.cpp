@@ -3,6 +3,7 @@
 //
 // Loading a frame: from the parameters and the cache to a shader with grid, tables and settings.
 // The order of the steps matters, and so does the order of the messages.
+#include "cache/env_path.h"
 #include "cache/frame_data.h"
 #include "plugin/empty_grid.h"
 #include "plugin/sim_frame_load.h"
@@ -13,14 +14,6 @@ namespace nimbra {
 
 using namespace TessUtils;
 using NMBUtils::Matrix34;
-
-namespace {
-
-bool isNetworkPath(const std::string& path) {
-    return path.compare(0, 2, "\\\\") == 0 || path.compare(0, 2, "//") == 0;
-}
-
-}  // namespace
 
 void NimbraSimPlugin::preFrameBegin(TessraRenderer* renderer) {
     renderer_ = renderer;

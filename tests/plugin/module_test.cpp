@@ -75,7 +75,7 @@ TEST(Module, Plugins_LiveInTheHostsMemory) {
     testing::internal::CaptureStdout();
     PluginLibDesc* library = module().getLibDesc();
     testing::internal::GetCapturedStdout();
-    for (const char* name : {"NmbShaderSim", "NmbShaderSimVol"}) {
+    for (const char* name : {"NmbShaderSim", "NmbShaderSimVol", "NmbShaderCache"}) {
         Find find(name);
         library->enumPlugins(&find);
         ASSERT_NE(find.found, nullptr) << name;
