@@ -51,7 +51,8 @@ struct InsertAttribute {
     void operator()(const Matrix44& v) const {
         Imath::M44f m;
         for (int i = 0; i < 16; ++i)
-            m[i / 4][i % 4] = static_cast<float>(v[static_cast<std::size_t>(i)]);
+            // Adding zero turns a negative one positive: it reads better.
+            m[i / 4][i % 4] = static_cast<float>(v[static_cast<std::size_t>(i)]) + 0.0f;
         header.insert(name, Imf::M44fAttribute(m));
     }
 };

@@ -116,8 +116,9 @@ TEST_P(EveryCamera, LensKeepsThePlaneInFocusSharp) {
     EXPECT_NEAR(spread, 0.25, 0.01);
 }
 
-INSTANTIATE_TEST_SUITE_P(Projections, EveryCamera, ::testing::Bool(),
-                         [](const auto& which) { return which.param ? "Pinhole" : "Orthographic"; });
+INSTANTIATE_TEST_SUITE_P(Projections, EveryCamera, ::testing::Bool(), [](const auto& which) {
+    return which.param ? "Pinhole" : "Orthographic";
+});
 
 TEST(PinholeCamera, FieldOfViewIsHorizontal) {
     ProjectionSettings s = wideSettings();

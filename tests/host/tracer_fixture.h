@@ -251,16 +251,7 @@ protected:
     }
     FrameBuffer tryRender(const std::string& plugins, const std::string& settings, int threads,
                           std::string& error) {
-        SceneDiagnostics diagnostics;
-        const std::string text = R"({"nimbra": 1, "s": {"plugin": "TessraSettings", )"
-                                 R"("width": )" +
-                                 std::to_string(width_) + R"(, "height": )" +
-                                 std::to_string(height_) + unless(settings, "samples", "1") +
-                                 unless(settings, "filter_width", "0") +
-                                 (settings.empty() ? "" : ", ") + settings + "}, " + plugins + "}";
-        const SceneDocument document = SceneDocument::parse(text, "/scenes/test.json", diagnostics);
-        const auto scene = Scene::create(document, registry_.registry, diagnostics);
-        error = diagnostics.str();
+        const auto scene = makeScene(plugins, settings);
         if (!scene)
             return {};
         PathTracer tracer(registry_.log.log);
@@ -271,6 +262,19 @@ protected:
             RenderSession(*scene, tracer, output, registry_.log.log, abort_).run(options);
         error = result.error;
         return output.pixels;
+    }
+    /// Null with a failed test when the text is at fault.
+    std::unique_ptr<Scene> makeScene(const std::string& plugins, const std::string& settings) {
+        const std::string text = R"({"nimbra": 1, "s": {"plugin": "TessraSettings", "width": )" +
+                                 std::to_string(width_) + R"(, "height": )" +
+                                 std::to_string(height_) + unless(settings, "samples", "1") +
+                                 unless(settings, "filter_width", "0") +
+                                 (settings.empty() ? "" : ", ") + settings + "}, " + plugins + "}";
+        SceneDiagnostics diagnostics;
+        const SceneDocument document = SceneDocument::parse(text, "/scenes/test.json", diagnostics);
+        auto scene = Scene::create(document, registry_.registry, diagnostics);
+        EXPECT_EQ(diagnostics.str(), "");
+        return scene;
     }
     static std::string unless(const std::string& settings, const std::string& row,
                               const std::string& value) {

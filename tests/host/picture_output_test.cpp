@@ -1,0 +1,125 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "host/picture_output.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "host/camera.h"
+#include "host/tracer_fixture.h"
+#include "support/temp_folder.h"
+
+namespace nimbra::host {
+namespace {
+
+namespace fs = std::filesystem;
+
+class PictureOutputTest : public test::TracerFixture {
+protected:
+    PictureOutputOptions options() {
+        PictureOutputOptions o;
+        o.paths = [this](int frame) {
+            const std::string number = std::to_string(frame);
+            return std::vector<std::string>{folder_ / ("f" + number + ".exr"),
+                                            folder_ / ("f" + number + ".png")};
+        };
+        o.version = "1.2.3";
+        return o;
+    }
+    SessionResult renderTo(PictureOutput& output, const std::string& plugins,
+                           const std::string& settings) {
+        const auto scene = makeScene(plugins, settings);
+        PathTracer tracer(registry_.log.log);
+        SessionOptions session;
+        session.threads = 1;
+        return RenderSession(*scene, tracer, output, registry_.log.log, abort_).run(session);
+    }
+    Picture read(const std::string& name) {
+        Picture picture;
+        std::string error;
+        EXPECT_TRUE(readPicture(folder_ / name, picture, error)) << error;
+        return picture;
+    }
+    nimbra::test::TempFolder folder_;
+};
+
+constexpr const char* kSmoke =
+    R"(, "v": {"plugin": "Slab", "low": [-50, -50, 0], "high": [50, 50, 1],
+       "extinction": [0.6931472, 0.6931472, 0.6931472], "emission": [0, 0, 0]})";
+
+TEST_F(PictureOutputTest, WritesEveryFrameWithItsMetadata) {
+    PictureOutput output(options());
+    std::string error;
+    ASSERT_TRUE(output.prepare({4, 6}, error)) << error;
+    const SessionResult result =
+        renderTo(output, std::string(kFront) + kSmoke,
+                 R"("first_frame": 4, "last_frame": 6, "frame_step": 2, "fps": 25, "seed": 9,
+                    "samples": 2, "scene_offset": [100, 0, 0])");
+    EXPECT_EQ(result.status, RenderStatus::Complete) << result.error;
+    Picture picture = read("f6.exr");
+    auto& a = picture.attributes;
+    EXPECT_EQ(a["Software"], "nimbra 1.2.3");
+    EXPECT_EQ(a["nimbra/version"], "1.2.3");
+    EXPECT_EQ(a["nimbra/scene"], "test.json") << "no path of this machine";
+    EXPECT_EQ(a["nimbra/frame"], "6");
+    EXPECT_EQ(a["nimbra/samples"], "2");
+    EXPECT_EQ(a["nimbra/seed"], "9");
+    EXPECT_EQ(a["nimbra/complete"], "1");
+    EXPECT_EQ(a["framesPerSecond"], "25/1");
+    EXPECT_TRUE(a.contains("nimbra/renderSeconds"));
+    // The camera's place in the world, not in the shifted space of the rays.
+    EXPECT_EQ(a["worldToCamera"], "1 0 0 0 0 1 0 0 0 0 -1 0 0 0 10 1");
+    EXPECT_TRUE(a.contains("worldToNDC"));
+    EXPECT_EQ(picture.pixels.layerNames, std::vector<std::string>{"Z"});
+    EXPECT_TRUE(fs::exists(folder_ / "f4.png"));
+}
+
+TEST_F(PictureOutputTest, PngIsOpaqueOnlyWithABackground) {
+    PictureOutput output(options());
+    renderTo(output, std::string(kFront) + kSmoke, "");
+    EXPECT_EQ(read("f1.png").pixels.rgba[3], 128 / 255.0f);
+    renderTo(output, std::string(kFront) + kSmoke, R"("background": [1, 1, 1])");
+    Picture picture = read("f1.png");
+    EXPECT_EQ(picture.pixels.rgba[3], 1);
+    EXPECT_EQ(picture.pixels.rgba[0], 188 / 255.0f);  // half the light, in sRGB
+    renderTo(
+        output,
+        std::string(kFront) + kSmoke + R"(, "sky": {"plugin": "TessraLightSky", "visible": true})",
+        "");
+    EXPECT_EQ(read("f1.png").pixels.rgba[3], 1);
+}
+
+TEST_F(PictureOutputTest, DeterministicFilesAreTheSameToTheByte) {
+    PictureOutputOptions o = options();
+    o.deterministic = true;
+    PictureOutput output(o);
+    std::string bytes[2];
+    for (std::string& file : bytes) {
+        renderTo(output, std::string(kFront) + kSmoke, "");
+        file = nimbra::test::readFile(folder_ / "f1.exr");
+    }
+    EXPECT_NE(bytes[0], "");
+    EXPECT_EQ(bytes[0], bytes[1]);
+}
+
+TEST_F(PictureOutputTest, FaultsAreFoundBeforeTheFirstRay) {
+    PictureOutputOptions o = options();
+    std::string error;
+    o.paths = [](int) { return std::vector<std::string>{"/proc/no/way.exr"}; };
+    EXPECT_FALSE(PictureOutput(o).prepare({1}, error));
+    EXPECT_EQ(error.rfind("/proc/no: ", 0), 0u) << error;
+    o.paths = [](int) { return std::vector<std::string>{"picture.gif"}; };
+    EXPECT_FALSE(PictureOutput(o).prepare({1}, error));
+    EXPECT_EQ(error, "picture.gif: the name must end in .exr or .png");
+    // And a folder that goes away meanwhile ends the frame with the reason.
+    const std::string gone = folder_ / "gone/p.exr";
+    o.paths = [&](int) { return std::vector<std::string>{gone}; };
+    PictureOutput output(o);
+    const SessionResult result = renderTo(output, kFront, "");
+    EXPECT_EQ(result.status, RenderStatus::Failed);
+    EXPECT_EQ(result.error, gone + ": No such file or directory");
+}
+
+}  // namespace
+}  // namespace nimbra::host
