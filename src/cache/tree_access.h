@@ -11,6 +11,11 @@
 
 namespace nimbra {
 
+template <int Inner>
+struct EightWeights;
+template <int Inner>
+class NineRows;
+
 /// Value types of trees.
 enum TreeKind : std::int32_t {
     kDense = 0,
@@ -54,11 +59,12 @@ float readTree(const VdbGridHolder* holder, std::int32_t treeKind, std::int64_t 
 /// cell active. Not safe between threads that write, or write and read, near each other.
 void writeTree(VdbGridHolder* holder, std::int32_t treeKind, std::int64_t index, float value);
 
-/// Fetches the 2 x 2 x 2 cells from (x, y, z) up: out[(i * 2 + j) * 2 + k] is the scaled value of
-/// cell (x + i, y + j, z + k).
-void fetchTree2(const VdbGridHolder* holder, int x, int y, int z, float out[8]);
-/// Fetches the 3 x 3 x 3 cells from (x, y, z) up: out[(i * 3 + j) * 3 + k].
-void fetchTree3(const VdbGridHolder* holder, int x, int y, int z, float out[27]);
+/// The scaled value of cell (x, y, z).
+float readTreeCell(const VdbGridHolder* holder, int x, int y, int z);
+/// The weighted and scaled sum of the 2 x 2 x 2 cells from (x, y, z) up.
+float weighTree2(const VdbGridHolder* holder, int x, int y, int z, const EightWeights<2>& weights);
+/// The same of 3 x 3 x 3 cells.
+float weighTree3(const VdbGridHolder* holder, int x, int y, int z, const NineRows<2>& weights);
 /// Fetches the cells at all combinations of the given coordinates, n of them on each axis:
 /// out[(i * n[1] + j) * n[2] + k] is the value of cell (x[i], y[j], z[k]).
 void fetchTreeCells(const VdbGridHolder* holder, const int n[3], const int x[], const int y[],
