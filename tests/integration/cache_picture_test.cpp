@@ -1,0 +1,107 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+//
+// From files on disk to pixels: what is known of homogeneous smoke must come out of the picture.
+#include <fmt/format.h>
+
+#include <cmath>
+
+#include "cache/vdb_writer.h"
+#include "module_fixture.h"
+#include "support/temp_folder.h"
+
+namespace nimbra::host {
+namespace {
+
+constexpr int kCells = 20;
+constexpr float kDensity = 0.05f;
+
+/// A cube of even density with voxels of one unit; cell (0, 0, 0) lies in the world's origin.
+void writeCube(const std::filesystem::path& path) {
+    test::GridSpec grid;
+    for (int z = 0; z < kCells; ++z)
+        for (int y = 0; y < kCells; ++y)
+            for (int x = 0; x < kCells; ++x)
+                grid.voxels.push_back({{x, y, z}, {kDensity, 0, 0}});
+    test::VdbSpec spec;
+    spec.grids.push_back(std::move(grid));
+    test::writeVdb(path, spec);
+}
+
+class CachePicture : public ModuleTest {
+protected:
+    void SetUp() override { writeCube(folder_.path() / "cube_0001.vdb"); }
+
+    std::string container(const std::string& name, double opacity, int step) const {
+        return fmt::format(R"(
+            "{0}_cache": {{"plugin": "NmbShaderCache", "cache_path": "{3}/cube_####.vdb"}},
+            "{0}": {{"plugin": "NmbShaderSim", "cache": "@{0}_cache", "renderAsVolumetric": true,
+                     "earg": 0, "darg": 5, "targ": 0, "smoketransp": {1}, "rendstep": {2},
+                     "jitter": false, "lightcache": false}},)",
+                           name, opacity, step, folder_.path().string());
+    }
+    // Looks along z through the whole cube at a white background.
+    std::string scene(const std::string& containers) const {
+        return containers + R"(
+            "settings": {"plugin": "TessraSettings", "width": 16, "height": 12, "samples": 2,
+                         "tile_size": 4, "background": [1, 1, 1], "background_alpha": 1},
+            "camera": {"plugin": "TessraCamera", "type": "Orthographic", "film_width": 4,
+                       "position": [10, 10, 50], "target": [10, 10, 0], "up": [0, 1, 0]},
+            "volumes": {"plugin": "NmbShaderSimVol"})";
+    }
+    FrameBuffer picture(const std::string& body, int frame = 1, int threads = 2) {
+        const auto made = make(body);
+        EXPECT_NE(made, nullptr) << faults_;
+        KeptFrames output;
+        if (made) {
+            EXPECT_EQ(render(*made, output, {frame}, threads).status, RenderStatus::Complete);
+        }
+        return output.pictures.empty() ? FrameBuffer() : output.pictures.front();
+    }
+    double middle(const FrameBuffer& picture) { return picture.pixel(8, 6)[0]; }
+
+    test::TempFolder folder_;
+};
+
+// -ln(1 - opacity) a cell at density 1.
+double depthOf(double opacity) {
+    return -std::log1p(-opacity) * kDensity * kCells;
+}
+
+// The walk may count one step more than fits, and the exponential is off by up to 2e-4 a step.
+double slack(double opacity, int step) {
+    return depthOf(opacity) / kCells * step * 0.01 + 2e-4 * kCells * 100 / step;
+}
+
+TEST_F(CachePicture, ConstantSmoke_TransmitsExponentially) {
+    for (const double opacity : {0.1, 0.5, 0.9})
+        for (const int step : {20, 50, 90, 130}) {
+            const FrameBuffer p = picture(scene(container("a", opacity, step)));
+            EXPECT_NEAR(std::log(middle(p)), -depthOf(opacity), slack(opacity, step))
+                << "opacity " << opacity << ", step " << step;
+        }
+}
+
+TEST_F(CachePicture, OverlappingContainers_MultiplyInAnyOrder) {
+    const std::string a = container("a", 0.5, 50), b = container("b", 0.3, 50);
+    const double ab = middle(picture(scene(a + b))), ba = middle(picture(scene(b + a)));
+    EXPECT_NEAR(std::log(ab), -depthOf(0.5) - depthOf(0.3), slack(0.5, 50) + slack(0.3, 50));
+    EXPECT_NEAR(ab, ba, 1e-5);
+}
+
+TEST_F(CachePicture, ThreadsAndTiles_ChangeNothing) {
+    const std::string body = scene(container("a", 0.5, 50));
+    const FrameBuffer one = picture(body, 1, 1), many = picture(body, 1, 8);
+    EXPECT_EQ(one.rgba, many.rgba);
+}
+
+TEST_F(CachePicture, MissingFrame_RendersWithoutItAndIsSaid) {
+    EXPECT_EQ(middle(picture(scene(container("a", 0.5, 50)), 7)), 1.0);
+    int said = 0;
+    for (const std::string& line : lines_)
+        said += line == "info: [NimbraSimPlugin] No simulation data for frame time 7!";
+    EXPECT_EQ(said, 1);
+}
+
+}  // namespace
+}  // namespace nimbra::host
