@@ -58,8 +58,9 @@ std::unique_ptr<NimbraFrameData> makeEmptyGrid(const int size[3], float cellSize
     std::fill_n(tm, 12, 0.0f);
     for (int a = 0; a < 3; ++a)
         tm[a * 4] = isMayaFluid ? static_cast<float>(size[a]) : 1 / cellSize;
-    tm[9] = static_cast<float>(size[0] / 2);
-    tm[10] = static_cast<float>(size[1] / 2);
+    const int middleX = size[0] / 2, middleY = size[1] / 2;
+    tm[9] = static_cast<float>(middleX);
+    tm[10] = static_cast<float>(middleY);
     // Half a cell counts along this axis alone.
     tm[11] = isMayaFluid ? static_cast<float>(size[2]) / 2 : 0.0f;
     return frame;

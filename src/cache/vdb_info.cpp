@@ -23,6 +23,7 @@ std::string compressionText(std::uint32_t flags) {
 
 std::vector<std::pair<std::string, std::string>> textsOf(const std::vector<VdbMetadata>& list) {
     std::vector<std::pair<std::string, std::string>> out;
+    out.reserve(list.size());
     for (const VdbMetadata& entry : list)
         out.emplace_back(printable(entry.name), entry.text());
     return out;

@@ -11,6 +11,8 @@
 #include <openvdb/io/GridDescriptor.h>
 #include <openvdb/io/io.h>
 #include <openvdb/openvdb.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -18,6 +20,7 @@
 #include <istream>
 #include <limits>
 #include <streambuf>
+#include <type_traits>
 
 #include "cache/tree_access.h"
 
@@ -84,27 +87,25 @@ private:
     }
 };
 
-template <class Grid>
-std::shared_ptr<void> typed(const openvdb::GridBase::Ptr& grid) {
-    return openvdb::gridPtrCast<Grid>(grid);
-}
-
-std::shared_ptr<void> typedByKind(const openvdb::GridBase::Ptr& grid, int kind) {
+/// Calls f with the grid class of a kind; what f answers for no class where there is none.
+template <class F>
+auto withGridClass(int kind, F&& f) {
+    using std::type_identity;
     switch (kind) {
         case kFloatTree:
-            return typed<openvdb::FloatGrid>(grid);
+            return f(type_identity<openvdb::FloatGrid>());
         case kDoubleTree:
-            return typed<openvdb::DoubleGrid>(grid);
+            return f(type_identity<openvdb::DoubleGrid>());
         case kInt32Tree:
-            return typed<openvdb::Int32Grid>(grid);
+            return f(type_identity<openvdb::Int32Grid>());
         case kInt64Tree:
-            return typed<openvdb::Int64Grid>(grid);
+            return f(type_identity<openvdb::Int64Grid>());
         case kVec3fTree:
-            return typed<openvdb::Vec3SGrid>(grid);
+            return f(type_identity<openvdb::Vec3SGrid>());
         case kVec3dTree:
-            return typed<openvdb::Vec3DGrid>(grid);
+            return f(type_identity<openvdb::Vec3DGrid>());
         default:
-            return nullptr;
+            return decltype(f(type_identity<openvdb::FloatGrid>()))();
     }
 }
 
@@ -179,6 +180,12 @@ VdbStatistics statisticsOf(const void* grid) {
     return out;
 }
 
+std::shared_ptr<void> typed(const openvdb::GridBase::Ptr& grid, int kind) {
+    return withGridClass(kind, [&](auto type) -> std::shared_ptr<void> {
+        return openvdb::gridPtrCast<typename decltype(type)::type>(grid);
+    });
+}
+
 }  // namespace
 
 bool prepareVdbLibrary() {
@@ -193,10 +200,27 @@ bool prepareVdbLibrary() {
     return ready;
 }
 
+std::uint64_t memoryOfProcess() {
+    const long pages = sysconf(_SC_PHYS_PAGES), pageSize = sysconf(_SC_PAGE_SIZE);
+    std::uint64_t most = UINT64_MAX;
+    if (pages > 0 && pageSize > 0)
+        most = static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageSize);
+    rlimit limit = {};
+    if (getrlimit(RLIMIT_AS, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY)
+        most = std::min<std::uint64_t>(most, limit.rlim_cur);
+    return most;
+}
+
 std::shared_ptr<void> buildVdbTree(const VdbHead& file, const VdbDescriptor& grid,
                                    VdbGridBytes& bytes, std::string& problem) {
     if (!bytes.hasBuffers || !prepareVdbLibrary()) {
         problem = "can't be read";
+        return nullptr;
+    }
+    const std::string tooLarge =
+        fmt::format("needs {} bytes of memory", bytes.topology.bytesInMemory);
+    if (bytes.topology.bytesInMemory > memoryOfProcess()) {
+        problem = tooLarge;
         return nullptr;
     }
     constexpr std::byte kNoTypeStartsSo{'?'};
@@ -204,11 +228,11 @@ std::shared_ptr<void> buildVdbTree(const VdbHead& file, const VdbDescriptor& gri
         bytes.bytes[position] = kNoTypeStartsSo;
     try {
         if (const auto tree = MemoryArchive().read(file, grid, bytes))
-            if (std::shared_ptr<void> out = typedByKind(tree, bytes.kind))
+            if (std::shared_ptr<void> out = typed(tree, bytes.kind))
                 return out;
         problem = "its values are damaged";
     } catch (const std::bad_alloc&) {
-        problem = fmt::format("needs {} bytes of memory", bytes.topology.bytesInMemory);
+        problem = tooLarge;
     } catch (const std::exception& e) {
         problem = fmt::format("its values are damaged ({})", printable(e.what()));
     }
@@ -216,22 +240,8 @@ std::shared_ptr<void> buildVdbTree(const VdbHead& file, const VdbDescriptor& gri
 }
 
 VdbStatistics vdbStatistics(const std::shared_ptr<void>& grid, int kind) {
-    switch (kind) {
-        case kFloatTree:
-            return statisticsOf<openvdb::FloatGrid>(grid.get());
-        case kDoubleTree:
-            return statisticsOf<openvdb::DoubleGrid>(grid.get());
-        case kInt32Tree:
-            return statisticsOf<openvdb::Int32Grid>(grid.get());
-        case kInt64Tree:
-            return statisticsOf<openvdb::Int64Grid>(grid.get());
-        case kVec3fTree:
-            return statisticsOf<openvdb::Vec3SGrid>(grid.get());
-        case kVec3dTree:
-            return statisticsOf<openvdb::Vec3DGrid>(grid.get());
-        default:
-            return {};
-    }
+    return withGridClass(
+        kind, [&](auto type) { return statisticsOf<typename decltype(type)::type>(grid.get()); });
 }
 
 }  // namespace nimbra

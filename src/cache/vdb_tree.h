@@ -17,10 +17,14 @@ namespace nimbra {
 bool prepareVdbLibrary();
 
 /// The grid object of the kind's grid class, as a pointer to void from exactly that class; null
-/// (and `problem`) when the values don't unpack or there is no memory. `bytes` must have its
-/// buffers. Bytes of its metadata are changed on the way.
+/// (and `problem`) when the values don't unpack or there is no memory; a tree that needs more
+/// than memoryOfProcess isn't begun. `bytes` must have its buffers; some of its metadata is changed
+/// on the way.
 std::shared_ptr<void> buildVdbTree(const VdbHead& file, const VdbDescriptor& grid,
                                    VdbGridBytes& bytes, std::string& problem);
+
+/// Bytes that this process may have at most: the machine's memory, or less where a limit is set.
+std::uint64_t memoryOfProcess();
 
 /// Of the active values of a tree, those of tiles counted once for each cell.
 struct VdbStatistics {

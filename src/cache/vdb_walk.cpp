@@ -58,7 +58,8 @@ bool soundValue(const VdbMetadata& entry) {
     const KnownType* type = knownType(entry.type);
     if (!type)
         return true;
-    if (entry.value.size() != static_cast<std::size_t>(type->count * elementSize(type->element)))
+    const int size = type->count * elementSize(type->element);
+    if (entry.value.size() != static_cast<std::size_t>(size))
         return false;
     return type->element != 'b' || static_cast<unsigned char>(entry.value[0]) <= 1;
 }
@@ -97,11 +98,13 @@ bool wholeElement(const VdbMetadata& entry, char element, int index, std::int64_
 
 bool walkMetadata(BoundedReader& in, std::vector<VdbMetadata>& list,
                   std::vector<std::uint64_t>* unsafe, std::string& problem) {
+    // Far more than anybody writes; an entry takes several times its bytes in memory.
+    constexpr std::uint32_t kMostEntries = 65536;
     const auto count = in.get<std::uint32_t>();
     // Two lengths and a size are the least of an entry.
-    if (!in.require(count, 12)) {
-        problem = "its metadata ends too early";
-        return false;
+    if (!in.require(count, 12) || count > kMostEntries) {
+        problem = "its metadata is damaged";
+        return in.fail();
     }
     for (std::uint32_t i = 0; i < count; ++i) {
         VdbMetadata entry;

@@ -1,0 +1,220 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "cache/cache_plugin.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <thread>
+
+#include "cache/nimbra_frame.h"
+#include "plugin/fake_host.h"
+#include "support/temp_folder.h"
+
+namespace nimbra {
+namespace {
+
+using namespace test;
+using namespace TessUtils;
+
+/// A cache of the library on a short sequence, driven as a host does.
+class CachePlugin : public testing::Test {
+protected:
+    CachePlugin() {
+        struct Find : EnumPluginCallback {
+            PluginDesc* found = nullptr;
+            int process(PluginDesc* desc) override {
+                if (std::string(desc->getName()) == "NmbShaderCache")
+                    found = desc;
+                return found == nullptr;
+            }
+        } find;
+        libDesc().enumPlugins(&find);
+        desc = find.found;
+        cache = dynamic_cast<NimbraCachePlugin*>(desc->newPlugin());
+        for (const int frame : {1, 2, 4})
+            std::filesystem::copy(NIMBRA_TEST_DATA "/vdb/campfire_0040.vdb",
+                                  folder / ("s_000" + std::to_string(frame) + ".vdb"));
+        set("cache_path", (folder / "s_####.vdb").string());
+        set("usrchmap", std::string("2,density;1,temperature;"));
+        cache->preRenderBegin(&renderer);
+    }
+    ~CachePlugin() override {
+        cache->postRenderEnd(&renderer);
+        desc->deletePlugin(cache);
+        EXPECT_EQ(NimbraFrame::frameDataArray.size, 0);
+    }
+
+    void set(const char* name, ParamScalar value) {
+        values.emplace_back(name, std::move(value));
+        ASSERT_TRUE(cache->setParameter(&values.back())) << name;
+    }
+    /// The frame number of a moment, -1 without a frame; in a render frame of its own.
+    int frameAt(double time) {
+        renderer.frame.t = time;
+        cache->preFrameBegin(&renderer);
+        const NimbraFrameData* const frame = cache->getFrameByTime(time);
+        const int number = frame ? frame->frameNumber : -1;
+        cache->postFrameEnd(&renderer);
+        return number;
+    }
+
+    TempFolder folder;
+    FakeRenderer renderer;
+    PluginDesc* desc = nullptr;
+    NimbraCachePlugin* cache = nullptr;
+    std::deque<DefParam> values;
+};
+
+TEST_F(CachePlugin, FramesByTime) {
+    EXPECT_EQ(frameAt(2), 2);
+    EXPECT_EQ(renderer.log.count("info: [NimbraCachePlugin] Frame data 2000 successfully loaded "
+                                 "from " +
+                                 (folder / "s_####.vdb").string() + ".\n"),
+              1);
+    EXPECT_EQ(frameAt(3), -1);
+    EXPECT_EQ(renderer.log.count("[NimbraCachePlugin] Frame data 3000 can't be loaded from "), 1);
+    EXPECT_EQ(NimbraFrame::frameDataArray.size, 0);
+}
+
+TEST_F(CachePlugin, TimeBend_IsFollowed) {
+    set("read_offset", 1);
+    set("play_at", 100);
+    set("max_length", 3);
+    EXPECT_EQ(frameAt(101), 2);
+    EXPECT_EQ(frameAt(99), -1);
+    set("load_nearest", true);
+    EXPECT_EQ(frameAt(99), 1);
+    EXPECT_EQ(frameAt(5000), 4);
+    set("time_tform", false);
+    EXPECT_EQ(frameAt(2), 2);
+    float blend = 0;
+    int frame = 0;
+    EXPECT_EQ(cache->getFrameIndices(101, true, &blend, &frame), 2000);
+    EXPECT_EQ(cache->getFrameIndices(101, false, nullptr, nullptr), 101000);
+    EXPECT_EQ(blend, -1);
+    // Far outside the answer saturates.
+    set("load_nearest", false);
+    EXPECT_EQ(cache->getFrameIndices(99, true, nullptr, nullptr), INT32_MIN);
+}
+
+TEST_F(CachePlugin, OneFrameIsPreparedOnce) {
+    NimbraFrameData* const first = cache->getFrameByTime(1);
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(cache->getFrameByTime(2), first);
+    EXPECT_EQ(cache->getFrameByTime(kLoadedFrameTime), first);
+    std::thread([&] { EXPECT_EQ(cache->getFrameByTime(4), first); }).join();
+    EXPECT_EQ(renderer.log.count("successfully loaded"), 1);
+    cache->frameEnd(&renderer);
+    EXPECT_EQ(cache->getFrameByTime(kLoadedFrameTime), nullptr);
+    EXPECT_EQ(frameAt(2), 2);
+}
+
+TEST_F(CachePlugin, ContentTime_KnowsNoTimeBend) {
+    set("play_at", 100);
+    NimbraFrameData* const frame = cache->getFrameByContentTime(4000);
+    ASSERT_NE(frame, nullptr);
+    EXPECT_EQ(frame->frameNumber, 4);
+    EXPECT_EQ(renderer.log.count("loaded from '" + (folder / "s_####.vdb").string() + "'.\n"), 1);
+    EXPECT_EQ(cache->getFrameByContentTime(4), nullptr);
+    cache->postFrameEnd(&renderer);
+}
+
+TEST_F(CachePlugin, FlipYz_TurnsTheFrame) {
+    set("flip_yz", true);
+    const NimbraFrameData* frame = cache->getFrameByTime(1);
+    ASSERT_NE(frame, nullptr);
+    EXPECT_TRUE(frame->upAxisFlipped);
+    EXPECT_EQ(frame->transform[4], 0.0f);
+    EXPECT_LT(frame->transform[7], 0.0f);
+    EXPECT_GT(frame->transform[5], 0.0f);
+    cache->postFrameEnd(&renderer);
+}
+
+TEST_F(CachePlugin, NoMapping_DefaultsOfTheSequence) {
+    set("usrchmap", std::string());
+    const NimbraFrameData* const frame = cache->getFrameByTime(1);
+    ASSERT_NE(frame, nullptr);
+    EXPECT_EQ(frame->channelMap, "2,density;1,temperature;");
+    EXPECT_EQ(frame->channelMask, 6u);
+    EXPECT_EQ(renderer.log.count("Loading vdb/f3d without specified channel mappings! Defaults "
+                                 "will be used instead!"),
+              1);
+    cache->postFrameEnd(&renderer);
+}
+
+TEST_F(CachePlugin, EnvironmentInThePath) {
+    setenv("NIMBRA_TEST_FOLDER", folder.path().c_str(), 1);
+    set("cache_path", std::string("$env(NIMBRA_TEST_FOLDER)/s_%04d.vdb"));
+    EXPECT_EQ(frameAt(4), 4);
+    unsetenv("NIMBRA_TEST_FOLDER");
+}
+
+TEST_F(CachePlugin, RelativePaths_StartAtTheScene) {
+    setSceneFolder(folder.path());
+    set("cache_path", std::string("s_<frame04>.vdb"));
+    EXPECT_EQ(frameAt(4), 4);
+    setSceneFolder("");
+}
+
+TEST_F(CachePlugin, DamagedFile_SaysWhatIsWrong) {
+    folder.write("s_0003.vdb", "no cache");
+    EXPECT_EQ(frameAt(3), -1);
+    EXPECT_EQ(renderer.log.count("warning: [NimbraCachePlugin] " +
+                                 (folder / "s_0003.vdb").string() + ": isn't an OpenVDB file"),
+              1);
+}
+
+TEST_F(CachePlugin, NoPath_EmptyGrid) {
+    set("cache_path", std::string());
+    set("usrchmap", std::string());
+    set("grid_size_x", 10.4f);
+    set("grid_size_y", 7.5f);
+    set("grid_size_z", -3.0f);
+    const NimbraFrameData* const frame = cache->getFrameByTime(1);
+    ASSERT_NE(frame, nullptr);
+    EXPECT_EQ(frame->gridSize[0], 10);
+    EXPECT_EQ(frame->gridSize[1], 8);
+    EXPECT_EQ(frame->gridSize[2], 1);
+    EXPECT_FALSE(frame->upAxisFlipped);
+    EXPECT_EQ(frame->transform[4], 1.0f);
+    cache->postFrameEnd(&renderer);
+}
+
+TEST_F(CachePlugin, TwoCaches_ShareTheirFrame) {
+    auto* const second = dynamic_cast<NimbraCachePlugin*>(desc->newPlugin());
+    for (DefParam& value : values)
+        second->setParameter(&value);
+    second->preRenderBegin(&renderer);
+    const NimbraFrameData* const frame = cache->getFrameByTime(2);
+    EXPECT_EQ(second->getFrameByTime(2), frame);
+    EXPECT_EQ(frame->refCount, 2);
+    second->postFrameEnd(&renderer);
+    EXPECT_EQ(frame->refCount, 1);
+    second->postRenderEnd(&renderer);
+    desc->deletePlugin(second);
+    cache->postFrameEnd(&renderer);
+}
+
+TEST_F(CachePlugin, Smoothing_KeepsTheFrameForItself) {
+    set("smooth_mask", 4);
+    const NimbraFrameData* const frame = cache->getFrameByTime(2);
+    ASSERT_NE(frame, nullptr);
+    EXPECT_TRUE(frame->flags & kFramePrivate);
+    cache->postFrameEnd(&renderer);
+}
+
+TEST_F(CachePlugin, Interfaces) {
+    auto* const sim = static_cast<NimbraSimInterface*>(cache->getInterface(ids::kNimbraSim));
+    ASSERT_NE(sim, nullptr);
+    EXPECT_STREQ(sim->getInterfaceName(), "NmbShaderSimInterface");
+    EXPECT_EQ(sim->getPlugin(), cache);
+    EXPECT_NE(cache->getInterface(ids::kSceneModifier), nullptr);
+    EXPECT_NE(cache->getInterface(ids::kTessraPlugin), nullptr);
+    EXPECT_EQ(sim->getRenderer(0), nullptr);
+    EXPECT_EQ(sim->isRenderable(), 0);
+    EXPECT_EQ(sim->isValid(), 1);
+}
+
+}  // namespace
+}  // namespace nimbra
