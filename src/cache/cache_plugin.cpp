@@ -97,6 +97,8 @@ PluginInterface* NimbraCachePlugin::getInterface(InterfaceID id) {
         return static_cast<NimbraSimInterface*>(this);
     if (id == ids::kSceneModifier)
         return static_cast<TessraSceneModifierInterface*>(this);
+    if (id == ids::kFrameSource)
+        return static_cast<FrameSourceInterface*>(this);
     return TessraPlugin::getInterface(id);
 }
 
@@ -264,6 +266,14 @@ int NimbraCachePlugin::getFrameIndices(double time, bool bend, float* loopBlend,
     cacheRows(time);
     return saturated(timeBend(bendSettings(), ticksOfTime(time, rows_.TPF), rows_.TPF, bend,
                               loopBlend, loopFrame));
+}
+
+bool NimbraCachePlugin::loadedFrame(double& time) {
+    const std::lock_guard lock(section_);
+    if (!loaded_.load(std::memory_order_relaxed) || !frame_->data)
+        return false;
+    time = static_cast<double>(frame_->currentFrame) / std::max(rows_.TPF, 1);
+    return true;
 }
 
 int NimbraCachePlugin::getNimbraMesh(NimbraMesh&) {

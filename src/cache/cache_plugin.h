@@ -13,6 +13,7 @@
 
 #include "cache/time_bend.h"
 #include "plugin/sim_interface.h"
+#include "tessra/renderer.h"
 #include "tessra/tessra_plugin.h"
 
 namespace TessUtils {
@@ -26,7 +27,8 @@ class NimbraFrame;
 /// "NmbShaderCache". Lifecycle calls come on the scene thread; frames may be asked for on any.
 class NimbraCachePlugin : public TessUtils::TessraPlugin,
                           public NimbraSimInterface,
-                          public TessUtils::TessraSceneModifierInterface {
+                          public TessUtils::TessraSceneModifierInterface,
+                          public TessUtils::FrameSourceInterface {
 public:
     explicit NimbraCachePlugin(TessUtils::TessraPluginDesc* desc);
     ~NimbraCachePlugin() override;
@@ -41,6 +43,8 @@ public:
     void postRenderEnd(TessUtils::TessraRenderer* renderer) override;
     void preFrameBegin(TessUtils::TessraRenderer* renderer) override;
     void postFrameEnd(TessUtils::TessraRenderer* renderer) override;
+
+    bool loadedFrame(double& time) override;
 
     const GridTransforms* getGridTransforms() override { return nullptr; }
     void setInstanceTransform(const TessUtils::Transform&, int) override {}

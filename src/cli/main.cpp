@@ -2,8 +2,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The program `nimbra`.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
-#include <clocale>
+#include <csignal>
 #include <cstdio>
 #include <iostream>
 #include <new>
@@ -13,6 +16,17 @@
 #include "cli/version.h"
 
 namespace {
+
+/// Makes faults of the surroundings harmless to the files that are written.
+void prepareProcess() {
+    // With a standard stream closed, the next file opened would take its place, and messages would
+    // land in a picture.
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd)
+        if (::fcntl(fd, F_GETFD) < 0)
+            static_cast<void>(::open("/dev/null", O_RDWR));
+    // A limit on file sizes is to be met as a write that fails.
+    std::signal(SIGXFSZ, SIG_IGN);
+}
 
 int run(int argc, char** argv) {
     using namespace nimbra::cli;
@@ -39,6 +53,7 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    prepareProcess();
     try {
         return run(argc, argv);
     } catch (const std::bad_alloc&) {

@@ -45,7 +45,14 @@ std::int64_t environmentNumber(const char* name) {
 
 std::vector<std::int64_t> sceneFrames(const host::RenderSettings& s) {
     std::vector<std::int64_t> frames;
-    for (std::int64_t f = s.firstFrame; f <= s.lastFrame; f += std::max(s.frameStep, 1))
+    const std::int64_t step = std::max(s.frameStep, 1);
+    if (s.lastFrame < s.firstFrame)
+        throw JobFailure{kExitInput,
+                         fmt::format("the scene's last frame {} lies before its first, {}",
+                                     s.lastFrame, s.firstFrame)};
+    if ((std::int64_t(s.lastFrame) - s.firstFrame) / step >= kMaxFrames)
+        throw JobFailure{kExitInput, fmt::format("the scene has more than {} frames", kMaxFrames)};
+    for (std::int64_t f = s.firstFrame; f <= s.lastFrame; f += step)
         frames.push_back(f);
     return frames;
 }
@@ -98,7 +105,8 @@ Job planJob(const host::RenderSettings& settings, const RenderOptions& o,
         job.session.samples = std::max(1, settings.samples / 4);
     job.session.seed = o.seed;
     job.session.keepGoing = o.keepGoing;
-    if (const int threads = chosenThreads(o))
+    const int threads = chosenThreads(o);
+    if (threads > 0 || o.threads)
         job.session.threads = threads;
 
     const std::vector<std::int64_t> frames = chosenFrames(o.frames, settings);
@@ -180,7 +188,8 @@ host::PictureOutputOptions outputOptions(const Job& job, const RenderOptions& o)
     host::PictureOutputOptions out;
     out.paths = [&job](int frame) { return std::vector<std::string>{job.pathOf(frame)}; };
     out.version = NIMBRA_VERSION;
-    out.deterministic = o.deterministic;
+    // Builds that can be repeated say so by this variable (reproducible-builds.org).
+    out.deterministic = o.deterministic || std::getenv("SOURCE_DATE_EPOCH");
     return out;
 }
 
@@ -197,8 +206,6 @@ int runJob(host::Scene& scene, const Job& job, const RenderOptions& o, Console& 
     const host::SessionResult result = session.run(job.session);
     console.endProgress();
     console.log().finish();
-    if (!result.error.empty() && result.status == host::RenderStatus::Failed)
-        console.log().error(result.error);
     if (const std::string summary = result.failureSummary(); !summary.empty())
         console.log().error(summary);
     if (o.stats)

@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -49,16 +50,56 @@ void syncFolder(const std::string& folder) {
     ::close(fd);
 }
 
-/// Creates, fills and syncs; zero or the error number.
-int writeTemporary(const std::string& name, std::string_view bytes) {
-    ::unlink(name.c_str());
-    const int fd = ::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666);
+/// A file on its way to its place, locked until the end against those who sweep.
+class TemporaryFile {
+public:
+    explicit TemporaryFile(std::string name) : name_(std::move(name)) {}
+    ~TemporaryFile() {
+        if (made_)
+            ::unlink(name_.c_str());
+        if (lock_ >= 0)
+            ::close(lock_);
+    }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+    /// Creates, fills, syncs and closes; zero or the error number.
+    int write(std::string_view bytes) {
+        ::unlink(name_.c_str());
+        const int fd =
+            ::open(name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666);
+        if (fd < 0)
+            return errno;
+        made_ = true;
+        ::flock(fd, LOCK_EX | LOCK_NB);
+        // The lock outlives the closing, which may be what tells of a full disk.
+        lock_ = ::fcntl(fd, F_DUPFD_CLOEXEC, 0);
+        int fault = writeAll(fd, bytes) && ::fsync(fd) == 0 ? 0 : errno;
+        if (::close(fd) != 0 && fault == 0)
+            fault = errno;
+        return fault;
+    }
+    /// Zero or the error number.
+    int renameTo(const std::string& path) {
+        if (::rename(name_.c_str(), path.c_str()) != 0)
+            return errno;
+        made_ = false;
+        return 0;
+    }
+
+private:
+    std::string name_;
+    bool made_ = false;
+    int lock_ = -1;
+};
+
+bool isLocked(const std::string& path) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
     if (fd < 0)
-        return errno;
-    int fault = writeAll(fd, bytes) && ::fsync(fd) == 0 ? 0 : errno;
-    if (::close(fd) != 0 && fault == 0)
-        fault = errno;
-    return fault;
+        return false;
+    const bool locked = ::flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    ::close(fd);
+    return locked;
 }
 
 /// The process number in ".NAME.<pid>.tmp", NAME being a picture; 0 for other names.
@@ -78,18 +119,22 @@ pid_t ownerOf(std::string_view name) {
 
 }  // namespace
 
-bool writeFileAtomically(const std::string& path, std::string_view bytes, std::string& error) {
+bool canBeWritten(const std::string& path, std::string& error) {
     struct stat info {};
-    if (::stat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode)) {
-        error = path + ": not a regular file";
+    if (::stat(path.c_str(), &info) != 0 || S_ISREG(info.st_mode))
+        return true;
+    error = path + ": not a regular file";
+    return false;
+}
+
+bool writeFileAtomically(const std::string& path, std::string_view bytes, std::string& error) {
+    if (!canBeWritten(path, error))
         return false;
-    }
-    const std::string temporary = temporaryName(path);
-    int fault = writeTemporary(temporary, bytes);
-    if (fault == 0 && ::rename(temporary.c_str(), path.c_str()) != 0)
-        fault = errno;
+    TemporaryFile temporary(temporaryName(path));
+    int fault = temporary.write(bytes);
+    if (fault == 0)
+        fault = temporary.renameTo(path);
     if (fault != 0) {
-        ::unlink(temporary.c_str());
         error = path + ": " + std::strerror(fault);
         return false;
     }
@@ -108,9 +153,7 @@ bool prepareOutputFolder(const std::string& path, std::string& error) {
         return false;
     }
     sweepTemporaryFiles(folder);
-    const std::string probe = temporaryName(path);
-    const int fault = writeTemporary(probe, "");
-    ::unlink(probe.c_str());
+    const int fault = TemporaryFile(temporaryName(path)).write("");
     if (fault == 0)
         return true;
     error = folder + ": " + std::strerror(fault);
@@ -125,7 +168,8 @@ int sweepTemporaryFiles(const std::string& folder) {
         const pid_t owner = ownerOf(entries->path().filename().string());
         std::error_code ignored;
         if (owner > 0 && ::kill(owner, 0) != 0 && errno == ESRCH &&
-            entries->is_regular_file(ignored) && fs::remove(entries->path(), ignored))
+            entries->is_regular_file(ignored) && !isLocked(entries->path().string()) &&
+            fs::remove(entries->path(), ignored))
             ++removed;
     }
     return removed;

@@ -18,7 +18,12 @@ bool writeFileAtomically(const std::string& path, std::string_view bytes, std::s
 /// there, and sweeps temporary picture files of processes that are gone.
 bool prepareOutputFolder(const std::string& path, std::string& error);
 
+/// False, with `error`, where something stands at `path` that no file can replace.
+bool canBeWritten(const std::string& path, std::string& error);
+
 /// Removes ".NAME.<pid>.tmp" of .exr and .png files whose process no longer runs; returns how many.
+/// Process numbers say nothing of other machines that share the folder, but writers hold a lock on
+/// their files: one that is locked stays.
 int sweepTemporaryFiles(const std::string& folder);
 
 }  // namespace nimbra::host

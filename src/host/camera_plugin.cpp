@@ -37,7 +37,8 @@ void CameraPlugin::defineParameters(TessUtils::TessraParameterListDesc& t) {
                     "minValue=(0)");
     t.addParamFloat("focus_distance", 10, -1, "distance along the view that is in focus",
                     "minValue=(1e-6)");
-    t.addParamInt("motion_blur", -1, -1, "blur by the camera's own motion",
+    t.addParamInt("motion_blur", -1, -1,
+                  "blur by the camera's own motion; On opens the shutter whatever the settings say",
                   "enum=(-1:As in the settings;0:Off;1:On)");
     t.addParamFloat("pixel_aspect", 1, -1, "width of a pixel over its height", "minValue=(0.01)");
 }

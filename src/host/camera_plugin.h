@@ -26,6 +26,8 @@ public:
                                             const TessUtils::Vector& sceneUp);
     /// False where the scene takes the camera's own motion out of the blur.
     bool hasMotionBlur() const { return motionBlur_ != 0; }
+    /// Width of a pixel over its height, at the time of the last makeCamera.
+    float pixelAspect() const { return pixelAspect_; }
 
 private:
     CameraPlacement placement(double time, const TessUtils::Vector& sceneUp) const;

@@ -59,19 +59,25 @@ struct Tile {
     int x0, y0, x1, y1;
 };
 
+/// A strip of tiles is cut into squares, each with a curve of its own: one curve around all of it
+/// would run almost everywhere outside.
 std::vector<Tile> makeTiles(const CropWindow& window, int tileSize) {
-    const int columns = (window.x1 - window.x0 + tileSize - 1) / tileSize;
-    const int rows = (window.y1 - window.y0 + tileSize - 1) / tileSize;
+    const auto count = [tileSize](int pixels) {
+        return static_cast<std::uint32_t>((pixels + tileSize - 1) / tileSize);
+    };
+    const std::uint32_t columns = count(window.x1 - window.x0), rows = count(window.y1 - window.y0);
     std::uint32_t size = 1;
-    while (size < static_cast<std::uint32_t>(std::max(columns, rows)))
+    while (size < std::min(columns, rows))
         size *= 2;
+    const std::uint32_t squares = (std::max(columns, rows) + size - 1) / size;
+    const std::uint64_t cells = std::uint64_t(size) * size;
     std::vector<Tile> tiles;
     tiles.reserve(std::size_t(columns) * std::size_t(rows));
-    for (std::uint64_t i = 0; i < std::uint64_t(size) * size; ++i) {
+    for (std::uint64_t i = 0; i < cells * squares; ++i) {
         std::uint32_t column, row;
-        hilbertCell(i, size, column, row);
-        if (column >= static_cast<std::uint32_t>(columns) ||
-            row >= static_cast<std::uint32_t>(rows))
+        hilbertCell(i % cells, size, column, row);
+        (columns > rows ? column : row) += static_cast<std::uint32_t>(i / cells) * size;
+        if (column >= columns || row >= rows)
             continue;
         const int x = window.x0 + static_cast<int>(column) * tileSize;
         const int y = window.y0 + static_cast<int>(row) * tileSize;
@@ -136,16 +142,12 @@ public:
               out.layerNames.begin())) {}
 
     void run(FrameRenderResult& result) {
-        std::vector<std::thread> threads;
-        startThreads(threads, result);
-        wait(static_cast<int>(threads.size()));
-        for (std::thread& thread : threads)
-            thread.join();
+        runThreads();
         result.cameraSamples = samples_.load();
         result.invalidSamples = invalid_.load();
         if (failed_.load()) {
             result.status = RenderStatus::Failed;
-            result.error = error_;
+            result.error = error_.empty() ? kOutOfMemory : error_;
             result.outOfMemory = outOfMemory_;
         } else if (done_.load() < tiles_.size()) {
             result.status = RenderStatus::Aborted;
@@ -153,7 +155,21 @@ public:
     }
 
 private:
-    void startThreads(std::vector<std::thread>& threads, FrameRenderResult&) {
+    static constexpr const char* kOutOfMemory = "out of memory while rendering";
+
+    void runThreads() {
+        std::vector<std::jthread> threads;
+        try {
+            startThreads(threads);
+            wait(static_cast<int>(threads.size()));
+        } catch (...) {
+            // No use to go on; the threads are waited for on the way out.
+            failed_.store(true);
+            throw;
+        }
+    }
+
+    void startThreads(std::vector<std::jthread>& threads) {
         const int wanted = std::clamp(job_.threadCount, 1, TessUtils::kMaxRenderThreads);
         threads.reserve(static_cast<std::size_t>(wanted));
         for (int i = 0; i < wanted; ++i) {
@@ -162,7 +178,7 @@ private:
             } catch (const std::system_error& error) {
                 // Fewer threads render the same picture.
                 if (threads.empty())
-                    fail(std::string("no render thread could be started: ") + error.what(), false);
+                    fail("no render thread could be started: ", error.what(), false);
                 break;
             }
         }
@@ -192,11 +208,11 @@ private:
         try {
             renderTiles(threadIndex);
         } catch (const std::bad_alloc&) {
-            fail("out of memory while rendering", true);
+            fail(kOutOfMemory, "", true);
         } catch (const std::exception& error) {
-            fail(std::string("rendering failed: ") + error.what(), false);
+            fail("rendering failed: ", error.what(), false);
         } catch (...) {
-            fail("rendering failed", false);
+            fail("rendering failed", "", false);
         }
         vallocTerminateForCurrentThread();
         std::lock_guard lock(mutex_);
@@ -204,12 +220,18 @@ private:
         changed_.notify_one();
     }
 
-    void fail(const std::string& error, bool outOfMemory) {
+    /// Without memory for the text the first failure counts as one of memory.
+    void fail(const char* what, const char* why, bool outOfMemory) noexcept {
         std::lock_guard lock(mutex_);
         if (failed_.exchange(true))
             return;
-        error_ = error;
         outOfMemory_ = outOfMemory;
+        try {
+            error_ = std::string(what) + why;
+        } catch (const std::bad_alloc&) {
+            error_.clear();
+            outOfMemory_ = true;
+        }
     }
 
     void renderTiles(int threadIndex) {
@@ -252,6 +274,8 @@ private:
         const int count = std::max(1, settings.samples);
         double sums[4] = {};
         std::fill(scratch.layerSums.begin(), scratch.layerSums.end(), 0.0);
+        if (depthChannel_ < channels_)
+            scratch.layerSums[depthChannel_] = double(kNoDepth) * count;
         PixelSampler random;
         SampleValue& value = scratch.value;
         for (int s = 0; s < count; ++s) {
@@ -288,10 +312,7 @@ private:
     void addLayer(std::size_t channel, float value, int count, double& sum) const {
         if (!std::isfinite(value))
             return;
-        if (channel != depthChannel_)
-            sum += value;
-        else if (sum == 0 || double(value) * count < sum)
-            sum = double(value) * count;
+        sum = channel == depthChannel_ ? std::min(sum, double(value) * count) : sum + value;
     }
 
     void limitIntensity(Color& color) const {

@@ -24,6 +24,9 @@ struct CameraSample {
     PixelSampler* random = nullptr;  // next numbers of this sample: lens, time, then all bounces
 };
 
+/// Value of layer "Z" where nothing was met.
+inline constexpr float kNoDepth = 1e10f;
+
 /// What a tracer answers for one camera sample. `layers` has the size that the tracer announced.
 struct SampleValue {
     TessUtils::Color color;  // associated with alpha

@@ -65,9 +65,11 @@ void HostLog::emit(LogLevel level, const std::string& line) {
     // Warnings that are all different must not fill the memory of a long render.
     constexpr std::size_t kMostRemembered = 10000;
     if (level == LogLevel::Warning && warnings_.size() < kMostRemembered) {
-        const auto [entry, isNew] = warnings_.try_emplace(line, 0);
-        ++entry->second;
-        if (!isNew)
+        Repeated& warning = warnings_[line];
+        if (warning.lastFrame != frame_)
+            ++frameWarningCount_;
+        warning.lastFrame = frame_;
+        if (++warning.count > 1)
             return;
         ++warningCount_;
     }
@@ -85,12 +87,23 @@ int HostLog::warningCount() const {
     return warningCount_;
 }
 
+void HostLog::startFrame() {
+    std::lock_guard lock(mutex_);
+    ++frame_;
+    frameWarningCount_ = 0;
+}
+
+int HostLog::frameWarningCount() const {
+    std::lock_guard lock(mutex_);
+    return frameWarningCount_;
+}
+
 void HostLog::finish() {
     std::lock_guard lock(mutex_);
     if (limit_ >= LogLevel::Warning)
-        for (const auto& [line, count] : warnings_)
-            if (count > 1)
-                sink_(LogLevel::Warning, line + " (" + std::to_string(count) + " times)");
+        for (const auto& [line, warning] : warnings_)
+            if (warning.count > 1)
+                sink_(LogLevel::Warning, line + " (" + std::to_string(warning.count) + " times)");
     warnings_.clear();
 }
 

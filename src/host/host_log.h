@@ -40,6 +40,10 @@ public:
     void setLimit(LogLevel limit);
     /// Different warnings so far.
     int warningCount() const;
+    /// Begins a new count for `frameWarningCount`.
+    void startFrame();
+    /// Different warnings since the last startFrame, those that were given before it as well.
+    int frameWarningCount() const;
     /// Writes the counts of the repeated warnings and forgets them.
     void finish();
 
@@ -49,8 +53,13 @@ private:
     mutable std::mutex mutex_;
     LogLevel limit_;
     Sink sink_;
-    std::map<std::string, int, std::less<>> warnings_;
+    struct Repeated {
+        int count = 0;
+        int lastFrame = -1;  // number of the startFrame before it was given last
+    };
+    std::map<std::string, Repeated, std::less<>> warnings_;
     int warningCount_ = 0;
+    int frame_ = 0, frameWarningCount_ = 0;
 };
 
 }  // namespace nimbra::host

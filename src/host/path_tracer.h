@@ -29,7 +29,4 @@ private:
     std::unique_ptr<State> state_;
 };
 
-/// Depth of pixels that show no surface.
-inline constexpr float kNoDepth = 1e10f;
-
 }  // namespace nimbra::host

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/picture_output.h"
 
+#include <fmt/format.h>
+
 #include <filesystem>
 #include <set>
 
@@ -31,6 +33,8 @@ bool PictureOutput::prepare(const std::vector<int>& frames, std::string& error) 
                 error = path + ": the name must end in .exr or .png";
                 return false;
             }
+            if (!canBeWritten(path, error))
+                return false;
             const std::string folder = std::filesystem::path(path).parent_path().string();
             if (folders.insert(folder).second && !prepareOutputFolder(path, error))
                 return false;
@@ -49,6 +53,11 @@ PictureMetadata PictureOutput::metadata(const FinishedFrame& frame) const {
     values["nimbra/samples"] = frame.settings.samples;
     values["nimbra/seed"] = static_cast<int>(frame.settings.seed);
     values["nimbra/complete"] = frame.complete ? 1 : 0;
+    values["nimbra/warnings"] = frame.warnings;
+    if (frame.cacheTimes.size() == 1)
+        values["nimbra/cacheTime"] = static_cast<float>(frame.cacheTimes.front());
+    else if (!frame.cacheTimes.empty())
+        values["nimbra/cacheTime"] = fmt::format("{}", fmt::join(frame.cacheTimes, " "));
     if (!options_.deterministic) {
         values["nimbra/renderSeconds"] = static_cast<float>(frame.statistics.renderSeconds);
         values["nimbra/peakMemory"] =
@@ -59,6 +68,7 @@ PictureMetadata PictureOutput::metadata(const FinishedFrame& frame) const {
         return m;
     const auto camera = cameras.front()->makeCamera(frame.time, frame.settings.width,
                                                     frame.settings.height, {}, frame.settings.up);
+    m.pixelAspect = cameras.front()->pixelAspect();
     values["worldToCamera"] = camera->worldToCamera();
     Matrix44 toNDC;
     if (camera->worldToNDC(toNDC))

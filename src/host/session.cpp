@@ -74,6 +74,7 @@ struct RenderSession::State {
     HostProgress* progress = nullptr;
     SettingsPlugin* settingsPlugin = nullptr;
     FrameBuffer pixels;
+    std::vector<double> cacheTimes;  // of the frame
 
     RenderSettings settingsAt(double time) const;
     std::vector<int> frameList() const;
@@ -83,6 +84,7 @@ struct RenderSession::State {
     FrameReport runFrame(HostRenderer& renderer, Lifecycle& lifecycle, int frame);
     StepFailure prepare(HostRenderer& renderer, Lifecycle& lifecycle,
                         const RenderSettings& settings, FrameReport& report);
+    void readCacheTimes();
     void trace(const RenderSettings& settings, FrameReport& report);
     void finish(HostRenderer& renderer, Lifecycle& lifecycle, FrameReport& report);
     void write(const RenderSettings& settings, FrameReport& report);
@@ -98,6 +100,8 @@ RenderSettings RenderSession::State::settingsAt(double time) const {
     settings.samples = options.samples.value_or(settings.samples);
     settings.seed = options.seed.value_or(settings.seed);
     settings.threads = options.threads.value_or(settings.threads);
+    // The shutter opens for the camera's sake too.
+    settings.motionBlur = settings.motionBlur || cameraMotionBlur(time) == 1;
     return settings;
 }
 
@@ -117,14 +121,25 @@ std::vector<int> RenderSession::State::frameList() const {
     return frames;
 }
 
-/// What the scene's camera says in its row "motion_blur", -1 if it has none.
+/// 1 if the scene's camera asks for motion blur of its own, else -1.
 int RenderSession::State::cameraMotionBlur(double time) const {
     for (TessraPlugin* plugin : scene.pluginsOf<TessraPlugin>())
         if (plugin->getPluginDesc()->supportsInterface(kHostCamera)) {
             const ParameterView view(*plugin, time);
-            return view.find("motion_blur") ? view.getInt("motion_blur") : -1;
+            return view.find("motion_blur") && view.getInt("motion_blur") == 1 ? 1 : -1;
         }
     return -1;
+}
+
+/// Before the end of the frame, in which caches give their frames back.
+void RenderSession::State::readCacheTimes() {
+    cacheTimes.clear();
+    for (Plugin* plugin : scene.plugins()) {
+        auto* source = dynamic_cast<FrameSourceInterface*>(plugin->getInterface(ids::kFrameSource));
+        double time = 0;
+        if (source && source->loadedFrame(time))
+            cacheTimes.push_back(time);
+    }
 }
 
 void RenderSession::State::fail(FrameReport& report, const StepFailure& failure) {
@@ -141,6 +156,9 @@ StepFailure RenderSession::State::prepare(HostRenderer& renderer, Lifecycle& lif
     StepFailure failure = lifecycle.beginFrame(renderer);
     report.statistics.loadSeconds = secondsSince(start);
     if (failure.failed() || abort.requested())
+        return failure;
+    failure = guarded("asking for the frames of caches", [&] { readCacheTimes(); });
+    if (failure.failed())
         return failure;
     const auto geometryStart = Clock::now();
     failure = lifecycle.compileGeometry(renderer);
@@ -192,8 +210,9 @@ void RenderSession::State::finish(HostRenderer& renderer, Lifecycle& lifecycle,
 void RenderSession::State::write(const RenderSettings& settings, FrameReport& report) {
     const auto start = Clock::now();
     report.statistics.peakMemory = peakMemory();
-    const FinishedFrame finished{
-        pixels, settings, report.statistics, scene, report.frame, double(report.frame), true};
+    const FinishedFrame finished{pixels, settings,     report.statistics,
+                                 scene,  report.frame, double(report.frame),
+                                 true,   cacheTimes,   log.frameWarningCount()};
     std::string error;
     bool written = false;
     const StepFailure failure =
@@ -201,7 +220,7 @@ void RenderSession::State::write(const RenderSettings& settings, FrameReport& re
     report.statistics.outputSeconds = secondsSince(start);
     if (written && !failure.failed())
         return;
-    report.outputFailed = true;
+    report.outputFailed = !failure.outOfMemory;
     fail(report, failure.failed()
                      ? failure
                      : StepFailure{error.empty() ? "the picture can't be written" : error, false});
@@ -211,6 +230,7 @@ FrameReport RenderSession::State::runFrame(HostRenderer& renderer, Lifecycle& li
                                            int frame) {
     FrameReport report;
     report.frame = frame;
+    log.startFrame();
     const RenderSettings settings = settingsAt(frame);
     renderer.setFrame(frame, settings);
     fail(report, prepare(renderer, lifecycle, settings, report));
@@ -255,7 +275,8 @@ void RenderSession::State::runFrames(HostRenderer& renderer, Lifecycle& lifecycl
 
 RenderSession::RenderSession(Scene& scene, FrameTracer& tracer, FrameOutput& output, HostLog& log,
                              AbortFlag& abort, ProgressObserver* observer)
-    : state_(new State{scene, tracer, output, log, abort, observer, {}, 1, nullptr, nullptr, {}}) {}
+    : state_(new State{
+          scene, tracer, output, log, abort, observer, {}, 1, nullptr, nullptr, {}, {}}) {}
 
 RenderSession::~RenderSession() = default;
 

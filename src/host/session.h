@@ -70,6 +70,9 @@ struct FinishedFrame {
     int frame = 0;
     double time = 0;
     bool complete = true;
+    /// What the scene's sequences of files showed, in scene order; those that had a frame.
+    std::vector<double> cacheTimes;
+    int warnings = 0;  // different ones while the frame was rendered
 };
 
 /// Where frames go.

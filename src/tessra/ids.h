@@ -57,4 +57,7 @@ inline constexpr InterfaceID kPlanckTable = 2011061401;        // black-body lum
 inline constexpr InterfaceID kRenderChannelList = 2005101402;  // the channels of this render
 inline constexpr InterfaceID kLightCacheEngine = 2012061501;
 
+// Asked of plug-ins that read sequences of files.
+inline constexpr InterfaceID kFrameSource = 2026010102;
+
 }  // namespace TessUtils::ids

@@ -113,6 +113,15 @@ public:
     std::vector<VolumetricInterface*> volumetrics;
 };
 
+/// ID kFrameSource: a plug-in that reads a sequence of files tells which frame of it is rendered.
+class TESSRA_API FrameSourceInterface : public PluginInterface {
+public:
+    InterfaceID getInterfaceID() const override { return ids::kFrameSource; }
+    /// False while no frame is loaded. The time is in frames of the sequence, and between two of
+    /// them for a blend. Scene thread, from preFrameBegin to frameEnd.
+    virtual bool loadedFrame(double& time) = 0;
+};
+
 /// ID kPlanckTable, asked of the renderer: black-body colours by temperature.
 class TESSRA_API PlanckTableInterface : public PluginInterface {
 public:

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "host/plugin_registry.h"
+#include "tessra/renderer.h"
 #include "tessra/tessra_plugin.h"
 #include "tessra/texture.h"
 #include "tessra/volumetric.h"
@@ -25,6 +26,8 @@ struct Record {
     std::vector<std::string> calls;
     std::string throwAt;  // "name.operation" that throws
     bool throwBadAlloc = false;
+    /// What recorders of these names say that they have loaded.
+    std::map<std::string, double> loadedFrames;
     /// Runs inside every call.
     std::function<void(const std::string&, TessUtils::TessraRenderer*)> hook;
 
@@ -44,6 +47,7 @@ class Recorder final : public TessUtils::TessraPlugin,
                        public TessUtils::TessraSceneModifierInterface,
                        public TessUtils::RenderSettingsInterface,
                        public TessUtils::GeomGenInterface2,
+                       public TessUtils::FrameSourceInterface,
                        public TessUtils::TextureInterface {
 public:
     explicit Recorder(TessUtils::TessraPluginDesc* desc, Record* record)
@@ -59,6 +63,8 @@ public:
                 return static_cast<RenderSettingsInterface*>(this);
             case TessUtils::ids::kGeomGen2:
                 return static_cast<GeomGenInterface2*>(this);
+            case TessUtils::ids::kFrameSource:
+                return static_cast<FrameSourceInterface*>(this);
             default:
                 return TessraPlugin::getInterface(id);
         }
@@ -81,6 +87,13 @@ public:
         note("frameBegin", r);
     }
     void frameEnd(TessUtils::TessraRenderer* r) override { note("frameEnd", r); }
+
+    bool loadedFrame(double& time) override {
+        const auto found = record_->loadedFrames.find(getPluginName());
+        if (found != record_->loadedFrames.end())
+            time = found->second;
+        return found != record_->loadedFrames.end();
+    }
 
     TessUtils::AColor getTexColor(const TessUtils::TextureContext&) override {
         return {{0.25f, 0.5f, 0.75f}, 1};

@@ -66,6 +66,17 @@ TEST(FrameRenderer, ThreadsAndTiles_DoNotChangeThePicture) {
     EXPECT_EQ(first.layers[1], 2.5f);  // the mean sample number of 0 to 5
 }
 
+TEST(FrameRenderer, Strips_AreTiledInNoTime) {
+    FunctionTracer tracer;
+    for (const auto& [width, height] : {std::pair{65536, 1}, {3, 20000}, {1, 1}}) {
+        FrameBuffer out;
+        const FrameRenderResult result = renderFrame(makeJob(tracer, width, height, 1, 2, 1), out);
+        EXPECT_EQ(result.cameraSamples, std::uint64_t(width) * std::uint64_t(height));
+        for (std::size_t i = 3; i < out.rgba.size(); i += 4)
+            ASSERT_EQ(out.rgba[i], 0.5f) << i / 4;
+    }
+}
+
 TEST(FrameRenderer, Crop_IsAPartOfTheWholePicture) {
     FunctionTracer tracer;
     FrameBuffer whole, part;
@@ -133,6 +144,36 @@ TEST(FrameRenderer, NonFiniteSamples_CountAsBlack) {
     const FrameRenderResult result = renderFrame(makeJob(tracer, 2, 1, 4, 1, 8), out);
     EXPECT_EQ(result.invalidSamples, 4u);
     EXPECT_EQ(out.rgba, std::vector<float>(8, 0.5f));
+}
+
+TEST(FrameRenderer, Depth_IsTheLeastAndFarAwayWithoutAnAnswer) {
+    struct DepthTracer final : CameraTracer {
+        std::vector<std::string> layerNames() const override { return {"Z"}; }
+        void radiance(const CameraSample& s, SampleValue& out) override {
+            out.color.r = s.x > 1 ? NAN : 0.0f;
+            out.layers[0] = s.sample == 1 ? 0.0f : 5.0f;
+        }
+    } tracer;
+    FrameRenderJob job = makeJob(tracer, 2, 1, 3, 1, 8);
+    job.settings.filterWidth = 0;
+    FrameBuffer out;
+    renderFrame(job, out);
+    EXPECT_EQ(out.layers, (std::vector<float>{0, kNoDepth}));
+}
+
+TEST(FrameRenderer, ThrowWhileReporting_WaitsForTheThreads) {
+    LambdaTracer tracer;
+    std::atomic<int> calls{0};
+    tracer.body = [&](const CameraSample&, SampleValue&) {
+        ++calls;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    };
+    FrameRenderJob job = makeJob(tracer, 100, 100, 100, 2, 100);
+    job.progress = [](double) { throw std::bad_alloc(); };
+    FrameBuffer out;
+    EXPECT_TRUE(renderFrame(job, out).outOfMemory);
+    EXPECT_GT(calls, 0);
+    EXPECT_LT(calls, 100 * 100 * 100);
 }
 
 TEST(FrameRenderer, IntensityLimit_KeepsTheHue) {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <sstream>
 
 #include "host/camera.h"
 #include "host/tracer_fixture.h"
@@ -112,6 +113,9 @@ TEST_F(PictureOutputTest, FaultsAreFoundBeforeTheFirstRay) {
     o.paths = [](int) { return std::vector<std::string>{"picture.gif"}; };
     EXPECT_FALSE(PictureOutput(o).prepare({1}, error));
     EXPECT_EQ(error, "picture.gif: the name must end in .exr or .png");
+    fs::create_directory(folder_ / "f7.png");
+    EXPECT_FALSE(PictureOutput(options()).prepare({1, 7}, error));
+    EXPECT_EQ(error, (folder_ / "f7.png").string() + ": not a regular file");
     // And a folder that goes away meanwhile ends the frame with the reason.
     const std::string gone = folder_ / "gone/p.exr";
     o.paths = [&](int) { return std::vector<std::string>{gone}; };
@@ -119,6 +123,42 @@ TEST_F(PictureOutputTest, FaultsAreFoundBeforeTheFirstRay) {
     const SessionResult result = renderTo(output, kFront, "");
     EXPECT_EQ(result.status, RenderStatus::Failed);
     EXPECT_EQ(result.error, gone + ": No such file or directory");
+}
+
+// What only a session knows, and a camera that is easy to follow by hand.
+TEST_F(PictureOutputTest, CacheFramesWarningsAndCamera_GoIntoTheFile) {
+    const auto scene = makeScene(R"("cam": {"plugin": "TessraCamera", "position": [1, 2, 9],
+                                    "target": [1, 2, 0], "fov": 90, "pixel_aspect": 2})",
+                                 "");
+    FrameBuffer pixels;
+    pixels.resize(8, 4, 0, 0, 8, 4, {});
+    RenderSettings settings;
+    settings.width = 8;
+    settings.height = 4;
+    const auto attributes = [&](const std::vector<double>& cacheTimes) {
+        PictureOutput output(options());
+        std::string error;
+        EXPECT_TRUE(output.write({pixels, settings, {}, *scene, 7, 7, true, cacheTimes, 2}, error))
+            << error;
+        return read("f7.exr").attributes;
+    };
+    auto a = attributes({6.5});
+    EXPECT_EQ(a["nimbra/cacheTime"], "6.5");
+    EXPECT_EQ(a["nimbra/warnings"], "2");
+    EXPECT_EQ(a["pixelAspectRatio"], "2");
+    EXPECT_EQ(attributes({1, 2.5})["nimbra/cacheTime"], "1 2.5");
+    EXPECT_FALSE(attributes({}).contains("nimbra/cacheTime"));
+
+    std::istringstream text(a["worldToNDC"]);
+    float m[16], clip[4] = {};
+    for (float& entry : m)
+        ASSERT_TRUE(text >> entry);
+    const float target[4] = {1, 2, 0, 1};
+    for (int i = 0; i < 16; ++i)
+        clip[i % 4] += target[i / 4] * m[i];
+    EXPECT_NEAR(clip[0] / clip[3], 0.5, 1e-6);
+    EXPECT_NEAR(clip[1] / clip[3], 0.5, 1e-6);
+    EXPECT_NEAR(clip[3], 9, 1e-5);
 }
 
 }  // namespace

@@ -2,8 +2,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/picture.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -241,6 +243,11 @@ TEST(AtomicFile, PreparedFolderIsMadeSweptAndTried) {
     const std::string foreign = ".notes." + std::to_string(gone) + ".tmp";
     for (const std::string& name : {stale, mine, foreign})
         folder.write(name, "x");
+    // A process of that number on another machine that shares the folder holds its file.
+    const int held = ::open((folder / stale).c_str(), O_RDONLY);
+    ASSERT_EQ(::flock(held, LOCK_EX), 0);
+    EXPECT_EQ(sweepTemporaryFiles(folder.path()), 0);
+    ::close(held);
     EXPECT_EQ(sweepTemporaryFiles(folder.path()), 1);
     EXPECT_FALSE(fs::exists(folder / stale));
     EXPECT_TRUE(fs::exists(folder / mine));

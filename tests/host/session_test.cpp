@@ -48,13 +48,20 @@ public:
         record_.call("output.write", nullptr);
         frames.push_back(frame.frame);
         firstPixels.push_back(frame.pixels.rgba[0]);
+        cacheTimes = frame.cacheTimes;
+        warnings = frame.warnings;
+        if (throwing)
+            throw std::bad_alloc();
         if (frame.frame == failing)
             error = "/full/disk.exr: no space left";
         return frame.frame != failing;
     }
     std::vector<int> frames;
     std::vector<float> firstPixels;
+    std::vector<double> cacheTimes;  // of the last frame
+    int warnings = 0;
     int failing = -1;
+    bool throwing = false;
 
 private:
     test::Record& record_;
@@ -301,6 +308,73 @@ TEST_F(SessionTest, KeepGoing_RendersTheOtherFrames) {
     EXPECT_EQ(result.frames.at(2).error, "/full/disk.exr: no space left");
     EXPECT_EQ(result.failureSummary(), "3 of 5 frames failed: 2, 3, 4");
     EXPECT_EQ(output_.frames, (std::vector<int>{1, 3, 5}));
+}
+
+TEST_F(SessionTest, NoMemoryForThePicture_IsNoFaultOfTheDisk) {
+    output_.throwing = true;
+    const SessionResult result = run({1});
+    EXPECT_EQ(result.status, RenderStatus::Failed);
+    EXPECT_TRUE(result.outOfMemory);
+    EXPECT_FALSE(result.outputFailed);
+    EXPECT_EQ(result.error, "writing the picture: out of memory");
+}
+
+TEST_F(SessionTest, Output_LearnsOfCacheFramesAndWarnings) {
+    registry_.record.hook = [&](const std::string& call, TessraRenderer* renderer) {
+        auto& loaded = registry_.record.loadedFrames;
+        if (call == "used.preFrameBegin")
+            loaded = {{"user", 12.5}, {"used", renderer->getFrameData().t}};
+        if (call == "used.preFrameBegin" && renderer->getFrameData().frameNumber == 3)
+            loaded.erase("user");
+        if (call == "user.preRenderBegin")
+            renderer->getSequenceData().progress->printWarning("of no frame\n");
+        if (call == "user.frameBegin" || call == "used.frameBegin")
+            renderer->getSequenceData().progress->printWarning("same each frame\n");
+        if (call == "user.frameBegin" && renderer->getFrameData().frameNumber == 2)
+            renderer->getSequenceData().progress->printWarning("only once\n");
+        // Caches give their frames back before the picture is written.
+        if (call == "user.frameEnd")
+            loaded.clear();
+    };
+    run({2});
+    EXPECT_EQ(output_.cacheTimes, (std::vector<double>{12.5, 2}));
+    EXPECT_EQ(output_.warnings, 2);
+    // A frame's file says the same whether other frames came before it or not.
+    run({2, 3});
+    EXPECT_EQ(output_.cacheTimes, (std::vector<double>{3}));
+    EXPECT_EQ(output_.warnings, 1);
+}
+
+TEST_F(SessionTest, CameraWithItsOwnBlur_OpensTheShutter) {
+    const auto seenWith = [&](const char* settings, const char* blur) {
+        SceneDiagnostics diagnostics;
+        scene_ = Scene::create(
+            SceneDocument::parse(std::string(R"({"nimbra": 1, "used": {"plugin": "Recorder"},
+                "cam": {"plugin": "TessraCamera", "motion_blur": )") +
+                                     blur + R"(}, "s": {"plugin": "TessraSettings", "width": 1,
+                "height": 1, "motion_blur": )" +
+                                     settings + "}}",
+                                 "s.json", diagnostics),
+            registry_.registry, diagnostics);
+        EXPECT_EQ(diagnostics.str(), "");
+        std::string seen;
+        registry_.record.hook = [&](const std::string& call, TessraRenderer* renderer) {
+            if (call != "used.preFrameBegin")
+                return;
+            auto* camera = dynamic_cast<CameraSettingsInterface*>(
+                renderer->getInterface(ids::kCameraSettings));
+            const TessraFrameData& frame = renderer->getFrameData();
+            seen = std::to_string(camera->getValue(kCameraMotionBlurKey)) + " " +
+                   std::to_string(renderer->getSequenceData().motionBlurOn) + " " +
+                   (frame.frameEnd > frame.frameStart ? "open" : "shut");
+        };
+        run({1});
+        return seen;
+    };
+    EXPECT_EQ(seenWith("false", "-1"), "-1 0 shut");
+    EXPECT_EQ(seenWith("false", "0"), "-1 0 shut");
+    EXPECT_EQ(seenWith("false", "1"), "1 1 open");
+    EXPECT_EQ(seenWith("true", "0"), "-1 1 open");
 }
 
 TEST_F(SessionTest, ThrowOnARenderThread_FailsTheFrame) {
