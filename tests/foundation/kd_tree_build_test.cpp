@@ -5,13 +5,19 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <limits>
+#include <numeric>
 #include <set>
+#include <stdexcept>
 #include <string>
+#include <thread>
 
 #include "foundation/kd_tree_samples.h"
 #include "foundation/log.h"
+#include "foundation/parallel.h"
 #include "support/golden.h"
+#include "support/temp_folder.h"
 #include "tessra/allocator.h"
 
 namespace NMBUtils::test {
@@ -97,6 +103,535 @@ TEST(KDTreeBuild, GoldenTrees_AreTheSameNodeByNode) {
             expectGoldenTree(tree, set["expected"], tolerance);
         }
     }
+}
+
+// --- Laws of the division ------------------------------------------------------------------------
+
+std::vector<int> sortedIndicesOf(const NmbKDTree& tree) {
+    std::vector<int> indices;
+    for (const KDNode* leaf : leavesOf(tree))
+        indices.insert(indices.end(), leaf->list(), leaf->list() + leaf->count);
+    std::sort(indices.begin(), indices.end());
+    return indices;
+}
+
+std::vector<int> numbersUpTo(int count) {
+    std::vector<int> numbers(static_cast<std::size_t>(count));
+    std::iota(numbers.begin(), numbers.end(), 0);
+    return numbers;
+}
+
+/// Every leaf's bounds are exactly those of its points.
+void expectTightLeaves(const PointTree& tree) {
+    for (const KDNode* leaf : leavesOf(tree)) {
+        if (leaf == &tree.root())
+            continue;
+        Vector low = tree.point(leaf->list()[0]);
+        Vector high = low;
+        for (int i = 1; i < leaf->count; ++i) {
+            for (int k = 0; k < 3; ++k) {
+                low[k] = std::min(low[k], tree.point(leaf->list()[i])[k]);
+                high[k] = std::max(high[k], tree.point(leaf->list()[i])[k]);
+            }
+        }
+        for (int k = 0; k < 3; ++k) {
+            EXPECT_EQ(leaf->min[k], low[k]);
+            EXPECT_EQ(leaf->max[k], high[k]);
+        }
+    }
+}
+
+TEST(KDTreeBuild, Points_LieInOneLeafEach) {
+    for (const PointSet& set : pointSets()) {
+        SCOPED_TRACE(set.name);
+        PointTree tree(set.points);
+        ASSERT_EQ(tree.build(), 1);
+        EXPECT_EQ(tree.flags, NmbKDTree::kPoints | NmbKDTree::kBuilt);
+        EXPECT_EQ(sortedIndicesOf(tree), numbersUpTo(tree.count()));
+        expectTightLeaves(tree);
+        int largest = 0;
+        for (const KDNode* leaf : leavesOf(tree))
+            largest = std::max(largest, leaf->count);
+        EXPECT_EQ(largest > 31, tree.degenerateCount > 31);
+        EXPECT_EQ(tree.statistics().largestLeaf, largest);
+        EXPECT_EQ(tree.statistics().leafPrimitives, tree.count());
+    }
+}
+
+/// A box lies in a leaf exactly if it reaches to that side of all planes above.
+void expectBoxesOnTheirSides(const KDNode& node, const std::vector<Box>& boxes,
+                             std::vector<int> here) {
+    if (node.isLeaf()) {
+        EXPECT_EQ(std::vector<int>(node.list(), node.list() + node.count), here);
+        return;
+    }
+    std::vector<int> sides[2];
+    double sum = 0;
+    for (const int index : here) {
+        const Box& box = boxes[static_cast<std::size_t>(index)];
+        sum += (double(box.min[node.axis]) + double(box.max[node.axis])) / 2;
+    }
+    const double mean = sum / static_cast<double>(here.size());
+    EXPECT_NEAR(node.split, mean, std::fabs(mean) * 1e-6 + 1e-12);
+    for (const int index : here) {
+        const Box& box = boxes[static_cast<std::size_t>(index)];
+        if (box.min[node.axis] < mean)
+            sides[0].push_back(index);
+        if (box.max[node.axis] >= mean)
+            sides[1].push_back(index);
+    }
+    const auto most = static_cast<int>(std::max(sides[0].size(), sides[1].size()));
+    const auto count = static_cast<int>(here.size());
+    const auto twice = static_cast<int>(sides[0].size() + sides[1].size()) - count;
+    EXPECT_LT(most, count - twice / 8 - 2);
+    expectBoxesOnTheirSides(*node.child(0), boxes, sides[0]);
+    expectBoxesOnTheirSides(*node.child(1), boxes, sides[1]);
+}
+
+TEST(KDTreeBuild, Boxes_LieInAllLeavesThatTheyReach) {
+    Random random(7);
+    for (const PointSet& set : pointSets()) {
+        for (const float size : {0.0f, 0.05f, 1.0f, 300.0f}) {
+            SCOPED_TRACE(set.name + " with boxes up to " + std::to_string(size));
+            const std::vector<Box> boxes = boxesAround(set.points, size, random);
+            BoxTree tree(boxes);
+            ASSERT_EQ(tree.build(), 1);
+            EXPECT_EQ(tree.flags, NmbKDTree::kBuilt);
+            EXPECT_EQ(tree.errorFlags, 0u);
+            expectBoxesOnTheirSides(tree.root(), boxes, numbersUpTo(tree.count()));
+        }
+    }
+}
+
+TEST(KDTreeBuild, NoPrimitives_MakeAnEmptyLeafWithoutBounds) {
+    for (const bool points : {false, true}) {
+        for (const bool oriented : {false, true}) {
+            PointTree tree({});
+            ASSERT_EQ(tree.Build(0, oriented, false, points), 1);
+            EXPECT_TRUE(tree.root().isLeaf());
+            EXPECT_EQ(tree.root().count, 0);
+            for (int k = 0; k < 3; ++k) {
+                EXPECT_EQ(tree.bounds().min[k], 1e20f);
+                EXPECT_EQ(tree.bounds().max[k], -1e20f);
+            }
+            // Oriented boxes win over points.
+            EXPECT_EQ(tree.flags & 3u, oriented ? 1u : points ? 2u : 0u);
+        }
+    }
+}
+
+TEST(KDTreeBuild, Counts_DivideFrom32PointsAnd16Boxes) {
+    Random random(3);
+    for (const int count : {2, 15, 16, 31, 32}) {
+        const std::vector<Vector> points = randomPoints(random, count);
+        PointTree pointTree(points);
+        BoxTree boxTree(boxesAround(points, 0.001f, random));
+        pointTree.build();
+        boxTree.build();
+        EXPECT_EQ(pointTree.root().isLeaf(), count < 32) << count;
+        EXPECT_EQ(boxTree.root().isLeaf(), count < 16) << count;
+    }
+}
+
+TEST(KDTreeBuild, BoxesThatAllStraddleTheMean_StayOneLeaf) {
+    Random random(4);
+    std::vector<Box> boxes;
+    for (int i = 0; i < 5000; ++i)
+        boxes.push_back({randomVector(random, -9, -8), randomVector(random, 8, 9)});
+    BoxTree tree(boxes);
+    ASSERT_EQ(tree.build(), 1);
+    EXPECT_TRUE(tree.root().isLeaf());
+    EXPECT_EQ(tree.root().count, 5000);
+    EXPECT_EQ(tree.degenerateCount, 0);
+}
+
+TEST(KDTreeBuild, IdenticalPoints_AreOneDegenerateLeaf) {
+    for (const int count : {1, 2, 3, 31, 32, 100000}) {
+        PointTree tree(std::vector<Vector>(static_cast<std::size_t>(count), Vector{5, 6, 7}));
+        ASSERT_EQ(tree.build(), 1);
+        EXPECT_EQ(tree.root().count, count);
+        EXPECT_EQ(tree.degenerateCount, count > 2 ? count : 0);
+        EXPECT_EQ(tree.errorFlags, count > 2 ? 1u : 0u);
+    }
+}
+
+std::string debuggerText;
+
+/// Gathers the debugger's texts.
+class DebuggerTexts {
+public:
+    DebuggerTexts() {
+        debuggerText.clear();
+        setDebugSink([](const char* text) { debuggerText += text; });
+    }
+    ~DebuggerTexts() { setDebugSink(nullptr); }
+    static const std::string& text() { return debuggerText; }
+};
+
+TEST(KDTreeBuild, PointsThatHaveNoMean_StayOneLeafWithAMessage) {
+    const DebuggerTexts debugger;
+    Random random(5);
+    std::vector<Vector> points = randomPoints(random, 40);
+    points[17].x = points[17].y = points[17].z = std::numeric_limits<float>::quiet_NaN();
+    PointTree tree(points);
+    ASSERT_EQ(tree.build(), 1);
+    EXPECT_EQ(debugger.text(), "#error in tree division n:40 \n");
+    EXPECT_EQ(tree.root().count, 40);
+    EXPECT_EQ(tree.degenerateCount, 40);
+    EXPECT_EQ(tree.errorFlags, 1u);
+}
+
+TEST(KDTreeBuild, BoxesThatAreNoNumbers_AreNotLost) {
+    Random random(6);
+    std::vector<Box> boxes = boxesAround(randomPoints(random, 100), 0.1f, random);
+    boxes[50].min.y = std::numeric_limits<float>::quiet_NaN();
+    boxes[60] = {boxes[60].max, boxes[60].min};
+    BoxTree tree(boxes);
+    ASSERT_EQ(tree.build(), 1);
+    const std::vector<int> indices = sortedIndicesOf(tree);
+    EXPECT_EQ(std::set<int>(indices.begin(), indices.end()).size(), 100u);
+}
+
+/// Long boxes at all places: most planes leave nine tenths of them on both sides.
+TEST(KDTreeBuild, BoxesThatMultiply_KeepToABound) {
+    Random random(8);
+    std::vector<Box> boxes;
+    for (int i = 0; i < 20000; ++i) {
+        const Vector center = randomVector(random) * std::pow(2.0f, uniform(random, -20, 20));
+        const Vector half = randomVector(random, 0, 2) * std::pow(2.0f, uniform(random, -20, 20));
+        boxes.push_back({center - half, center + half});
+    }
+    BoxTree tree(boxes);
+    ASSERT_EQ(tree.build(), 1);
+    EXPECT_LE(tree.statistics().leafPrimitives, 1024 * 20000);
+}
+
+void addIndices(const KDNode& node, std::set<int>& indices) {
+    if (node.isLeaf()) {
+        indices.insert(node.list(), node.list() + node.count);
+        return;
+    }
+    addIndices(*node.child(0), indices);
+    addIndices(*node.child(1), indices);
+}
+
+TEST(KDTreeBuild, LongSlantedBoxes_AreDividedByAnObliquePlane) {
+    // Two sheaves of parallel needles, side by side across their direction: every world axis cuts
+    // most of them, a plane along them none.
+    std::vector<SphereTree::Sphere> needles;
+    Random random(9);
+    for (int i = 0; i < 200; ++i) {
+        const Vector side = i % 2 ? Vector{5, -5, 0} : Vector{-5, 5, 0};
+        needles.push_back({side + randomVector(random, -0.5f, 0.5f), 0.01f, {40, 40, 0}});
+    }
+    SphereTree tree(needles);
+    ASSERT_EQ(tree.build(true), 1);
+    const KDNode& root = tree.root();
+    ASSERT_EQ(root.axis, KDNode::kOblique);
+    const auto& node = static_cast<const MBNode&>(root);
+    double lengthSq = 0;
+    for (const float value : node.planeNormal)
+        lengthSq += double(value) * double(value);
+    EXPECT_NEAR(lengthSq, 1, 1e-6);
+    std::set<int> sides[2];
+    addIndices(*root.child(0), sides[0]);
+    addIndices(*root.child(1), sides[1]);
+    EXPECT_EQ(sides[0].size(), 100u);
+    EXPECT_EQ(sides[1].size(), 100u);
+    EXPECT_NE(*sides[0].begin() % 2, *sides[1].begin() % 2);
+    sides[0].merge(sides[1]);
+    EXPECT_EQ(sides[0].size(), 200u);
+}
+
+TEST(KDTreeBuild, OrientedBoxesWithoutAnyExtent_Build) {
+    // Neither long axes nor places give a normal.
+    SphereTree tree(std::vector<SphereTree::Sphere>(50, {{1, 2, 3}, 0, {}}));
+    ASSERT_EQ(tree.build(true), 1);
+    EXPECT_TRUE(tree.root().isLeaf());
+    EXPECT_EQ(tree.root().count, 50);
+}
+
+TEST(KDTreeBuild, AgainOverOthers_DiscardsTheFormerTree) {
+    PointTree many(pointSets().back().points);
+    many.build();
+    many.Build(3, false, false, true);
+    EXPECT_EQ(sortedIndicesOf(many), numbersUpTo(3));
+    many.Clear();
+    EXPECT_EQ(many.flags, 0u);
+    EXPECT_EQ(many.root().count, 0);
+}
+
+// --- Threads -------------------------------------------------------------------------------------
+
+void expectSameNodes(const KDNode& one, const KDNode& other) {
+    ASSERT_EQ(one.axis, other.axis);
+    for (int k = 0; k < 3; ++k) {
+        EXPECT_EQ(one.min[k], other.min[k]);
+        EXPECT_EQ(one.max[k], other.max[k]);
+    }
+    if (one.isLeaf()) {
+        EXPECT_EQ(std::vector<int>(one.list(), one.list() + one.count),
+                  std::vector<int>(other.list(), other.list() + other.count));
+        return;
+    }
+    EXPECT_EQ(one.split, other.split);
+    expectSameNodes(*one.child(0), *other.child(0));
+    expectSameNodes(*one.child(1), *other.child(1));
+}
+
+TEST(KDTreeBuild, OnThreads_TheTreeIsTheSame) {
+    Random random(10);
+    const std::vector<Vector> points = randomPoints(random, 5000);
+    const std::vector<Box> boxes = boxesAround(points, 0.05f, random);
+    std::vector<SphereTree::Sphere> spheres;
+    for (const Vector& point : points)
+        spheres.push_back({point, 0.02f, randomVector(random) * 0.1f});
+    PointTree serialPoints(points);
+    BoxTree serialBoxes(boxes);
+    SphereTree serialSpheres(spheres);
+    serialPoints.build();
+    serialBoxes.build();
+    serialSpheres.build(true);
+    for (const int threads : {1, 2, 8}) {
+        const LentThreads lent(threads);
+        PointTree parallelPoints(points);
+        BoxTree parallelBoxes(boxes);
+        SphereTree parallelSpheres(spheres);
+        ASSERT_EQ(parallelPoints.build(true), 1);
+        ASSERT_EQ(parallelBoxes.build(true), 1);
+        ASSERT_EQ(parallelSpheres.build(true, true), 1);
+        expectSameNodes(serialPoints.root(), parallelPoints.root());
+        expectSameNodes(serialBoxes.root(), parallelBoxes.root());
+        expectSameNodes(serialSpheres.root(), parallelSpheres.root());
+        EXPECT_EQ(serialBoxes.statistics().leafPrimitives,
+                  parallelBoxes.statistics().leafPrimitives);
+    }
+}
+
+/// Has no thread to lend.
+class NoThreads : public TessUtils::ThreadManager {
+public:
+    bool runThread(TessUtils::ThreadProcedure*, int, const void*) override { return false; }
+    void waitThreads(const void*) override {}
+    int getNumberOfProcessors() const override { return 4; }
+};
+
+TEST(KDTreeBuild, WithoutAThreadLeft_TheCallerDivides) {
+    NoThreads manager;
+    setGlobalThreadManager(&manager);
+    Random random(11);
+    PointTree tree(randomPoints(random, 3000));
+    EXPECT_EQ(tree.build(true), 1);
+    releaseGlobalThreadManager();
+    EXPECT_EQ(sortedIndicesOf(tree), numbersUpTo(3000));
+}
+
+// --- Progress and abort --------------------------------------------------------------------------
+
+TEST(KDTreeBuild, Progress_GrowsToItsFullScale) {
+    Random random(12);
+    for (const int count : {1, 40, 3000, 50000}) {
+        PointTree points(randomPoints(random, count));
+        std::vector<int> counters;
+        points.progress = [&](int counter) {
+            counters.push_back(counter);
+            return 0;
+        };
+        points.build();
+        ASSERT_FALSE(counters.empty());
+        EXPECT_TRUE(std::is_sorted(counters.begin(), counters.end()));
+        EXPECT_EQ(counters.back(), 65536);
+        EXPECT_LE(counters.size(), 256u);
+    }
+}
+
+TEST(KDTreeBuild, AbortedByProgress_EndsNormallyWithAnIncompleteTree) {
+    Random random(13);
+    const std::vector<Vector> points = randomPoints(random, 50000);
+    for (const bool boxes : {false, true}) {
+        int calls = 0;
+        const auto stopAtThird = [&](int) { return ++calls == 3; };
+        PointTree pointTree(points);
+        BoxTree boxTree(boxesAround(points, 0.001f, random));
+        pointTree.progress = boxTree.progress = stopAtThird;
+        NmbKDTree& tree = boxes ? static_cast<NmbKDTree&>(boxTree) : pointTree;
+        EXPECT_EQ(tree.Build(50000, false, false, !boxes), 1);
+        EXPECT_EQ(calls, 3);
+        EXPECT_TRUE(tree.aborted());
+        EXPECT_TRUE(tree.flags & NmbKDTree::kBuilt);
+        // What wasn't divided any more stays together in large leaves.
+        EXPECT_GT(leavesOf(tree).size(), 3u);
+        EXPECT_LT(leavesOf(tree).size(), 100u);
+        NmbKDTree::Neighbour nearest;
+        EXPECT_EQ(tree.FindNearest(points[123], &nearest, 1, 1), 1);
+    }
+}
+
+/// Lends threads that don't begin before they are let go.
+class HeldThreads : public TessUtils::ThreadManager {
+public:
+    ~HeldThreads() override {
+        for (std::thread& thread : threads_)
+            thread.join();
+    }
+    bool runThread(TessUtils::ThreadProcedure* body, int index, const void*) override {
+        threads_.emplace_back([this, body, index] {
+            go_.wait();
+            body->Run(index);
+        });
+        return true;
+    }
+    void waitThreads(const void*) override {}
+    int getNumberOfProcessors() const override { return 2; }
+    void letGo() { go_.set(); }
+
+private:
+    EventDomain domain_;
+    Event go_{domain_, Event::Reset::Manual};
+    std::vector<std::thread> threads_;
+};
+
+TEST(KDTreeBuild, OnThreads_TheCallerReportsWhileItWaitsAndAborts) {
+    HeldThreads manager;
+    setGlobalThreadManager(&manager);
+    Random random(14);
+    PointTree tree(randomPoints(random, 5000));
+    const std::thread::id caller = std::this_thread::get_id();
+    int calls = 0;
+    tree.progress = [&](int counter) {
+        EXPECT_EQ(std::this_thread::get_id(), caller);
+        EXPECT_EQ(counter, 0);
+        if (++calls < 3)
+            return 0;
+        manager.letGo();
+        return 1;
+    };
+    EXPECT_EQ(tree.build(true), 1);
+    releaseGlobalThreadManager();
+    EXPECT_EQ(calls, 3);
+    EXPECT_TRUE(tree.aborted());
+}
+
+TEST(KDTreeBuild, ProgressThatThrows_LeavesNothingBehind) {
+    Random random(15);
+    PointTree tree(randomPoints(random, 1000));
+    tree.progress = [](int) -> int { throw std::runtime_error("stop"); };
+    EXPECT_THROW(tree.build(), std::runtime_error);
+    EXPECT_EQ(tree.root().count, 0);
+    tree.progress = {};
+    EXPECT_EQ(tree.build(), 1);
+}
+
+// --- Without memory ------------------------------------------------------------------------------
+
+/// Counts what any query finds.
+int answersOf(const NmbKDTree& tree) {
+    int answers = 0;
+    NmbKDTree::Neighbour neighbours[4];
+    answers += tree.FindNearest({0, 0, 0}, neighbours, 4, 1e18f);
+    NmbArray<int> found;
+    tree.CollectSphere({0, 0, 0}, 1e9f, found);
+    answers += found.size;
+    KDRay ray({0, 0, -1e6f}, {0, 0, 1});
+    ray.startRadius = 1e6f;
+    answers += tree.TraceRay(ray, nullptr, 0) >= 0;
+    answers += tree.TraceCone(ray, nullptr) >= 0;
+    answers += tree.IsInside({0, 0, 0}, 0);
+    answers += tree.FindPointLeaf({0, 0, 0})->count;
+    return answers;
+}
+
+struct FailingBuild {
+    const char* name;
+    bool oriented;
+    bool points;
+    std::vector<std::string> messages;  // by the number of the allocation that fails, from 1
+};
+
+/// The arrays of indices and primitives fail silently; then the list block, the pool's first block
+/// and the two lists of the root's children.
+const FailingBuild kFailingBuilds[] = {
+    {"points", false, true, {"", "", "#Out of memory in NmbKDTree::KDNode::DivideP\n"}},
+    {"boxes",
+     false,
+     false,
+     {"", "", "#Out of memory in NmbKDTree::KDNode::Divide 1\n",
+      "#Out of memory in NmbKDTree::KDNode::Divide 2\n",
+      "#Out of memory in NmbKDTree::KDNode::Divide 3\n",
+      "#Out of memory in NmbKDTree::KDNode::Divide 3\n",
+      "#Out of memory in NmbKDTree::KDNode::Divide 1\n"}},
+    {"oriented boxes",
+     true,
+     false,
+     {"", "", "#Out of memory in NmbKDTree::KDNode::DivideMB 1\n",
+      "#Out of memory in NmbKDTree::KDNode::DivideMB 2\n",
+      "#Out of memory in NmbKDTree::KDNode::DivideMB 3\n",
+      "#Out of memory in NmbKDTree::KDNode::DivideMB 3\n",
+      "#Out of memory in NmbKDTree::KDNode::DivideMB 1\n"}},
+};
+
+SphereTree smallSpheres(int count) {
+    Random random(16);
+    std::vector<SphereTree::Sphere> spheres;
+    for (const Vector& center : randomPoints(random, count))
+        spheres.push_back({center, 0.01f, randomVector(random) * 0.1f});
+    return SphereTree(std::move(spheres));
+}
+
+TEST(KDTreeBuild, AnyAllocationThatFails_LeavesATreeThatAnswersNothing) {
+    for (const FailingBuild& failing : kFailingBuilds) {
+        SphereTree tree = smallSpheres(150);
+        std::uint64_t n = 1;
+        for (;; ++n) {
+            SCOPED_TRACE(failing.name + (", allocation " + std::to_string(n)));
+            const std::size_t before = getGlobalMemoryTracker()->currentBlocks();
+            const DebuggerTexts debugger;
+            getGlobalMemoryTracker()->failAllocation(n);
+            const int built = tree.Build(150, failing.oriented, false, failing.points);
+            getGlobalMemoryTracker()->failAllocation(0);
+            if (built)
+                break;
+            EXPECT_EQ(getGlobalMemoryTracker()->currentBlocks(), before);
+            if (n <= failing.messages.size()) {
+                EXPECT_EQ(debugger.text(), failing.messages[n - 1]);
+            }
+            EXPECT_EQ(tree.flags & (NmbKDTree::kBuilt | NmbKDTree::kAborted),
+                      std::uint32_t{NmbKDTree::kAborted});
+            EXPECT_EQ(tree.errorFlags & NmbKDTree::kOutOfMemory,
+                      std::uint32_t{NmbKDTree::kOutOfMemory});
+            EXPECT_EQ(answersOf(tree), 0);
+        }
+        EXPECT_GE(n, failing.messages.size()) << failing.name;
+        EXPECT_GT(answersOf(tree), 0) << failing.name;
+    }
+}
+
+TEST(KDTreeBuild, AllocationsThatFailOnThreads_EndAllDivisions) {
+    const LentThreads lent(4);
+    for (const FailingBuild& failing : kFailingBuilds) {
+        SphereTree tree = smallSpheres(3000);
+        int failures = 0;
+        for (std::uint64_t n = 3; n < 60; n += 5) {
+            getGlobalMemoryTracker()->failAllocation(n);
+            const int built = tree.Build(3000, failing.oriented, true, failing.points);
+            getGlobalMemoryTracker()->failAllocation(0);
+            failures += !built;
+            EXPECT_EQ(answersOf(tree) > 0, built == 1) << failing.name << " " << n;
+        }
+        EXPECT_GT(failures, 0) << failing.name;
+    }
+}
+
+TEST(KDTreeBuild, NegativeCount_IsRefusedWithTheArraysMessage) {
+    const nimbra::test::TempFolder folder;
+    const std::filesystem::path file = folder / "log.txt";
+    std::snprintf(logFilePath, sizeof logFilePath, "%s", file.c_str());
+    PointTree tree({});
+    const int built = tree.Build(-5, false, false, true);
+    logFilePath[0] = 0;
+    EXPECT_EQ(built, 0);
+    EXPECT_EQ(nimbra::test::readFile(file), "[ERROR] NmbArray SetSize() with a negative newsz!\n");
+    EXPECT_EQ(answersOf(tree), 0);
 }
 
 }  // namespace

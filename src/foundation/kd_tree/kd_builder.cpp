@@ -22,7 +22,8 @@ constexpr int kFullProgress = 65536;
 constexpr int kProgressDepth = 8;
 /// Only hostile primitives make a deeper tree; the recursion must end before the stack does.
 constexpr int kDeepest = 512;
-constexpr double kMostLeafShares = 256;
+/// Overlapping spheres were seen to come to 430.
+constexpr double kMostLeafShares = 1024;
 
 /// Levels whose children are divided on threads, less 1.
 int parallelDepthFor(int threads) {

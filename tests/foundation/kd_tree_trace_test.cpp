@@ -1,0 +1,439 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+//
+// Rays and cones through trees, against brute force over the same primitives.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <ostream>
+#include <set>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "foundation/kd_tree/cone_box.h"
+#include "foundation/kd_tree_samples.h"
+
+namespace NMBUtils::test {
+namespace {
+
+// --- Rays ----------------------------------------------------------------------------------------
+
+struct Hit {
+    float t = -1;  // -1: none
+    int code = 0;
+
+    bool operator==(const Hit&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& out, const Hit& hit) {
+    return out << "t " << hit.t << " code " << hit.code;
+}
+
+Hit bruteTrace(const SphereTree& tree, KDRay ray, float time,
+               const std::function<bool(int, int)>& counts) {
+    Hit nearest;
+    for (int i = 0; i < tree.count(); ++i) {
+        const float before = ray.tMax;
+        const int code = tree.Intersect(i, ray, time);
+        if (code && counts(i, code))
+            nearest = {ray.tMax, code};
+        else
+            ray.tMax = before;
+    }
+    return nearest;
+}
+
+Hit trace(const SphereTree& tree, KDRay ray, float time, NmbKDTree::TraverseControl* control) {
+    const float before = ray.tMax;
+    int code = -5;
+    const int index = tree.TraceRay(ray, control, time, &code);
+    if (index < 0) {
+        EXPECT_EQ(ray.tMax, before);
+        EXPECT_EQ(code, -5);
+        return {};
+    }
+    KDRay again = ray;
+    again.tMax = before;
+    EXPECT_EQ(tree.Intersect(index, again, time), code);
+    EXPECT_EQ(again.tMax, ray.tMax);
+    return {ray.tMax, code};
+}
+
+/// Rays of all sorts: oblique, along axes, in planes; with limits; from inside and outside.
+KDRay randomRay(Random& random, float size) {
+    const Vector origin = randomVector(random, -size, size);
+    Vector direction = randomVector(random) * std::pow(10.0f, uniform(random, -2, 2));
+    const int kind = static_cast<int>(random() % 4);
+    for (int k = 0; k < kind && kind < 3; ++k)
+        direction[(k + static_cast<int>(random() % 3)) % 3] = random() % 2 ? 0.0f : -0.0f;
+    KDRay ray(origin, direction);
+    if (random() % 4 == 0) {
+        ray.tMin =
+            uniform(random, -size, size) / TessUtils::length(direction + Vector{0, 0, 1e-9f});
+        ray.tMax = ray.tMin + uniform(random, 0, 2 * size);
+    }
+    return ray;
+}
+
+std::vector<SphereTree::Sphere> randomSpheres(Random& random, int count, float radius,
+                                              float motion) {
+    std::vector<SphereTree::Sphere> spheres;
+    for (const Vector& center : randomPoints(random, count, -10, 10)) {
+        spheres.push_back(
+            {center, radius * uniform(random, 0.1f, 1), randomVector(random) * motion});
+    }
+    return spheres;
+}
+
+TEST(KDTreeTrace, Spheres_AreHitAsByBruteForce) {
+    Random random(41);
+    int hits = 0;
+    for (const int count : {0, 1, 2, 15, 16, 31, 32, 500, 3000}) {
+        for (const float motion : {0.0f, 4.0f}) {
+            SCOPED_TRACE(std::to_string(count) + " spheres, motion " + std::to_string(motion));
+            SphereTree tree(randomSpheres(random, count, count < 100 ? 5.0f : 0.8f, motion));
+            ASSERT_EQ(tree.build(motion > 0), 1);
+            for (int i = 0; i < 300; ++i) {
+                const KDRay ray = randomRay(random, 12);
+                const float time = uniform(random, 0, 1);
+                const auto all = [](int, int) { return true; };
+                const Hit hit = trace(tree, ray, time, nullptr);
+                ASSERT_EQ(hit, bruteTrace(tree, ray, time, all)) << "ray " << i;
+                hits += hit.code != 0;
+
+                const int own = static_cast<int>(random() % 8);
+                NmbKDTree::Skip skip(own);
+                ASSERT_EQ(
+                    trace(tree, ray, time, &skip),
+                    bruteTrace(tree, ray, time, [&](int index, int) { return index != own; }));
+                NmbKDTree::OutFilter leaving;
+                ASSERT_EQ(trace(tree, ray, time, &leaving),
+                          bruteTrace(tree, ray, time, [](int, int code) { return code != 1; }));
+            }
+        }
+    }
+    EXPECT_GT(hits, 1000);
+}
+
+TEST(KDTreeTrace, RaysInDividingPlanes_HitOnBothSides) {
+    // A lattice of spheres, and rays exactly between its rows and along them.
+    std::vector<SphereTree::Sphere> spheres;
+    for (int i = 0; i < 1000; ++i) {
+        spheres.push_back({{static_cast<float>(i % 10), static_cast<float>(i / 10 % 10),
+                            static_cast<float>(i / 100)},
+                           0.5625f,
+                           {}});
+    }
+    SphereTree tree(spheres);
+    ASSERT_EQ(tree.build(false), 1);
+    for (int axis = 0; axis < 3; ++axis) {
+        for (int row = -1; row <= 20; ++row) {
+            for (int column = -1; column <= 20; ++column) {
+                for (const float sign : {-1.0f, 1.0f}) {
+                    Vector origin;
+                    origin[axis] = sign < 0 ? 20.0f : -10.0f;
+                    origin[(axis + 1) % 3] = static_cast<float>(row) * 0.5f;
+                    origin[(axis + 2) % 3] = static_cast<float>(column) * 0.5f;
+                    Vector direction;
+                    direction[axis] = sign;
+                    const KDRay ray(origin, direction);
+                    ASSERT_EQ(trace(tree, ray, 0, nullptr),
+                              bruteTrace(tree, ray, 0, [](int, int) { return true; }));
+                }
+            }
+        }
+    }
+}
+
+TEST(KDTreeTrace, ReciprocalOfZero_IsFinite) {
+    const KDRay ray({0, 0, 0}, {0.0f, -0.0f, 1e-30f});
+    EXPECT_EQ(ray.reciprocal, (Vector{1e18f, -1e18f, 1e18f}));
+    EXPECT_EQ(ray.signMask, 2u);
+    EXPECT_EQ(KDRay({0, 0, 0}, {-4, 2, -0.5f}).reciprocal, (Vector{-0.25f, 0.5f, -2}));
+    EXPECT_EQ(KDRay({0, 0, 0}, {-4, 2, -0.5f}).signMask, 5u);
+    EXPECT_EQ(KDRay({0, 0, 0}, {0, 2, 0}).rcpLengthSq, 0.25f);
+}
+
+TEST(KDTreeTrace, ControlIsTold_LeafByLeafUpToTheFirstHit) {
+    // A row of spheres: a ray along it needs the first leaf only.
+    class Recorder : public NmbKDTree::TraverseControl {
+    public:
+        void BeginLeaf() override { ++leaves; }
+        int Skip(int index) override {
+            asked.insert(index);
+            return 0;
+        }
+        int Accept(int index, float t, int code) override {
+            EXPECT_EQ(t, static_cast<float>(index) + 9.75f);
+            EXPECT_EQ(code, 1);
+            return index < rejectBelow;
+        }
+        int leaves = 0;
+        int rejectBelow = 0;
+        std::set<int> asked;
+    };
+    std::vector<SphereTree::Sphere> row;
+    for (int i = 0; i < 200; ++i)
+        row.push_back({{static_cast<float>(i), 0, 0}, 0.25f, {}});
+    SphereTree tree(row);
+    ASSERT_EQ(tree.build(false), 1);
+    Recorder first;
+    KDRay ray({-10, 0, 0}, {1, 0, 0});
+    EXPECT_EQ(tree.TraceRay(ray, &first, 0), 0);
+    EXPECT_EQ(first.leaves, 1);
+    EXPECT_LT(first.asked.size(), 16u);
+    // Rejected hits leave the ray as it was.
+    Recorder later;
+    later.rejectBelow = 77;
+    KDRay same({-10, 0, 0}, {1, 0, 0});
+    EXPECT_EQ(tree.TraceRay(same, &later, 0), 77);
+    EXPECT_EQ(same.tMax, 86.75f);
+}
+
+TEST(KDTreeTrace, Inside_IsWhereTheFirstHitLeaves) {
+    Random random(42);
+    // Spheres apart from each other.
+    std::vector<SphereTree::Sphere> spheres;
+    for (int i = 0; i < 216; ++i) {
+        const Vector cell{static_cast<float>(i % 6), static_cast<float>(i / 6 % 6),
+                          static_cast<float>(i / 36)};
+        spheres.push_back({cell * 2.0f, uniform(random, 0.2f, 0.9f), {}});
+    }
+    SphereTree tree(spheres);
+    ASSERT_EQ(tree.build(false), 1);
+    int inside = 0;
+    for (int i = 0; i < 3000; ++i) {
+        const Vector point = randomVector(random, -1, 11);
+        const bool expected = std::any_of(spheres.begin(), spheres.end(), [&](const auto& sphere) {
+            return TessUtils::length(point - sphere.center) < sphere.radius;
+        });
+        EXPECT_EQ(tree.IsInside(point, 0), expected);
+        inside += expected;
+    }
+    EXPECT_GT(inside, 100);
+}
+
+TEST(KDTreeTrace, ManyThreads_HitWhatOneHits) {
+    Random random(43);
+    SphereTree tree(randomSpheres(random, 5000, 0.5f, 2));
+    {
+        const LentThreads lent(4);
+        ASSERT_EQ(tree.build(true, true), 1);
+    }
+    std::vector<KDRay> rays;
+    for (int i = 0; i < 300; ++i)
+        rays.push_back(randomRay(random, 12));
+    const auto traceAll = [&] {
+        std::vector<Hit> hits;
+        for (const KDRay& ray : rays)
+            hits.push_back(trace(tree, ray, 0.5f, nullptr));
+        return hits;
+    };
+    const std::vector<Hit> expected = traceAll();
+    std::vector<std::vector<Hit>> answers(8);
+    std::vector<std::thread> threads;
+    for (auto& answer : answers)
+        threads.emplace_back([&] { answer = traceAll(); });
+    for (std::thread& thread : threads)
+        thread.join();
+    for (const auto& answer : answers)
+        EXPECT_EQ(answer, expected);
+}
+
+// --- Cones ---------------------------------------------------------------------------------------
+
+/// t of a point along the cone's axis; false where the point is outside the cone.
+bool pointInCone(const KDRay& cone, const Vector& point, float& t) {
+    const Vector offset = point - cone.origin;
+    t = TessUtils::dot(offset, cone.direction) * cone.rcpLengthSq;
+    const Vector across = offset - cone.direction * t;
+    const float radius = t * cone.radiusSlope + cone.startRadius;
+    return TessUtils::dot(across, across) <= radius * radius;
+}
+
+/// Takes no point for the end, gathers all within the limits.
+class Gathering : public NmbKDTree::TraverseControl {
+public:
+    explicit Gathering(const KDRay& cone) : cone_(cone) {}
+    int Accept(int index, float t, int) override {
+        if (t > cone_.tMin && t <= cone_.tMax)
+            found.insert(index);
+        return 1;
+    }
+    std::set<int> found;
+
+private:
+    const KDRay cone_;
+};
+
+KDRay randomCone(Random& random, const std::vector<Vector>& points) {
+    const Vector one = points[random() % points.size()];
+    const Vector other = points[random() % points.size()];
+    const float size = std::max(TessUtils::length(one - other), 1e-4f);
+    Vector direction = other - one;
+    if (random() % 3 == 0 || direction == Vector{})
+        direction = randomVector(random) * size;
+    if (random() % 4 == 0)
+        direction[static_cast<int>(random() % 3)] = 0;
+    KDRay cone(one - direction * uniform(random, -1, 2), direction);
+    cone.startRadius = random() % 4 ? size * uniform(random, 0, 0.3f) : 0;
+    cone.radiusSlope = random() % 3 ? size * uniform(random, 0, 0.5f) : 0;
+    if (random() % 2) {
+        cone.tMin = uniform(random, -1, 1);
+        cone.tMax = cone.tMin + uniform(random, 0, 2);
+    }
+    return cone;
+}
+
+TEST(KDTreeCone, Points_AreFoundAsByBruteForce) {
+    Random random(44);
+    std::size_t gathered = 0;
+    for (const PointSet& set : pointSets()) {
+        if (set.points.empty())
+            continue;
+        for (const bool boxes : {false, true}) {
+            SCOPED_TRACE(set.name + (boxes ? " as boxes" : " as points"));
+            PointTree pointTree(set.points);
+            BoxTree boxTree(boxesAround(set.points, 0.1f, random));
+            NmbKDTree& tree = boxes ? static_cast<NmbKDTree&>(boxTree) : pointTree;
+            ASSERT_EQ(tree.Build(pointTree.count(), false, false, !boxes), 1);
+            for (int i = 0; i < 80; ++i) {
+                const KDRay cone = randomCone(random, set.points);
+                std::set<int> expected;
+                float nearest = std::numeric_limits<float>::infinity();
+                for (int p = 0; p < pointTree.count(); ++p) {
+                    float t = 0;
+                    Vector point;
+                    tree.GetPoint(point, p);
+                    if (!pointInCone(cone, point, t) || t <= cone.tMin || t > cone.tMax)
+                        continue;
+                    expected.insert(p);
+                    nearest = std::min(nearest, t);
+                }
+                Gathering all(cone);
+                KDRay whole = cone;
+                EXPECT_EQ(tree.TraceCone(whole, &all), -1);
+                EXPECT_EQ(all.found, expected) << "cone " << i;
+                EXPECT_EQ(whole.tMax, cone.tMax);
+                gathered += expected.size();
+
+                KDRay shortened = cone;
+                const int index = tree.TraceCone(shortened, nullptr);
+                ASSERT_EQ(index >= 0, !expected.empty());
+                if (index >= 0) {
+                    EXPECT_EQ(expected.count(index), 1u);
+                    EXPECT_EQ(shortened.tMax, nearest);
+                }
+            }
+        }
+    }
+    EXPECT_GT(gathered, 10000u);
+}
+
+TEST(KDTreeCone, NodesAwayFromTheCone_AreNotEntered) {
+    class Leaves : public NmbKDTree::TraverseControl {
+    public:
+        void BeginLeaf() override { ++count; }
+        int Accept(int, float, int) override { return 1; }
+        int count = 0;
+    };
+    Random random(45);
+    PointTree tree(randomPoints(random, 20000));
+    tree.build();
+    Leaves entered;
+    KDRay thin({-2, 0.1f, 0.2f}, {1, 0.01f, 0.02f});
+    tree.TraceCone(thin, &entered);
+    EXPECT_GT(entered.count, 3);
+    EXPECT_LT(entered.count, 60);
+    Leaves none;
+    KDRay behind({-2, 0, 0}, {-1, 0, 0});
+    behind.startRadius = 5;
+    tree.TraceCone(behind, &none);
+    EXPECT_EQ(none.count, 0);
+}
+
+/// By sampling: a cone and a box meet if a point of the box lies in the cone.
+bool meetBySampling(const KDRay& cone, const Box& box) {
+    constexpr int kSteps = 24;
+    for (int i = 0; i < kSteps * kSteps * kSteps; ++i) {
+        const int steps[3] = {i % kSteps, i / kSteps % kSteps, i / kSteps / kSteps};
+        Vector point;
+        for (int k = 0; k < 3; ++k) {
+            const float part = static_cast<float>(steps[k]) / (kSteps - 1);
+            point[k] = box.min[k] + (box.max[k] - box.min[k]) * part;
+        }
+        float t = 0;
+        if (pointInCone(cone, point, t) && t >= cone.tMin && t <= cone.tMax)
+            return true;
+    }
+    return false;
+}
+
+TEST(KDTreeCone, BoxTest_SeesEveryWayToMeet) {
+    struct Case {
+        const char* name;
+        Vector origin, direction;
+        float startRadius, slope, tMin, tMax;
+        bool touches;
+    };
+    // All against the box from -1 to 1.
+    const Case cases[] = {
+        {"through two faces, between the edges", {-5, 0, 0}, {1, 0, 0}, 0.1f, 0, 0, 100, true},
+        {"wholly inside", {0, 0, 0}, {0.1f, 0, 0}, 0.1f, 0.1f, 0, 1, true},
+        {"around the box", {-5, 0, 0}, {1, 0, 0}, 3, 0, 0, 100, true},
+        {"bulges into a face", {0, 1.5f, -5}, {0, 0, 1}, 0.6f, 0, 0, 100, true},
+        {"passes a face", {0, 1.7f, -5}, {0, 0, 1}, 0.6f, 0, 0, 100, false},
+        {"an edge through its side", {1.3f, 1.3f, -5}, {0, 0, 1}, 0.5f, 0, 0, 100, true},
+        {"passes an edge", {1.4f, 1.4f, -5}, {0, 0, 1}, 0.5f, 0, 0, 100, false},
+        {"grows into a corner", {5, 1.2f, 1.2f}, {-1, 0, 0}, 0, 0.1f, 0, 100, true},
+        {"ends before", {-5, 0, 0}, {1, 0, 0}, 1, 0, 0, 3.9f, false},
+        {"begins behind", {-5, 0, 0}, {1, 0, 0}, 1, 0, 6.1f, 100, false},
+        {"its end disc dips in", {-5, 1.2f, 0}, {2, 0.0f, 0}, 0.5f, 0, 0, 2.1f, true},
+        {"an edge through both discs", {-0.2f, 1, 1}, {1, 0, 0}, 0.2f, 0, 0, 0.3f, true},
+        {"the far side of the tip", {0, 0, 5}, {0, 0, 1}, 1, 1, -100, -2, true},
+        {"a line along a face", {-5, 1, 0.3f}, {1, 0, 0}, 0, 0, 0, 100, true},
+    };
+    for (const Case& c : cases) {
+        KDRay cone(c.origin, c.direction, c.tMin, c.tMax);
+        cone.startRadius = c.startRadius;
+        cone.radiusSlope = c.slope;
+        const float low[3] = {-1, -1, -1};
+        const float high[3] = {1, 1, 1};
+        EXPECT_EQ(ConeBoxTest(cone).touches(low, high, c.tMin, c.tMax), c.touches) << c.name;
+    }
+}
+
+TEST(KDTreeCone, BoxTest_MissesNoPointOfTheBox) {
+    Random random(46);
+    int touching = 0;
+    int apart = 0;
+    int undecided = 0;
+    for (int i = 0; i < 400; ++i) {
+        Box box{randomVector(random), randomVector(random)};
+        for (int k = 0; k < 3; ++k) {
+            if (box.min[k] > box.max[k])
+                std::swap(box.min[k], box.max[k]);
+        }
+        const KDRay cone =
+            randomCone(random, {randomVector(random, -2, 2), randomVector(random, -2, 2)});
+        const float low[3] = {box.min.x, box.min.y, box.min.z};
+        const float high[3] = {box.max.x, box.max.y, box.max.z};
+        const bool touches = ConeBoxTest(cone).touches(low, high, cone.tMin, cone.tMax);
+        const bool sampled = meetBySampling(cone, box);
+        EXPECT_TRUE(touches || !sampled) << "cone " << i;
+        touching += touches && sampled;
+        apart += !touches && !sampled;
+        undecided += touches && !sampled;
+    }
+    EXPECT_GT(touching, 30);
+    EXPECT_GT(apart, 30);
+    // Thin cones slip between the samples.
+    EXPECT_LT(undecided, touching);
+}
+
+}  // namespace
+}  // namespace NMBUtils::test
