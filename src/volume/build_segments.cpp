@@ -4,6 +4,7 @@
 // Finds the volumes that a ray meets and cuts the ray into segments.
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <memory>
 #include <new>
 
@@ -89,16 +90,20 @@ void addEachShader(RayData& rayData, const ShadeQuery& query, const WorldRay& wo
     }
 }
 
-void addFromTree(RayData& rayData, const ShadeQuery& query, const WorldRay& world) {
-    VolumeShaderBBoxIntersectEntry onStack[kStackEntries];
-    std::unique_ptr<VolumeShaderBBoxIntersectEntry[]> onHeap;
-    VolumeShaderBBoxIntersectEntry* entries = onStack;
+[[gnu::noinline]] void addFromTree(RayData& rayData, const ShadeQuery& query,
+                                   const WorldRay& world) {
+    using Entry = VolumeShaderBBoxIntersectEntry;
+    // Plain bytes: clearing the entries would take longer than the ray does.
+    alignas(Entry) std::byte onStack[kStackEntries * sizeof(Entry)];
+    std::unique_ptr<std::byte[]> onHeap;
+    std::byte* bytes = onStack;
     if (query.count > kStackEntries) {
-        onHeap.reset(new (std::nothrow) VolumeShaderBBoxIntersectEntry[query.count]);
+        onHeap.reset(new (std::nothrow) std::byte[query.count * sizeof(Entry)]);
         if (!onHeap)
             return addEachShader(rayData, query, world);
-        entries = onHeap.get();
+        bytes = onHeap.get();
     }
+    Entry* const entries = reinterpret_cast<Entry*>(bytes);
     const int found = rayData.tree->intersect(world.origin, world.dir, world.length, query.time,
                                               entries, query.count);
     for (int i = 0; i < found; ++i) {

@@ -14,6 +14,7 @@
 #include <numeric>
 #include <thread>
 
+#include "volume/gizmo_split.h"
 #include "volume/test_scene.h"
 
 namespace nimbra::test {
@@ -171,6 +172,52 @@ TEST(Marcher, OrderOfContainers_ChangesNothing) {
         const ShadeResult got = shadeOver({1, 1, 1}, ray, shaders, illuminator);
         EXPECT_EQ(got.opacity, expected.opacity);
         EXPECT_EQ(got.color, expected.color);
+    }
+}
+
+/// Asks every shader, in reverse.
+class ListAsTree : public ShaderTree {
+public:
+    explicit ListAsTree(const std::vector<const VolumeShader*>& list) : shaders(list) {}
+    bool isBuilt() const override { return built; }
+    int intersect(const TracePoint& origin, const TracePoint& dir, float maxt, float time,
+                  VolumeShaderBBoxIntersectEntry* entries, int capacity) const override {
+        ++queries;
+        int found = 0;
+        for (std::size_t i = shaders.size(); i-- > 0 && found < capacity;) {
+            entries[found].shader = shaders[i];
+            found += enterGrid(entries[found].ray, *shaders[i], {origin, dir, maxt, time});
+        }
+        return found;
+    }
+    bool built = true;
+    mutable int queries = 0;
+
+private:
+    const std::vector<const VolumeShader*>& shaders;
+};
+
+TEST(Marcher, TreeOfContainers_IsAskedFromElevenOn) {
+    const auto boxes = glowingBoxes(15);
+    const std::vector<const VolumeShader*> some = shadersOf(boxes);
+    for (const std::size_t count : {10u, 11u, 15u, 1025u}) {
+        std::vector<const VolumeShader*> shaders;
+        for (std::size_t i = 0; i < count; ++i)
+            shaders.push_back(some[i % some.size()]);
+        TestIlluminator illuminator;
+        ShadeQuery ray = rayAlongX(3, 3, -5, 60);
+        const ShadeResult expected = shadeOver({1, 1, 1}, ray, shaders, illuminator);
+        ListAsTree tree(shaders);
+        ray.tree = &tree;
+        const ShadeResult got = shadeOver({1, 1, 1}, ray, shaders, illuminator);
+        EXPECT_EQ(tree.queries, count > 10 ? 1 : 0);
+        EXPECT_NEAR(got.color.r, expected.color.r, 1e-4);
+        EXPECT_NEAR(got.opacity.g, expected.opacity.g, 1e-5);
+
+        tree.built = false;
+        tree.queries = 0;
+        shadeOver({1, 1, 1}, ray, shaders, illuminator);
+        EXPECT_EQ(tree.queries, 0);
     }
 }
 
