@@ -143,16 +143,15 @@ TEST_F(Tracer, ConvexBodyInTheSky_HasNoDarkOrBrightSpots) {
     // Self-shadowing would darken pixels; far from the origin the numbers are coarser.
     for (const double far : {0.0, 5000.0})
         for (const char* shape : {"Sphere", "Box"}) {
-            const std::string at = "[" + std::to_string(far) + ", 0, 0]";
-            const FrameBuffer p = render(
-                std::string(R"("ball": {"plugin": "TessraMesh", "size": [2, 2, 2], "shape": ")") +
-                    shape + R"(", "transform": {"translate": )" + at +
-                    R"(, "rotate": [20, 30, 0]}, "material": "@m"},
-                   "m": {"plugin": "TessraMaterial", "diffuse": [0.5, 0.5, 0.5]},
-                   "sky": {"plugin": "TessraLightSky"},
-                   "cam": {"plugin": "TessraCamera", "fov": 20, "target": )" +
-                    at + R"(, "position": [)" + std::to_string(far) + ", 0, 8]}",
-                R"("samples": 4)");
+            const std::string x = std::to_string(far);
+            std::string scene = R"("ball": {"plugin": "TessraMesh", "size": [2, 2, 2], "shape": ")";
+            scene.append(shape).append(R"(", "transform": {"translate": [)").append(x);
+            scene.append(R"(, 0, 0], "rotate": [20, 30, 0]}, "material": "@m"},
+                "m": {"plugin": "TessraMaterial", "diffuse": [0.5, 0.5, 0.5]},
+                "sky": {"plugin": "TessraLightSky"},
+                "cam": {"plugin": "TessraCamera", "fov": 20, "target": [)");
+            scene.append(x).append(R"(, 0, 0], "position": [)").append(x).append(", 0, 8]}");
+            const FrameBuffer p = render(scene, R"("samples": 4)");
             int covered = 0;
             for (std::size_t i = 0; i < p.rgba.size(); i += 4)
                 if (p.rgba[i + 3] == 1) {
