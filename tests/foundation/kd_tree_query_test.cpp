@@ -212,6 +212,21 @@ TEST(KDTreeQuery, OddArguments_FindNothing) {
     EXPECT_TRUE(collect(tree, {0, nan, 0}, 5).empty());
 }
 
+TEST(KDTreeQuery, PointsThatAreNoNumbers_AreNeverFound) {
+    Random random(31);
+    std::vector<Vector> points = randomPoints(random, 1000);
+    for (std::size_t i = 0; i < points.size(); i += 50)
+        points[i].y = std::numeric_limits<float>::quiet_NaN();
+    // Divided along x, where all have their place.
+    for (Vector& point : points)
+        point.x *= 1000;
+    PointTree tree(points);
+    ASSERT_EQ(tree.build(), 1);
+    EXPECT_GT(leavesOf(tree).size(), 10u);
+    EXPECT_EQ(collect(tree, {0, 0, 0}, 1e4f).size(), 980u);
+    EXPECT_EQ(nearestDistances(tree, {0, 0, 0}, 1000, 1e4f).size(), 980u);
+}
+
 TEST(KDTreeQuery, PointsOnADividingPlane_BelongToTheFirstSide) {
     // 0 to 63 on a line, so that the mean is 31.5; a leaf is found by the planes alone.
     std::vector<Vector> points;

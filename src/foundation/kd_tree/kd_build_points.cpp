@@ -109,6 +109,8 @@ bool KDBuilder::splitPoints(KDNode& node) {
                               (count > 0 ? node.list() - tree_.indexBuffer.data : 0);
     double sums[3] = {0, 0, 0};
     measure(points, node, sums);
+    if (isRoot(node))
+        tree_.allNumbers_ = !std::isnan(sums[0] + sums[1] + sums[2]);
     if (count <= 2)
         return false;
     const bool degenerate = isDegenerate(node);

@@ -149,6 +149,7 @@ void NmbKDTree::Clear() {
     maxParallelDepth = -1;
     buildData = nullptr;
     statistics_ = {};
+    allNumbers_ = true;
 }
 
 // --- The builder ---------------------------------------------------------------------------------

@@ -12,12 +12,15 @@ namespace {
 
 using Vector = TessUtils::Vector;
 
-/// A sphere's way through the tree. `Control` is a class of its own where calls can be resolved
-/// beforehand.
-template <class Control>
+/// Primitives are asked for in batches before anything is decided on them, so that their memory is
+/// fetched side by side: an index of scattered primitives waits for little else.
+constexpr int kBatch = 32;
+
+/// A sphere's way through the tree.
 class SphereWalk {
 public:
-    SphereWalk(const NmbKDTree& tree, const Vector& center, float radius, Control& control)
+    SphereWalk(const NmbKDTree& tree, const Vector& center, float radius,
+               NmbKDTree::TraverseControl& control)
         : tree_(tree),
           control_(control),
           center_(center),
@@ -74,7 +77,7 @@ private:
     }
 
     const NmbKDTree& tree_;
-    Control& control_;
+    NmbKDTree::TraverseControl& control_;
     const Vector center_;
     const double radius_;
     const float radiusSq_;
@@ -105,6 +108,9 @@ public:
         }
         const KDNode* near = node.child(0);
         const KDNode* far = node.child(1);
+        // Fetched while the distances are worked out: the grandchildren, or the indices of a leaf.
+        __builtin_prefetch(near->link);
+        __builtin_prefetch(far->link);
         float nearDistance = near->distanceSq(point_);
         float farDistance = far->distanceSq(point_);
         if (farDistance < nearDistance) {
@@ -122,13 +128,27 @@ private:
     void visitLeaf(const KDNode& leaf) {
         if (control_)
             control_->BeginLeaf();
-        const int* const list = leaf.list();
-        for (int i = 0; i < leaf.count; ++i) {
-            if (control_ && control_->Skip(list[i]))
-                continue;
-            const float distanceSq = tree_.GetDistanceSq(list[i], point_);
-            if (distanceSq <= limit_ && !isHeld(list[i]))
-                take({list[i], distanceSq});
+        for (int first = 0; first < leaf.count; first += kBatch)
+            visitBatch(leaf.list() + first, std::min(kBatch, leaf.count - first));
+    }
+
+    void visitBatch(const int* list, int count) {
+        int kept[kBatch];
+        if (control_) {
+            int keptCount = 0;
+            for (int i = 0; i < count; ++i) {
+                if (!control_->Skip(list[i]))
+                    kept[keptCount++] = list[i];
+            }
+            list = kept;
+            count = keptCount;
+        }
+        float distancesSq[kBatch];
+        for (int i = 0; i < count; ++i)
+            distancesSq[i] = tree_.GetDistanceSq(list[i], point_);
+        for (int i = 0; i < count; ++i) {
+            if (distancesSq[i] <= limit_ && !isHeld(list[i]))
+                take({list[i], distancesSq[i]});
         }
     }
 
@@ -185,6 +205,73 @@ private:
     NmbArray<int>& result_;
 };
 
+/// What CB does in a tree over points, whose leaves need not be told to anyone: nodes that lie
+/// apart from the sphere are passed over, nodes that lie within it are taken whole.
+class NmbKDTree::PointCollector {
+public:
+    PointCollector(const NmbKDTree& tree, const Vector& center, float radius, NmbArray<int>& result)
+        : tree_(tree), center_(center), radiusSq_(radius * radius), result_(result) {}
+
+    void visit(const KDNode& node) {
+        // The bounds are exact and the sums run in the same order, so that the distances that the
+        // points of the node have in single precision lie between these two.
+        if (node.distanceSq(center_) >= radiusSq_)
+            return;
+        if (tree_.allNumbers_ && node.farthestDistanceSq(center_) < radiusSq_)
+            takeAll(node);
+        else if (node.isLeaf())
+            takeInside(node);
+        else
+            visitChildren(node);
+    }
+
+private:
+    void visitChildren(const KDNode& node) {
+        const int near = node.sideOf(center_) <= 0 ? 0 : 1;
+        visit(*node.child(near));
+        visit(*node.child(1 - near));
+    }
+
+    void takeAll(const KDNode& node) {
+        if (!node.isLeaf()) {
+            takeAll(*node.child(0));
+            takeAll(*node.child(1));
+        } else if (int* const places = newPlaces(node.count)) {
+            std::copy_n(node.list(), node.count, places);
+        }
+    }
+
+    void takeInside(const KDNode& leaf) {
+        int* const places = newPlaces(leaf.count);
+        if (!places)
+            return;
+        int taken = 0;
+        for (int first = 0; first < leaf.count; first += kBatch) {
+            const int* const list = leaf.list() + first;
+            const int count = std::min(kBatch, leaf.count - first);
+            Vector batch[kBatch];
+            for (int i = 0; i < count; ++i)
+                tree_.GetPoint(batch[i], list[i]);
+            for (int i = 0; i < count; ++i) {
+                const Vector apart = batch[i] - center_;
+                places[taken] = list[i];
+                taken += TessUtils::dot(apart, apart) < radiusSq_;
+            }
+        }
+        result_.SetSize(result_.size - leaf.count + taken);
+    }
+
+    /// Room at the result's end; null without memory.
+    int* newPlaces(int count) {
+        return result_.SetSize(result_.size + count) ? result_.end() - count : nullptr;
+    }
+
+    const NmbKDTree& tree_;
+    const Vector center_;
+    const float radiusSq_;
+    NmbArray<int>& result_;
+};
+
 const NmbKDTree::KDNode* NmbKDTree::FindPointLeaf(const Vector& point) const {
     const KDNode* node = &root_;
     while (!node->isLeaf())
@@ -196,19 +283,20 @@ void NmbKDTree::CollectSphere(const Vector& center, float radius, NmbArray<int>&
     result.SetSize(0);
     if (isEmpty() || !(radius > 0))
         return;
-    CB control(result);
-    SphereWalk<CB>(*this, center, radius, control).visit(root_);
-    if (!(flags & kPoints)) {
-        std::sort(result.begin(), result.end());
-        result.SetSize(
-            static_cast<int>(std::unique(result.begin(), result.end()) - result.begin()));
+    if (flags & kPoints) {
+        PointCollector(*this, center, radius, result).visit(root_);
+        return;
     }
+    CB control(result);
+    SphereWalk(*this, center, radius, control).visit(root_);
+    std::sort(result.begin(), result.end());
+    result.SetSize(static_cast<int>(std::unique(result.begin(), result.end()) - result.begin()));
 }
 
 int NmbKDTree::TraverseSphere(const Vector& center, float radius, TraverseControl& control) const {
     if (isEmpty() || !(radius > 0))
         return 0;
-    return SphereWalk<TraverseControl>(*this, center, radius, control).visit(root_) ? 1 : 0;
+    return SphereWalk(*this, center, radius, control).visit(root_) ? 1 : 0;
 }
 
 int NmbKDTree::FindNearest(const Vector& point, Neighbour* results, int k, float maxDistance,

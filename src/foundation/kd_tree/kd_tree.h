@@ -167,6 +167,7 @@ private:
     friend class KDBuilder;
     class MTDivide;
     class CB;
+    class PointCollector;
 
     bool isEmpty() const { return root_.isLeaf() && root_.count == 0; }
 
@@ -185,6 +186,7 @@ private:
     void* buildData = nullptr;  // during a build: what the primitives are
     std::mutex progressMutex_;
     Statistics statistics_;
+    bool allNumbers_ = true;  // no point has a coordinate that isn't a number
 };
 
 }  // namespace NMBUtils

@@ -3,6 +3,7 @@
 #include "foundation/kd_tree/node_pool.h"
 
 #include <cstddef>
+#include <memory>
 #include <new>
 #include <type_traits>
 
@@ -10,10 +11,18 @@
 
 namespace NMBUtils {
 
+namespace {
+
+/// Blocks begin with a cache line, so that a pair of children touches as few as it can.
+constexpr std::size_t kCacheLine = 64;
+
+}  // namespace
+
 template <class Node>
 struct NodePool<Node>::Block {
+    alignas(kCacheLine) std::byte nodes[kBlockNodes * sizeof(Node)];
     Block* older;
-    alignas(Node) std::byte nodes[kBlockNodes * sizeof(Node)];
+    void* store;  // as it was allocated
 };
 
 template <class Node>
@@ -22,10 +31,13 @@ Node* NodePool<Node>::takePair() {
     static_assert(kBlockNodes % 2 == 0, "a pair lies in one block");
     const std::lock_guard lock(mutex_);
     if (used_ == kBlockNodes) {
-        void* const store = allocArrayStore(sizeof(Block));
+        void* store = allocArrayStore(sizeof(Block) + kCacheLine);
         if (!store)
             return nullptr;
-        auto* const block = new (store) Block;
+        void* const given = store;
+        std::size_t room = sizeof(Block) + kCacheLine;
+        auto* const block = new (std::align(kCacheLine, sizeof(Block), store, room)) Block;
+        block->store = given;
         block->older = newest_;
         newest_ = block;
         used_ = 0;
@@ -41,7 +53,7 @@ template <class Node>
 void NodePool<Node>::clear() {
     while (Block* const block = newest_) {
         newest_ = block->older;
-        freeMem(block);
+        freeMem(block->store);
     }
     used_ = kBlockNodes;
 }
