@@ -82,6 +82,10 @@ public:
     void GetPoint(Vector& point, int index) const override {
         point = points_[static_cast<std::size_t>(index)];
     }
+    void GetPoints(Vector* points, const int* indices, int count) const override {
+        for (int i = 0; i < count; ++i)
+            points[i] = points_[static_cast<std::size_t>(indices[i])];
+    }
     float GetDistanceSq(int index, const Vector& point) const override {
         const Vector apart = points_[static_cast<std::size_t>(index)] - point;
         return TessUtils::dot(apart, apart);

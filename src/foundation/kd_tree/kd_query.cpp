@@ -213,6 +213,10 @@ public:
         : tree_(tree), center_(center), radiusSq_(radius * radius), result_(result) {}
 
     void visit(const KDNode& node) {
+        if (!node.isLeaf()) {
+            __builtin_prefetch(node.link);
+            __builtin_prefetch(static_cast<const char*>(node.link) + 64);
+        }
         // The bounds are exact and the sums run in the same order, so that the distances that the
         // points of the node have in single precision lie between these two.
         if (node.distanceSq(center_) >= radiusSq_)
@@ -250,8 +254,7 @@ private:
             const int* const list = leaf.list() + first;
             const int count = std::min(kBatch, leaf.count - first);
             Vector batch[kBatch];
-            for (int i = 0; i < count; ++i)
-                tree_.GetPoint(batch[i], list[i]);
+            tree_.GetPoints(batch, list, count);
             for (int i = 0; i < count; ++i) {
                 const Vector apart = batch[i] - center_;
                 places[taken] = list[i];

@@ -31,6 +31,11 @@ void NmbKDTree::GetPoint(Vector& point, int index) const {
     point = (box.min + box.max) * 0.5f;
 }
 
+void NmbKDTree::GetPoints(Vector* points, const int* indices, int count) const {
+    for (int i = 0; i < count; ++i)
+        GetPoint(points[i], indices[i]);
+}
+
 float NmbKDTree::GetDistanceSq(int index, const Vector& point) const {
     Vector own;
     GetPoint(own, index);

@@ -124,6 +124,9 @@ public:
     virtual int Progress(int counter);
     virtual int reserved();
     virtual ~NmbKDTree();
+    /// GetPoint for `count` primitives at once. Base: asks for one after the other. A derived class
+    /// that holds an array answers with a plain loop, whose fetches the processor overlaps.
+    virtual void GetPoints(Vector* points, const int* indices, int count) const;
 
     // --- Building. On one thread, while no query runs.
 
