@@ -6,11 +6,8 @@
 #include <algorithm>
 #include <cstring>
 #include <numeric>
-#include <utility>
 
 #include "cache/grid_samplers.h"
-#include "cache/zip_inflate.h"
-#include "foundation/log.h"
 
 namespace nimbra {
 namespace {
@@ -49,8 +46,6 @@ constexpr ChannelInfo kFurtherChannel = {nullptr, 1, kWords};
 const ChannelInfo& infoOf(int channel) {
     return channel >= 0 && channel < kNamedChannels ? kChannels[channel] : kFurtherChannel;
 }
-
-enum Method : std::int32_t { kPlain = 0, kZip = 1, kSequence = 2, kPlanar = 3, kBitPlanes = 4 };
 
 }  // namespace
 
@@ -126,48 +121,6 @@ bool NimbraFrameData::PGroup::setChannel(int channel, const void* values) {
     channelMask |= channelBit(channel);
     s.expanded.store(bytes > 0, std::memory_order_release);
     return true;
-}
-
-bool NimbraFrameData::PGroup::decompressChannel(int channel, bool freePacked) {
-    if (channel < 0 || channel >= kPrtChannelSlots)
-        return false;
-    PrtChannelStore& s = store[channel];
-    if (s.expanded.load(std::memory_order_acquire))
-        return true;
-    const std::lock_guard guard(s.lock);
-    if (s.data.data)
-        return true;
-    if (!s.packed.data) {
-        NMBUtils::logLine("PGroup::decompressChannel failed: no compression data!\n");
-        return false;
-    }
-    const bool done = expandPacked(channel);
-    if (freePacked || !done)
-        s.packed.Clear();
-    s.expanded.store(done && s.data.data, std::memory_order_release);
-    return done;
-}
-
-bool NimbraFrameData::PGroup::expandPacked(int channel) {
-    PrtChannelStore& s = store[channel];
-    if (s.method < kPlain || s.method > kBitPlanes)
-        return false;
-    const std::int64_t bytes = std::int64_t(std::max(count, 0)) * getChannelStride(channel);
-    bool done = false;
-    if (s.method == kPlain) {
-        std::swap(s.data.data, s.packed.data);
-        std::swap(s.data.size, s.packed.size);
-        std::swap(s.data.capacity, s.packed.capacity);
-        done = true;
-    } else if (s.method == kZip && s.data.SetSize(bytes, nullptr, true)) {
-        done = inflateBuffer(s.packed.data, s.packed.size, s.data.data, bytes);
-    }
-    if (!done) {
-        NMBUtils::logLine("Error decompressing particle channel %d with method %d\n", channel,
-                          s.method);
-        s.data.Clear();
-    }
-    return done;
 }
 
 const unsigned char* NimbraFrameData::PGroup::channelData(int channel) {

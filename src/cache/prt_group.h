@@ -5,8 +5,11 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <mutex>
+#include <span>
 #include <string>
 
 #include "cache/frame_data.h"
@@ -53,11 +56,20 @@ public:
     virtual ~INimbraPrtGroup() = default;
 };
 
+/// How a stored channel is to be read. Values outside are carried, but never expand.
+enum PrtMethod : std::int32_t {
+    kPrtPlain = 0,      ///< the values, particle after particle
+    kPrtZip = 1,        ///< the same in zlib's format
+    kPrtSequence = 2,   ///< the same as a stream of SGCompressor<1>
+    kPrtPlanar = 3,     ///< such a stream: all first components, then all second ones, ...
+    kPrtBitPlanes = 4,  ///< zlib's format around bit planes, see prt_group_expand.cpp
+};
+
 /// One channel of a group, as stored and as expanded.
 struct PrtChannelStore {
     std::mutex lock;
-    /// How `packed` is to be read.
-    std::int32_t method = 0;
+    /// A PrtMethod: how `packed` is to be read.
+    std::int32_t method = kPrtPlain;
     NMBUtils::NmbArray<unsigned char, long long, 0, 1> packed;
     /// Particle after particle, components of a particle together.
     NMBUtils::NmbArray<unsigned char, long long, 0, 1> data;
@@ -89,6 +101,7 @@ public:
     /// Carried.
     unsigned char userValue[8] = {};
     PrtChannelStore store[kPrtChannelSlots];
+    /// Made when a channel needs it, and given back with its work arrays once that is expanded.
     std::shared_ptr<NMBUtils::SGCompressor<1>> compressor[kPrtChannelSlots];
     NimbraFrameData* frame = nullptr;
 
@@ -101,9 +114,18 @@ public:
     int getChannelType(int channel) const override;
     int getChannelComponents(int channel) const override;
 
-    /// Gives a channel its values: `count` particles of prtChannelWords(channel) words each, copied
-    /// as they are. False without memory.
+    // Filling. `count` must be set before; a reader calls one of these for each channel, and the
+    // channel's bit in `channelMask` is then set. False without memory or for a channel that
+    // doesn't exist (outside 0 to 31): the channel is then absent.
+
+    /// Room for a channel as it is stored: `bytes` bytes at store[channel].packed.data, which the
+    /// caller fills.
+    bool allocatePacked(int channel, std::int32_t method, std::int64_t bytes);
+    /// `count` particles of prtChannelWords(channel) words each, copied as they are.
     bool setChannel(int channel, const void* values);
+    /// Expands a kPrtPlanar stream, which may be longer than it needs. False, too, if it can't be.
+    bool setPlanar(int channel, std::span<const std::byte> stream);
+
     /// Expands `packed` into `data`; true when `data` is there. `freePacked`: `packed` goes after a
     /// success or a failure.
     bool decompressChannel(int channel, bool freePacked);
@@ -115,7 +137,14 @@ public:
     void buildIdOrder();
 
 private:
+    using Bytes = NMBUtils::NmbArray<unsigned char, long long, 0, 1>;
+
+    std::int64_t wordsIn(int channel) const;
     bool expandPacked(int channel);
+    bool inflateWords(std::span<const std::byte> packed, Bytes& out, std::int64_t bytes) const;
+    bool decodeWords(int channel, std::span<const std::byte> stream, Bytes& out);
+    bool expandPlanar(int channel, std::span<const std::byte> stream);
+    bool expandBitPlanes(int channel);
     bool velocityFromGrid(int index, float out[3]);
     const std::int64_t* ids();
 

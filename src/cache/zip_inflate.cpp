@@ -36,7 +36,8 @@ int inflateAll(z_stream& stream, std::int64_t packedLeft, std::int64_t outLeft) 
 
 }  // namespace
 
-bool inflateBuffer(const void* packed, std::int64_t packedBytes, void* out, std::int64_t outBytes) {
+bool inflateBuffer(const void* packed, std::int64_t packedBytes, void* out, std::int64_t outBytes,
+                   std::int64_t* inflated) {
     z_stream stream = {};
     int code = inflateInit(&stream);
     if (code == Z_OK) {
@@ -44,6 +45,8 @@ bool inflateBuffer(const void* packed, std::int64_t packedBytes, void* out, std:
         stream.next_out = static_cast<Bytef*>(out);
         code = inflateAll(stream, std::max<std::int64_t>(packedBytes, 0),
                           std::max<std::int64_t>(outBytes, 0));
+        if (inflated)
+            *inflated = static_cast<std::int64_t>(stream.total_out);
         inflateEnd(&stream);
     }
     if (code == Z_STREAM_END)

@@ -10,7 +10,9 @@ namespace nimbra {
 
 /// Inflates `packedBytes` bytes into `out`, which has room for `outBytes`. True when the stream
 /// ends well; it may fill less than there is room for. Otherwise "[ERROR] Decompressing Zip (%d)"
-/// with zlib's code goes to the log, and what of `out` is written is undefined.
-bool inflateBuffer(const void* packed, std::int64_t packedBytes, void* out, std::int64_t outBytes);
+/// with zlib's code goes to the log, and what of `out` is written is undefined. `inflated`: how
+/// many bytes the stream gave.
+bool inflateBuffer(const void* packed, std::int64_t packedBytes, void* out, std::int64_t outBytes,
+                   std::int64_t* inflated = nullptr);
 
 }  // namespace nimbra

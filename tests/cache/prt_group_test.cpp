@@ -3,11 +3,15 @@
 #include "cache/prt_group.h"
 
 #include <gtest/gtest.h>
+#include <zlib.h>
 
 #include <atomic>
+#include <cstring>
+#include <random>
 #include <thread>
 #include <vector>
 
+#include "cache/sg_compressor.h"
 #include "cache/test_grids.h"
 #include "cache/test_log.h"
 
@@ -15,6 +19,66 @@ namespace nimbra {
 namespace {
 
 using Group = NimbraFrameData::PGroup;
+using Bytes = std::vector<std::uint8_t>;
+
+Bytes zipped(const Bytes& plain) {
+    uLongf size = compressBound(plain.size());
+    Bytes out(size);
+    EXPECT_EQ(compress2(out.data(), &size, plain.data(), plain.size(), 6), Z_OK);
+    out.resize(size);
+    return out;
+}
+
+Bytes streamOf(const std::vector<std::uint32_t>& words, int zones) {
+    constexpr int kRaw = 20;
+    std::vector<float> values(words.size());
+    if (!words.empty())
+        std::memcpy(values.data(), words.data(), words.size() * 4);
+    Bytes out;
+    EXPECT_TRUE(NMBUtils::encodeStream(values.data(), values.size(), zones, {.bits = kRaw}, out));
+    return out;
+}
+
+/// Particle-major words as a file stores them.
+Bytes packedBy(PrtMethod method, const std::vector<std::uint32_t>& words, std::size_t components) {
+    const std::size_t count = words.size() / components;
+    Bytes plain(words.size() * 4);
+    if (!words.empty())
+        std::memcpy(plain.data(), words.data(), plain.size());
+    switch (method) {
+        case kPrtPlain:
+            return plain;
+        case kPrtZip:
+            return zipped(plain);
+        case kPrtSequence:
+            return streamOf(words, 1);
+        case kPrtPlanar: {
+            std::vector<std::uint32_t> planar;
+            for (std::size_t c = 0; c < components; ++c)
+                for (std::size_t i = 0; i < count; ++i)
+                    planar.push_back(words[i * components + c]);
+            return streamOf(planar, count > 40 ? 3 : 1);
+        }
+        default: {
+            const std::size_t planeWords = (count + 31) / 32;
+            Bytes planes(components * 32 * planeWords * 4);
+            for (std::size_t i = 0; i < count; ++i)
+                for (std::size_t c = 0; c < components; ++c)
+                    for (std::size_t b = 0; b < 32; ++b) {
+                        const std::size_t word = (c * 32 + b) * planeWords + i / 32;
+                        const unsigned bit = words[i * components + c] >> b & 1;
+                        planes[word * 4 + i % 32 / 8] |= static_cast<std::uint8_t>(bit << i % 8);
+                    }
+            return zipped(planes);
+        }
+    }
+}
+
+void store(Group& group, int channel, int method, const Bytes& bytes) {
+    ASSERT_TRUE(group.allocatePacked(channel, method, std::ssize(bytes)));
+    if (!bytes.empty())
+        std::memcpy(group.store[channel].packed.data, bytes.data(), bytes.size());
+}
 
 TEST(PrtGroup, Channels_HaveTheirLayout) {
     Group group;
@@ -52,39 +116,120 @@ TEST(PrtGroup, Values_ComeOutByParticle) {
     EXPECT_FALSE(group.getValue(0, 32, out));
 }
 
-TEST(PrtGroup, PlainChannels_AreTakenOverAsTheyAre) {
+TEST(PrtGroup, EveryMethod_GivesTheStoredValues) {
+    std::mt19937 random(7);
+    for (const int count : {1, 31, 32, 33, 100, 1000})
+        for (const int channel : {0, 2, 10, 17, 20})
+            for (int method = kPrtPlain; method <= kPrtBitPlanes; ++method) {
+                SCOPED_TRACE(testing::Message() << count << " " << channel << " " << method);
+                const auto components = static_cast<std::size_t>(prtChannelWords(channel));
+                std::vector<std::uint32_t> words(static_cast<std::size_t>(count) * components);
+                // Of the size of 1, both signs: the encoder takes tiny differences for none.
+                for (std::uint32_t& w : words)
+                    w = (static_cast<std::uint32_t>(random()) & 0x80FFFFFF) | 0x3F000000;
+                Group group;
+                group.count = count;
+                store(group, channel, method, packedBy(PrtMethod(method), words, components));
+                const unsigned char* const data = group.channelData(channel);
+                ASSERT_NE(data, nullptr);
+                EXPECT_EQ(std::memcmp(data, words.data(), words.size() * 4), 0);
+                EXPECT_EQ(group.store[channel].packed.data, nullptr);
+                std::uint32_t last[3] = {};
+                ASSERT_TRUE(group.getValue(count - 1, channel, last));
+                EXPECT_EQ(last[components - 1], words.back());
+            }
+}
+
+TEST(PrtGroup, PlanarStreams_MayBeLongerThanTheirChannel) {
+    const std::vector<std::uint32_t> words = {0x3F800001, 0x3F900002, 0x3FA00003,
+                                              0x3FB00004, 0x3FC00005, 0x3FD00006};
+    Bytes stream = packedBy(kPrtPlanar, words, 3);
+    stream.resize(stream.size() + 40);
+    Group group;
+    group.count = 2;
+    ASSERT_TRUE(group.setPlanar(kPrtColor, std::as_bytes(std::span(stream))));
+    ASSERT_NE(group.channelData(kPrtColor), nullptr);
+    EXPECT_EQ(std::memcmp(group.channelData(kPrtColor), words.data(), 24), 0);
+    EXPECT_FALSE(group.setPlanar(kPrtColor, std::as_bytes(std::span(stream)).subspan(1)));
+    EXPECT_FALSE(group.hasChannel(kPrtColor));
+}
+
+TEST(PrtGroup, DamagedChannels_AreAbsent) {
+    struct Case {
+        const char* what;
+        int method, count;
+        Bytes bytes;
+        const char* log;
+    };
+    constexpr const char* kError = "Error decompressing particle channel 0 with method %d\n";
+    const std::vector<std::uint32_t> words(30, 0x3F800000);
+    Bytes cutZip = packedBy(kPrtZip, words, 3);
+    cutZip.resize(cutZip.size() - 5);
+    Bytes wrongMagic = packedBy(kPrtPlanar, words, 3);
+    wrongMagic[0] = 0x77;
+    constexpr int kHuge = 2000000000;
+    const Case cases[] = {
+        {"nothing stored",
+         kPrtZip,
+         10,
+         {},
+         "PGroup::decompressChannel failed: no compression data!\n"},
+        {"unknown method", 9, 10, {1, 2, 3}, ""},
+        {"negative method", -1, 10, {1, 2, 3}, ""},
+        {"cut zip", kPrtZip, 10, cutZip, kError},
+        {"short zip", kPrtZip, 11, packedBy(kPrtZip, words, 3), kError},
+        {"long zip", kPrtZip, 9, packedBy(kPrtZip, words, 3), kError},
+        {"short planes", kPrtBitPlanes, 33, packedBy(kPrtBitPlanes, words, 3), kError},
+        {"no stream", kPrtSequence, 10, {1}, kError},
+        {"stream of another magic", kPrtPlanar, 10, wrongMagic, kError},
+        {"stream above the count", kPrtSequence, 9, packedBy(kPrtSequence, words, 3), kError},
+        {"particles beyond the zip", kPrtZip, kHuge, packedBy(kPrtZip, words, 3), kError},
+        {"particles beyond the planes", kPrtBitPlanes, kHuge, packedBy(kPrtBitPlanes, words, 3),
+         kError},
+        {"particles beyond the sequence", kPrtSequence, kHuge, packedBy(kPrtSequence, words, 3),
+         kError},
+        {"particles beyond the planar stream", kPrtPlanar, kHuge, packedBy(kPrtPlanar, words, 3),
+         kError},
+    };
+    test::CaughtLog log;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        Group group;
+        group.count = c.count;
+        store(group, kPrtPosition, c.method, c.bytes);
+        float out[3];
+        EXPECT_FALSE(group.getValue(0, kPrtPosition, out));
+        const std::string text = log.take();
+        char expected[128];
+        std::snprintf(expected, sizeof expected, c.log, c.method);
+        EXPECT_TRUE(text.ends_with(expected)) << text;
+        EXPECT_EQ(text.empty(), *c.log == 0);
+        EXPECT_EQ(group.store[0].data.data, nullptr);
+        EXPECT_EQ(group.store[0].packed.data, nullptr);
+        EXPECT_EQ(group.channelData(kPrtPosition), nullptr);
+        log.take();
+    }
+}
+
+TEST(PrtGroup, ShortChannels_AreReadAsFarAsTheyGo) {
     test::CaughtLog log;
     Group group;
     group.count = 2;
-    group.channelMask = 1u << kPrtSize | 1u << kPrtAge | 1u << kPrtColor;
-    const float sizes[2] = {1.5f, 2.5f};
-    auto& store = group.store[kPrtSize];
-    ASSERT_TRUE(store.packed.SetSize(sizeof sizes));
-    std::memcpy(store.packed.data, sizes, sizeof sizes);
+    store(group, kPrtAge, kPrtPlain, {0, 0, 0x80, 0x3F, 1, 1});
     float out = 0;
-    ASSERT_TRUE(group.getValue(1, kPrtSize, &out));
-    EXPECT_EQ(out, 2.5f);
-    EXPECT_EQ(store.packed.data, nullptr);
-    // Shorter than its particles: what isn't there can't be read.
-    auto& ages = group.store[kPrtAge];
-    ASSERT_TRUE(ages.packed.SetSize(6));
     EXPECT_TRUE(group.getValue(0, kPrtAge, &out));
+    EXPECT_EQ(out, 1.0f);
     EXPECT_FALSE(group.getValue(1, kPrtAge, &out));
     EXPECT_EQ(group.channelData(kPrtAge), nullptr);
+    store(group, kPrtSize, kPrtSequence, streamOf({0x40000000}, 1));
+    EXPECT_TRUE(group.getValue(0, kPrtSize, &out));
+    EXPECT_EQ(out, 2.0f);
+    EXPECT_TRUE(group.getValue(1, kPrtSize, &out));
+    EXPECT_EQ(out, 0.0f);
     EXPECT_EQ(log.take(), "");
-    float color[3];
-    EXPECT_FALSE(group.getValue(0, kPrtColor, color));
-    EXPECT_EQ(log.take(), "PGroup::decompressChannel failed: no compression data!\n");
-    auto& colors = group.store[kPrtColor];
-    colors.method = 1;
-    ASSERT_TRUE(colors.packed.SetSize(6));
-    EXPECT_FALSE(group.getValue(0, kPrtColor, color));
-    const std::string text = log.take();
-    EXPECT_NE(text.find("Error decompressing particle channel 4 with method 1\n"), text.npos);
-    ASSERT_TRUE(colors.packed.SetSize(6));
-    colors.method = 9;
-    EXPECT_FALSE(group.getValue(0, kPrtColor, color));
-    EXPECT_EQ(log.take(), "");
+    EXPECT_FALSE(group.allocatePacked(32, kPrtPlain, 4));
+    EXPECT_FALSE(group.allocatePacked(-1, kPrtPlain, 4));
+    EXPECT_FALSE(group.allocatePacked(kPrtSize, kPrtPlain, -4));
 }
 
 TEST(PrtGroup, FindById_InAnyOrder) {
