@@ -50,18 +50,17 @@ private:
     float* speed_;
 };
 
-/// The payload of a packed colour record: a 64-bit length, then a zlib stream of that length.
-bool inflatePackedColor(const std::int32_t* payload, std::int64_t payloadBytes,
-                        GridStorage& storage) {
-    std::int64_t packedBytes;
-    if (payloadBytes < static_cast<std::int64_t>(sizeof packedBytes))
-        return false;
-    std::memcpy(&packedBytes, payload, sizeof packedBytes);
-    if (packedBytes < 0 ||
-        packedBytes > payloadBytes - static_cast<std::int64_t>(sizeof packedBytes))
-        return false;
-    return inflateBuffer(reinterpret_cast<const unsigned char*>(payload) + sizeof packedBytes,
-                         packedBytes, storage.voxels.data,
+/// The payload of a packed colour record: a 64-bit length, then a zlib stream, which knows its own
+/// end: a length beyond `bytesLeft`, those up to the end of all records, does no harm.
+bool inflatePackedColor(const std::int32_t* payload, std::int64_t bytesLeft, GridStorage& storage) {
+    std::int64_t packedBytes = 0;
+    const std::int64_t lengthBytes = std::min<std::int64_t>(bytesLeft, sizeof packedBytes);
+    std::memcpy(&packedBytes, payload, static_cast<std::size_t>(lengthBytes));
+    const std::int64_t present = bytesLeft - lengthBytes;
+    if (packedBytes < 0 || packedBytes > present)
+        packedBytes = present;
+    return inflateBuffer(reinterpret_cast<const unsigned char*>(payload) + lengthBytes, packedBytes,
+                         storage.voxels.data,
                          storage.cells * static_cast<std::int64_t>(sizeof(float)));
 }
 
@@ -117,8 +116,9 @@ void NimbraFrameData::expandStored(int channel) {
         if (words < 1)
             return;
         if (id == channel) {
-            const std::int64_t present = std::min(words, std::int64_t(compressedInts) - at - 2);
-            expandRecord(channel, compressed + at + 2, present);
+            const std::int64_t left = std::int64_t(compressedInts) - at - 2;
+            expandRecord(channel, compressed + at + 2,
+                         channel == kPackedColor ? left : std::min(words, left));
             return;
         }
         at += words + 2;

@@ -249,9 +249,10 @@ inline bool isLoaded(const Proxy& p) {
     return p.loaded && p.storage;
 }
 
-/// Entries share a grid; one that holds fewer cells can't be indexed like the first.
+/// Entries share a grid; one with other rows or layers, or fewer of them, can't be indexed like the
+/// first.
 inline bool fits(const GridStorage& s, const GridStorage& first) {
-    return s.cells >= first.cells;
+    return s.strideY == first.strideY && s.strideZ == first.strideZ && s.cells >= first.cells;
 }
 
 /// A position at a border, for one channel.

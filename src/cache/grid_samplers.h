@@ -20,8 +20,8 @@ enum WrapBits : int { kWrapX = 1, kWrapY = 2, kWrapZ = 4 };
 /// Samples entries of `proxies` at `position`, in grid coordinates: the centre of cell i lies at i.
 /// Entry i is wanted when bit i of `scalarMask | vectorMask` is set (bit i mod 32 from the 32nd
 /// entry on); out[i] is then its value. Entries that aren't wanted or aren't loaded are left as
-/// they are. The grid's size is that of the first loaded entry; a grid with more cells than an
-/// entry holds leaves that entry as it is. Beyond the border an axis answers with the border's
+/// they are. The grid's size is that of the first loaded entry; an entry whose rows or layers differ
+/// from it, or that has fewer, is left as it is. Beyond the border an axis answers with the border's
 /// value, or goes on periodically. Any position is allowed, not finite ones read a cell of the
 /// grid too. Safe on any number of threads.
 using SampleKernel = void (*)(const GridChannelProxy<float>* proxies, const float position[3],

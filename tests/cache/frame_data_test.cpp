@@ -235,18 +235,17 @@ TEST(PackedColor, ManyThreadsAtOnce_SeeOneExpansion) {
 
 TEST(PackedColor, StreamsThatDoNotExpand_LeaveTheChannelAbsent) {
     test::CaughtLog log;
-    auto tooLong = packedColor(testColors());
-    tooLong[0] += 1000;
-    auto negative = packedColor(testColors());
-    negative[1] = -1;
+    auto tooShort = packedColor(testColors());
+    tooShort[0] -= 1;
     auto damaged = packedColor(testColors());
     damaged[4] ^= 0x5A5A5A5A;
-    for (const auto& payload : {tooLong, negative, damaged, {1}, {0, 0}}) {
+    for (const auto& payload : {tooShort, damaged, {1}, {0, 0}}) {
         NimbraFrameData frame;
         store(frame, {record(kPackedColor, payload)});
         EXPECT_FALSE(frame.getChannelProxy(kColorR).loaded);
         EXPECT_FALSE(frame.channels[kPackedColor].rangeKnown());
         const std::string text = log.take();
+        EXPECT_EQ(text.find("[ERROR] Decompressing Zip (-"), 0u) << text;
         EXPECT_NE(text.find("Invalid cache file!!!\n"), std::string::npos) << text;
     }
     // zlib's own complaint comes first; more values than the grid has voxels are one too.
@@ -266,12 +265,18 @@ TEST(Records, TheWalk_EndsAtABadRecordOrTheBlocksEnd) {
     NimbraFrameData beyond;
     store(beyond, {{5, 0x7FFFFFFF}, record(kPackedColor, color)});
     EXPECT_FALSE(beyond.getChannelProxy(kColorR).loaded);
-    // A record that claims more words than the block holds decodes from what is there.
-    NimbraFrameData frame;
-    auto last = record(kPackedColor, color);
-    last[1] += 1000;
-    store(frame, {record(5, {1}), last});
-    EXPECT_TRUE(frame.getChannelProxy(kColorR).loaded);
+    // A zlib stream ends by itself, whatever the lengths around it say.
+    auto wordsBeyond = record(kPackedColor, color), fewWords = wordsBeyond,
+         bytesBeyond = wordsBeyond, negative = wordsBeyond;
+    wordsBeyond[1] += 1000;
+    fewWords[1] = 1;
+    bytesBeyond[2] += 1000;
+    negative[3] = -1;
+    for (const auto& last : {wordsBeyond, fewWords, bytesBeyond, negative}) {
+        NimbraFrameData frame;
+        store(frame, {record(5, {1}), last});
+        EXPECT_TRUE(frame.getChannelProxy(kColorR).loaded);
+    }
 }
 
 TEST(Records, NoMemoryOrAGridThatIsNone_LeaveTheChannelAbsent) {

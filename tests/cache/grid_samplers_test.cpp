@@ -256,6 +256,7 @@ TEST(GridSamplers, Masks_ChooseEntriesAndLeaveTheOthersAlone) {
     proxies[7] = treeChannel(kDoubleTree, size, [](int, int, int) { return 70.0f; });
     proxies[8] = proxies[6];                                                    // shared
     proxies[9] = denseChannel({4, 4, 4}, [](int, int, int) { return 99.0f; });  // a smaller grid
+    proxies[10] = denseChannel({60, 2, 1}, [](int, int, int) { return 99.0f; });  // another shape
     const float position[3] = {1.25f, 2.5f, 3};
     for (int kernel : {0, 8, 15, 16, 23}) {
         const auto call = [&](int count, std::uint32_t scalars, std::uint32_t vectors) {
@@ -270,7 +271,7 @@ TEST(GridSamplers, Masks_ChooseEntriesAndLeaveTheOthersAlone) {
             EXPECT_EQ(std::count(out.begin(), out.end(), kUntouched), 35 - std::ssize(set));
         };
         expect(call(8, 0xB, 0x70), {{1, 1.0f}, {3, 3.0f}, {4, 4.0f}, {6, 6.0f}});
-        expect(call(10, 0, 0x3C0), {{6, 6.0f}, {7, 70.0f}, {8, 6.0f}});
+        expect(call(11, 0, 0x7C0), {{6, 6.0f}, {7, 70.0f}, {8, 6.0f}});
         expect(call(4, 0x8, 0), {{3, 3.0f}});
         expect(call(3, 0x8, 0), {});
         expect(call(35, 1u << 2, 0), {{2, 2.0f}, {34, 34.0f}});
