@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <exception>
 
 #include "cache/channel_mapping.h"
 #include "cache/env_path.h"
@@ -209,25 +210,39 @@ void NimbraCachePlugin::fillChannelMap() {
     rows_.usrchmap = foundChannelMap_;
 }
 
+/// Runs a request; the held frame, or null when it ended in an exception, which goes no further.
+template <class Request>
+NimbraFrameData* NimbraCachePlugin::guarded(Request&& request) {
+    try {
+        request();
+    } catch (const std::exception& e) {
+        frame_->releaseFrames();
+        if (progress())
+            progress()->printWarning("[NimbraCachePlugin] %s\n", e.what());
+    }
+    return frame_->data;
+}
+
 NimbraFrameData* NimbraCachePlugin::getFrameByTime(double time) {
     if (loaded_.load(std::memory_order_acquire) || time >= kLoadedFrameTime)
         return frame_->data;
     const std::lock_guard lock(section_);
     if (loaded_.load(std::memory_order_relaxed))
         return frame_->data;
-    prepare(time);
-    const std::int64_t ticks =
-        timeBend(bendSettings(), ticksOfTime(time, rows_.TPF), rows_.TPF, rows_.time_tform != 0);
-    loadFrame(ticks, "");
-    return frame_->data;
+    return guarded([&] {
+        prepare(time);
+        const std::int64_t ticks = timeBend(bendSettings(), ticksOfTime(time, rows_.TPF), rows_.TPF,
+                                            rows_.time_tform != 0);
+        loadFrame(ticks, "");
+    });
 }
 
 NimbraFrameData* NimbraCachePlugin::getFrameByContentTime(int contentTime) {
     const std::lock_guard lock(section_);
-    const double time = renderer_ ? renderer_->getFrameData().t : 0.0;
-    prepare(time);
-    loadFrame(contentTime, "'");
-    return frame_->data;
+    return guarded([&] {
+        prepare(renderer_ ? renderer_->getFrameData().t : 0.0);
+        loadFrame(contentTime, "'");
+    });
 }
 
 void NimbraCachePlugin::loadFrame(std::int64_t ticks, const char* quote) {

@@ -85,6 +85,8 @@ private:
     /// Makes the frame of a tick number the held one and says what came of it; `quote` stands
     /// around the path in the message.
     void loadFrame(std::int64_t ticks, const char* quote);
+    template <class Request>
+    NimbraFrameData* guarded(Request&& request);
     void releaseFrames();
     TessUtils::ProgressCallback* progress() const;
 
