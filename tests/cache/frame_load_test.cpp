@@ -7,7 +7,7 @@
 #include "cache/channel_mapping.h"
 #include "cache/nimbra_frame.h"
 #include "cache/test_log.h"
-#include "cache/vdb_writer.h"
+#include "support/vdb_writer.h"
 
 namespace nimbra {
 namespace {

@@ -14,7 +14,7 @@
 #include "cache/frame_data.h"
 #include "cache/vdb_info.h"
 #include "cache/vdb_walk.h"
-#include "cache/vdb_writer.h"
+#include "support/vdb_writer.h"
 #include "support/temp_folder.h"
 
 namespace nimbra {

@@ -14,7 +14,7 @@
 #include "cache/channel_mapping.h"
 #include "cache/external_readers.h"
 #include "cache/frame_data.h"
-#include "cache/vdb_writer.h"
+#include "support/vdb_writer.h"
 #include "support/temp_folder.h"
 
 namespace nimbra {

@@ -7,7 +7,7 @@
 #include <cmath>
 #include <limits>
 
-#include "cache/vdb_writer.h"
+#include "support/vdb_writer.h"
 #include "support/temp_folder.h"
 
 namespace nimbra {

@@ -6,7 +6,7 @@
 
 #include <cmath>
 
-#include "cache/vdb_writer.h"
+#include "support/vdb_writer.h"
 #include "module_fixture.h"
 #include "support/temp_folder.h"
 

@@ -1,6 +1,6 @@
 // Copyright 2026 The Nimbra Authors
 // SPDX-License-Identifier: Apache-2.0
-#include "cache/vdb_writer.h"
+#include "support/vdb_writer.h"
 
 #include <openvdb/io/Stream.h>
 #include <openvdb/openvdb.h>
