@@ -62,7 +62,7 @@ public:
 
     /// Fills `dst`, which holds `elementLimit` floats, from a stream of `bytes` bytes. 0 on
     /// failure, `dst` may then be written in parts. A stream of several zones answers 1 even if
-    /// single zones failed; their part of `dst` stays as it was.
+    /// single zones failed; what those didn't get to stays as it was.
     int Decode(const std::uint8_t* src, std::uint64_t bytes, float* dst,
                std::uint64_t elementLimit);
 

@@ -87,29 +87,74 @@ bool readHeader(Zone& zone, int dimensions, QuantisedHeader& h) {
     return true;
 }
 
-// Symbols become integers; a negative symbol repeats the integer before it. Returns false when the
-// bits end too early: what stands in the file then isn't what was written.
-bool expandSymbols(BitReader& in, BitDecoder& decoder, std::int32_t base, std::uint32_t* q,
-                   std::uint64_t count) {
-    const auto offset = static_cast<std::uint32_t>(base);
-    std::uint64_t i = 0;
-    while (i < count) {
-        const std::int32_t symbol = decoder.next(in);
-        if (symbol >= 0) {
-            q[i++] = static_cast<std::uint32_t>(symbol) + offset;
-            continue;
+// Symbols become integers; a negative symbol repeats the integer before it.
+class SymbolExpander {
+public:
+    SymbolExpander(const Zone& zone, std::int32_t base)
+        : in_(zone.src, static_cast<std::size_t>(zone.srcEnd - zone.src)),
+          offset_(static_cast<std::uint32_t>(base)) {}
+
+    bool init() { return decoder_.init(in_); }
+
+    // The next integers, of `left` that the zone still lacks. False when the bits end too early:
+    // what stands in the file then isn't what was written.
+    bool next(std::uint32_t* q, std::size_t count, std::uint64_t left) {
+        std::uint32_t last = last_;
+        for (std::size_t i = 0; i < count;) {
+            if (run_ == 0) {
+                const std::int32_t symbol = decoder_.next(in_);
+                if (symbol >= 0) {
+                    q[i++] = last = static_cast<std::uint32_t>(symbol) + offset_;
+                    continue;
+                }
+                run_ = 0u - static_cast<std::uint32_t>(symbol);
+                if (run_ > left - i) {
+                    logLine("DecodeAndExpand - constant sequence longer than expected\n");
+                    run_ = left - i;
+                }
+            }
+            const std::size_t part = std::min<std::uint64_t>(run_, count - i);
+            std::fill_n(q + i, part, last);
+            run_ -= part;
+            i += part;
         }
-        const std::uint64_t run = 0u - static_cast<std::uint32_t>(symbol);
-        if (run > count - i) {
-            logLine("DecodeAndExpand - constant sequence longer than expected\n");
-            std::fill(q + i, q + count, i ? q[i - 1] : 0u);
-            break;
-        }
-        std::fill_n(q + i, run, i ? q[i - 1] : 0u);
-        i += run;
+        last_ = last;
+        return !in_.overrun();
     }
-    return !in.overrun();
-}
+
+private:
+    BitReader in_;
+    BitDecoder decoder_;
+    std::uint32_t offset_;
+    std::uint32_t last_ = 0;
+    std::uint64_t run_ = 0;  // repetitions of the last integer that are still to come
+};
+
+// Undoes differencing along a sequence that comes in parts.
+class SequenceSums {
+public:
+    explicit SequenceSums(int order) : order_(order) {}
+
+    void undo(std::uint32_t* q, std::size_t count) {
+        for (int k = order_; k > 0; --k) {
+            // The pass leaves the first k integers of the sequence as they are.
+            const auto untouched = static_cast<std::uint64_t>(k);
+            const std::size_t first = untouched > begin_ ? untouched - begin_ : 0;
+            if (first < count) {
+                std::uint32_t sum = first > 0 ? q[first - 1] : last_[k];
+                for (std::size_t i = first; i < count; ++i)
+                    q[i] = sum += q[i];
+            }
+            last_[k] = q[count - 1];
+        }
+        begin_ += count;
+    }
+
+private:
+    int order_;
+    std::uint64_t begin_ = 0;       // of the coming part
+    std::uint32_t last_[256] = {};  // of the part before, behind each pass
+};
 
 void convert(const std::uint32_t* q, std::uint64_t count, float scale, float minValue, float* dst) {
     const float inverse = 1.0f / scale;
@@ -117,42 +162,35 @@ void convert(const std::uint32_t* q, std::uint64_t count, float scale, float min
         dst[i] = static_cast<float>(static_cast<std::int32_t>(q[i])) * inverse + minValue;
 }
 
-int decodeQuantised(Zone& zone, int dimensions, NmbArray<int, long long>& work) {
-    QuantisedHeader h;
-    if (!readHeader(zone, dimensions, h) || h.count > zone.maxCount)
+bool resizeWork(NmbArray<int, long long>& work, std::uint64_t count) {
+    if (work.SetSize(static_cast<long long>(count), nullptr, true))
+        return true;
+    logLine("Can't allocate %d MB for decompression\n", static_cast<int>(count / 0x100000));
+    return false;
+}
+
+// A part stays in the cache from its bits to its floats, and work memory stays small.
+int decodeSequence(Zone& zone, const QuantisedHeader& h, NmbArray<int, long long>& work) {
+    constexpr std::uint64_t kPart = 16384;
+    if (!resizeWork(work, std::min(h.count, kPart)))
         return 0;
-    if (!work.SetSize(static_cast<long long>(h.count), nullptr, true)) {
-        logLine("Can't allocate %d MB for decompression\n", static_cast<int>(h.count / 0x100000));
+    auto* const q = reinterpret_cast<std::uint32_t*>(work.data);
+    SymbolExpander symbols(zone, h.base);
+    if (!symbols.init())
         return 0;
+    SequenceSums sums(h.order);
+    for (std::uint64_t done = 0; done < h.count; done += kPart) {
+        const std::uint64_t left = h.count - done;
+        const std::size_t count = std::min(left, kPart);
+        if (!symbols.next(q, count, left))
+            return 0;
+        sums.undo(q, count);
+        convert(q, count, h.scale, h.minValue, zone.dst + done);
     }
-    BitReader in(zone.src, static_cast<std::size_t>(zone.srcEnd - zone.src));
-    BitDecoder decoder;
-    if (!decoder.init(in))
-        return 0;
-    auto* q = reinterpret_cast<std::uint32_t*>(work.data);
-    if (!expandSymbols(in, decoder, h.base, q, h.count))
-        return 0;
-    if (dimensions == 1)
-        undoDifferences(q, h.count, h.order);
-    else
-        undoDifferences(q, h.size, h.order);
-    convert(q, h.count, h.scale, h.minValue, zone.dst);
     return 1;
 }
 
-}  // namespace
-
-void undoDifferences(std::uint32_t* q, std::size_t count, int order) {
-    for (int k = order; k > 0; --k) {
-        const auto first = static_cast<std::size_t>(k);
-        if (first >= count)
-            continue;
-        std::uint32_t sum = q[first - 1];
-        for (std::size_t i = first; i < count; ++i)
-            q[i] = sum += q[i];
-    }
-}
-
+// Undoes differencing along x, y and z of a box, x fastest.
 void undoDifferences(std::uint32_t* q, const std::size_t size[3], int order) {
     const std::size_t plane = size[0] * size[1];
     const auto addRow = [](std::uint32_t* to, const std::uint32_t* from, std::size_t n) {
@@ -171,6 +209,30 @@ void undoDifferences(std::uint32_t* q, const std::size_t size[3], int order) {
             addRow(q + z * plane, q + (z - 1) * plane, plane);
     }
 }
+
+int decodeBox(Zone& zone, const QuantisedHeader& h, NmbArray<int, long long>& work) {
+    if (!resizeWork(work, h.count))
+        return 0;
+    auto* const q = reinterpret_cast<std::uint32_t*>(work.data);
+    SymbolExpander symbols(zone, h.base);
+    if (!symbols.init() || !symbols.next(q, h.count, h.count))
+        return 0;
+    // Two large sizes beside a zero would still make many rows.
+    if (h.count == 0)
+        return 1;
+    undoDifferences(q, h.size, h.order);
+    convert(q, h.count, h.scale, h.minValue, zone.dst);
+    return 1;
+}
+
+int decodeQuantised(Zone& zone, int dimensions, NmbArray<int, long long>& work) {
+    QuantisedHeader h;
+    if (!readHeader(zone, dimensions, h) || h.count > zone.maxCount)
+        return 0;
+    return dimensions == 1 ? decodeSequence(zone, h, work) : decodeBox(zone, h, work);
+}
+
+}  // namespace
 
 int decodeZone(Zone& zone, int dimensions, NmbArray<int, long long>& work) {
     std::uint8_t method = 0;

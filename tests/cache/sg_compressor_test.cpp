@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
+#include <array>
 #include <cmath>
 #include <fstream>
 #include <iterator>
@@ -128,6 +129,37 @@ TEST(SGCompressor, DamagedStreams_StayInsideTheirBuffers) {
             decode(1 + 2 * (i & 1), broken, out);
         }
     }
+}
+
+TEST(SGCompressor, ABoxOfHugeEmptySides_EndsAtOnce) {
+    const std::int32_t huge = 0x7FFFFFFF;
+    for (const std::array<std::int32_t, 3>& size :
+         {std::array{0, huge, huge}, {huge, 0, huge}, {huge, huge, 0}}) {
+        Bytes bytes{0x01, 0xFC, 2};
+        const auto append = [&](const auto& field) {
+            const auto* const at = reinterpret_cast<const std::uint8_t*>(&field);
+            bytes.insert(bytes.end(), at, at + sizeof field);
+        };
+        append(size);
+        append(std::array{1.0f, 0.0f});  // scale, minimum
+        append(std::int32_t{0});
+        append(std::uint8_t{3});  // passes
+        append(std::uint8_t{8});  // direct form
+        append(std::int32_t{0});
+        std::vector<float> out(10, -7.0f);
+        EXPECT_EQ(decode(3, bytes, out), 1);
+        EXPECT_EQ(out, std::vector<float>(10, -7.0f));
+    }
+}
+
+TEST(SGCompressor, WorkMemory_DoesNotGrowWithASequence) {
+    const std::vector<float> in = smoke(1000000, 5);
+    Bytes bytes;
+    ASSERT_TRUE(encodeStream(in.data(), in.size(), 1, {}, bytes));
+    std::vector<float> out(in.size());
+    SGCompressor<1> compressor;
+    ASSERT_EQ(compressor.Decode(bytes.data(), bytes.size(), out.data(), out.size()), 1);
+    EXPECT_LE(compressor.workBytes(), 500000u);
 }
 
 }  // namespace
