@@ -81,8 +81,16 @@ private:
     std::vector<Entry> lookup_;
 };
 
-/// Appends the code of `values` to `out`: the form that is smaller, in whole words of 32 bits.
-/// False without memory, with a line in the log.
-bool encodeSymbols(const std::int32_t* values, std::size_t count, std::vector<std::uint8_t>& out);
+/// Which form the encoder writes.
+enum class SymbolForm {
+    Smaller,
+    Direct,
+    Table,  // direct all the same where a table can't be made
+};
+
+/// Appends the code of `values` to `out`, in whole words of 32 bits. False without memory, with a
+/// line in the log.
+bool encodeSymbols(const std::int32_t* values, std::size_t count, SymbolForm form,
+                   std::vector<std::uint8_t>& out);
 
 }  // namespace NMBUtils

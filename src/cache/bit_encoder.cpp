@@ -16,28 +16,35 @@ namespace {
 class BitWriter {
 public:
     explicit BitWriter(std::vector<std::uint8_t>& out) : out_(out) {}
+    /// The lowest `count` bits, 0 to 64.
     void put(std::uint64_t bits, int count) {
-        for (; count > 0; --count, bits >>= 1) {
-            word_ |= static_cast<std::uint32_t>(bits & 1) << held_;
-            if (++held_ == 32)
-                flush();
+        if (count > kWordBits) {
+            put(bits & UINT32_MAX, kWordBits);
+            bits >>= kWordBits;
+            count -= kWordBits;
         }
+        held_ |= (bits & ((std::uint64_t{1} << count) - 1)) << heldCount_;
+        heldCount_ += count;
+        if (heldCount_ >= kWordBits)
+            flush();
     }
     void finish() {
-        if (held_)
+        if (heldCount_ > 0)
             flush();
     }
 
 private:
+    static constexpr int kWordBits = 32;
     void flush() {
-        for (int i = 0; i < 4; ++i)
-            out_.push_back(static_cast<std::uint8_t>(word_ >> (8 * i)));
-        word_ = 0;
-        held_ = 0;
+        const auto word = static_cast<std::uint32_t>(held_);
+        const auto* const p = reinterpret_cast<const std::uint8_t*>(&word);
+        out_.insert(out_.end(), p, p + sizeof word);
+        held_ >>= kWordBits;
+        heldCount_ -= kWordBits;
     }
     std::vector<std::uint8_t>& out_;
-    std::uint32_t word_ = 0;
-    int held_ = 0;
+    std::uint64_t held_ = 0;
+    int heldCount_ = 0;
 };
 
 /// The values of one zone with what both forms need to know of them.
@@ -108,7 +115,7 @@ void writeTable(const Symbols& s, const std::vector<SymbolRate>& table, BitWrite
 }
 
 // False when the table form isn't to be used; `out` is then as it was.
-bool writeTableForm(const Symbols& s, std::vector<std::uint8_t>& out) {
+bool writeTableForm(const Symbols& s, bool always, std::vector<std::uint8_t>& out) {
     const std::vector<SymbolRate> table = ratesOf(s);
     if (table.empty())
         return false;
@@ -127,10 +134,10 @@ bool writeTableForm(const Symbols& s, std::vector<std::uint8_t>& out) {
     std::int64_t codeBits = 0;
     for (const SymbolRate& entry : table)
         codeBits += std::int64_t{codes[entry.value].length} * entry.rate;
-    if (s.rawBytes < static_cast<std::int64_t>(table.size() / 4) + 10 + codeBits / 8)
+    if (!always && s.rawBytes < static_cast<std::int64_t>(table.size() / 4) + 10 + codeBits / 8)
         return false;
     const std::size_t start = out.size();
-    const std::size_t limit = start + static_cast<std::size_t>(s.rawBytes) + 8;
+    const std::size_t limit = always ? SIZE_MAX : start + static_cast<std::size_t>(s.rawBytes) + 8;
     BitWriter writer(out);
     writeTable(s, table, writer);
     for (std::size_t i = 0; i < s.count && out.size() <= limit; ++i)
@@ -144,12 +151,15 @@ bool writeTableForm(const Symbols& s, std::vector<std::uint8_t>& out) {
 
 }  // namespace
 
-bool encodeSymbols(const std::int32_t* values, std::size_t count, std::vector<std::uint8_t>& out) {
+bool encodeSymbols(const std::int32_t* values, std::size_t count, SymbolForm form,
+                   std::vector<std::uint8_t>& out) {
     if (count == 0)
         return true;
     const Symbols s = scan(values, count);
     // A wider range would need more memory for its rates than any zone is worth.
-    if (s.range <= (std::uint64_t{1} << 26) && writeTableForm(s, out))
+    const bool tableFits = s.range <= (std::uint64_t{1} << 26);
+    if (form != SymbolForm::Direct && tableFits &&
+        writeTableForm(s, form == SymbolForm::Table, out))
         return true;
     BitWriter writer(out);
     writer.put(static_cast<std::uint64_t>(s.valueBits), 8);

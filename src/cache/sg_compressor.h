@@ -24,6 +24,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "cache/bit_coder.h"
 #include "foundation/array.h"
 #include "foundation/parallel.h"
 
@@ -48,6 +49,7 @@ struct ZoneEncoding {
     int order = 1;                   // differencing passes, 0 to 255
     float minValue = 3.4028235e38f;  // range to quantise in; these two mean the data's own
     float maxValue = -3.4028235e38f;
+    SymbolForm form = SymbolForm::Smaller;
 };
 
 /// Decodes one stream at a time; work memory is kept between streams.
@@ -82,7 +84,8 @@ private:
 };
 
 /// Appends one zone with its magic to `out`. A value that isn't finite makes the whole zone a
-/// constant 0. False without memory, with a line in the log.
+/// constant 0; steps too fine for 31 bits make it raw. False without memory, with a line in the
+/// log.
 bool encodeZone(const float* values, std::size_t count, const ZoneEncoding& encoding,
                 std::vector<std::uint8_t>& out);
 

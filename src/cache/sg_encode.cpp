@@ -43,9 +43,14 @@ Range rangeOf(const float* values, std::size_t count) {
     return r;
 }
 
-std::int32_t quantise(float x, float minValue, float scale) {
-    const double q = std::round(static_cast<double>((x - minValue) * scale));
-    return static_cast<std::int32_t>(std::clamp(q, -2147483648.0, 2147483647.0));
+// False for a step so fine that the integer doesn't fit.
+bool quantise(float x, float minValue, float scale, std::int32_t& q) {
+    const float steps = std::round((x - minValue) * scale);
+    constexpr float kMost = 2147483648.0f;
+    if (!(steps >= -kMost && steps < kMost))
+        return false;
+    q = static_cast<std::int32_t>(steps);
+    return true;
 }
 
 void difference(std::vector<std::int32_t>& q, int order) {
@@ -81,27 +86,48 @@ void foldRuns(std::vector<std::int32_t>& q) {
     q.resize(out);
 }
 
+void putRaw(std::vector<std::uint8_t>& out, const float* values, std::size_t count) {
+    out.push_back(0);
+    put(out, static_cast<std::int32_t>(count));
+    const auto* p = reinterpret_cast<const std::uint8_t*>(values);
+    out.insert(out.end(), p, p + count * sizeof(float));
+}
+
+// Lets the smallest value be 0; false when the largest one then looks like a run.
+bool subtractBase(std::vector<std::int32_t>& q, std::int32_t& base) {
+    const auto [low, high] = std::minmax_element(q.begin(), q.end());
+    base = *low;
+    if (std::int64_t{*high} - base > INT32_MAX)
+        return false;
+    for (std::int32_t& v : q)
+        v -= base;
+    return true;
+}
+
 bool encodeQuantised(const float* values, std::size_t count, const ZoneEncoding& e, Range range,
                      std::vector<std::uint8_t>& out) try {
     const float scale =
         e.bits > 0 ? static_cast<float>(1 << e.bits) / (range.max - range.min) : 1.0f / e.step;
-    std::vector<std::int32_t> q(count);
-    for (std::size_t i = 0; i < count; ++i)
-        q[i] = quantise(values[i], range.min, scale);
     const int order = std::clamp(e.order, 0, 255);
-    difference(q, order);
-    const std::int32_t base = *std::min_element(q.begin(), q.end());
+    std::vector<std::int32_t> q(count);
+    std::int32_t base = 0;
+    bool fits = std::isnormal(scale) && std::isnormal(1.0f / scale);
+    for (std::size_t i = 0; fits && i < count; ++i)
+        fits = quantise(values[i], range.min, scale, q[i]);
+    if (fits)
+        difference(q, order);
+    if (!fits || !subtractBase(q, base)) {
+        putRaw(out, values, count);
+        return true;
+    }
     out.push_back(2);
     put(out, static_cast<std::int32_t>(count));
     put(out, scale);
     put(out, range.min);
     put(out, base);
     put(out, static_cast<std::uint8_t>(order));
-    for (std::int32_t& v : q)
-        v = static_cast<std::int32_t>(static_cast<std::uint32_t>(v) -
-                                      static_cast<std::uint32_t>(base));
     foldRuns(q);
-    return encodeSymbols(q.data(), q.size(), out);
+    return encodeSymbols(q.data(), q.size(), e.form, out);
 } catch (const std::bad_alloc&) {
     logLine("Can't allocate %d MB for compression\n", static_cast<int>(count / 0x100000));
     return false;
@@ -120,10 +146,7 @@ bool encodeZone(const float* values, std::size_t count, const ZoneEncoding& e,
         return true;
     }
     if (e.bits >= 20) {
-        out.push_back(0);
-        put(out, static_cast<std::int32_t>(count));
-        const auto* p = reinterpret_cast<const std::uint8_t*>(values);
-        out.insert(out.end(), p, p + count * 4);
+        putRaw(out, values, count);
         return true;
     }
     if (e.minValue != kOwnMin)
@@ -149,7 +172,7 @@ bool encodeStream(const float* values, std::size_t count, int zoneCount, const Z
         const std::size_t first = count * i / zones, end = count * (i + 1) / zones;
         put(out, static_cast<std::int32_t>(first));
         offsets.push_back(static_cast<std::int32_t>(data.size()));
-        if (!encodeZone(values + first, end - first, e, data))
+        if (!encodeZone(values + first, end - first, e, data) || data.size() > INT32_MAX)
             return false;
     }
     for (const std::int32_t offset : offsets)
