@@ -37,9 +37,8 @@ SGCompressor<N>::SGCompressor(int threads, TessUtils::ThreadManager* manager)
     : NmbParallel(manager), threadRequest_(threads) {}
 
 template <int N>
-void SGCompressor<N>::startThreads() {
-    InitJobs(static_cast<std::uint32_t>(threadRequest_));
-    while (static_cast<int>(work_.size()) < jobCount()) {
+void SGCompressor<N>::makeWorkArrays(int count) {
+    while (static_cast<int>(work_.size()) < count) {
         work_.push_back(std::make_unique<WorkArray>());
         if (work_.back()->SetSize(kFirstWorkSize, nullptr, true))
             work_.back()->SetSize(0);
@@ -67,7 +66,7 @@ int SGCompressor<N>::Decode(const std::uint8_t* src, std::uint64_t bytes, float*
                             std::uint64_t elementLimit) {
     if (bytes < 2)
         return 0;
-    startThreads();
+    makeWorkArrays(1);
     const auto magic = load<std::uint16_t>(src);
     if (magic == kZonesA || magic == kZonesB)
         return decodeZones(src, bytes, dst, elementLimit);
@@ -118,6 +117,9 @@ int SGCompressor<N>::decodeZones(const std::uint8_t* src, std::uint64_t bytes, f
         zone.maxCount = room > 0 ? static_cast<std::uint64_t>(room) : 0;
     }
     if (partsAreDisjoint(zones_)) {
+        // Not before there is work for them: most streams have one zone.
+        InitJobs(static_cast<std::uint32_t>(threadRequest_));
+        makeWorkArrays(jobCount());
         Start();
     } else {
         for (Zone& zone : zones_)

@@ -76,7 +76,7 @@ private:
 
     int decodeZones(const std::uint8_t* src, std::uint64_t bytes, float* dst,
                     std::uint64_t elementLimit);
-    void startThreads();
+    void makeWorkArrays(int count);
 
     int threadRequest_;
     std::vector<Zone> zones_;
