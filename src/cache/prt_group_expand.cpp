@@ -25,16 +25,6 @@ namespace {
 constexpr std::int64_t kWordBytes = 4;
 constexpr std::int64_t kPlanes = 32;  // bits of a word, particles of a plane's word
 
-// Up to so many bytes nobody asks whether a stream can fill them.
-constexpr std::int64_t kUnproven = 16 << 20;
-
-/// Whether zlib's format can hold so many bytes in so few: a symbol of at least 2 bits (a length,
-/// and a distance) makes 258 bytes at most.
-bool zipCanHold(std::int64_t packedBytes, std::int64_t bytes) {
-    constexpr std::int64_t kMostRatio = 258 * 8 / 2;
-    return bytes <= kUnproven || bytes / kMostRatio <= packedBytes;
-}
-
 /// How many floats the streams' own counts promise: one past the last.
 std::int64_t statedCount(std::span<const std::byte> stream) {
     constexpr std::uint16_t kOneZone = 0xFC01;
@@ -211,7 +201,7 @@ bool NimbraFrameData::PGroup::inflateWords(std::span<const std::byte> packed, By
 bool NimbraFrameData::PGroup::decodeWords(int channel, std::span<const std::byte> stream,
                                           Bytes& out) {
     const std::int64_t words = wordsIn(channel);
-    if (words * kWordBytes > kUnproven && statedCount(stream) < words)
+    if (words * kWordBytes > kUnprovenBytes && statedCount(stream) < words)
         return false;
     constexpr unsigned char kZero = 0;
     if (!out.SetSize(words * kWordBytes, &kZero, true))

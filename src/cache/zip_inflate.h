@@ -15,4 +15,14 @@ namespace nimbra {
 bool inflateBuffer(const void* packed, std::int64_t packedBytes, void* out, std::int64_t outBytes,
                    std::int64_t* inflated = nullptr);
 
+/// Up to so many bytes a reader allocates without asking whether the file can fill them.
+inline constexpr std::int64_t kUnprovenBytes = 1 << 20;
+
+/// Whether zlib's format can hold so many bytes in so few: a pair of length and distance has at
+/// least 2 bits and makes 258 bytes at most. Few bytes (kUnprovenBytes) are always granted.
+inline bool zipCanHold(std::int64_t packedBytes, std::int64_t bytes) {
+    constexpr std::int64_t kMostRatio = 258 * 8 / 2;
+    return bytes <= kUnprovenBytes || bytes / kMostRatio <= packedBytes;
+}
+
 }  // namespace nimbra

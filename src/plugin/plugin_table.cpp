@@ -5,6 +5,7 @@
 #include "plugin/plugin_table.h"
 
 #include "cache/cache_plugin.h"
+#include "cache/prt_loader_plugin.h"
 #include "plugin/plugin_desc.h"
 #include "plugin/sim_plugin.h"
 #include "plugin/vol_plugin.h"
@@ -90,6 +91,7 @@ constexpr PluginKind kTexAlpha = {
 
 using NimbraCachePluginDesc = PluginDescOf<NimbraCachePlugin>;
 using NimbraSimPluginDesc = PluginDescOf<NimbraSimPlugin>;
+using NimbraPrtLoaderPluginDesc = PluginDescOf<NimbraPrtLoaderPlugin>;
 using NimbraVolPluginDesc = PluginDescOf<NimbraVolPlugin>;
 
 // Kinds without a class yet: listed with their table, but not created.
@@ -100,7 +102,6 @@ using NimbraParticleTexPluginDesc = NimbraPluginDesc;
 using NimbraOceanTexPluginDesc = NimbraPluginDesc;
 using NimbraParticleShaderPluginDesc = NimbraPluginDesc;
 using NimbraPGroupPluginDesc = NimbraPluginDesc;
-using NimbraPrtLoaderPluginDesc = NimbraPluginDesc;
 using NimbraTexAlphaPluginDesc = NimbraPluginDesc;
 
 // Hosts see them in the reverse of this order.
