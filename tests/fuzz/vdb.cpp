@@ -2,9 +2,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Fuzz target: an OpenVDB file of any bytes is imported, in full and header-only, and listed.
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -13,30 +10,9 @@
 #include "cache/external_readers.h"
 #include "cache/frame_data.h"
 #include "cache/vdb_info.h"
+#include "support/memory_file.h"
 
 namespace {
-
-/// The bytes as a file of their own, without a disk.
-class MemoryFile {
-public:
-    MemoryFile(const std::uint8_t* data, std::size_t size)
-        : descriptor_(memfd_create("fuzz.vdb", MFD_CLOEXEC)) {
-        while (descriptor_ >= 0 && size > 0) {
-            const ssize_t n = write(descriptor_, data, size);
-            if (n <= 0)
-                break;
-            data += n;
-            size -= static_cast<std::size_t>(n);
-        }
-    }
-    ~MemoryFile() { close(descriptor_); }
-    MemoryFile(const MemoryFile&) = delete;
-    MemoryFile& operator=(const MemoryFile&) = delete;
-    std::string path() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
-
-private:
-    int descriptor_;
-};
 
 /// Every grid that can be mapped, one to a channel.
 std::string mapAll(const std::string& path) {
@@ -51,7 +27,7 @@ std::string mapAll(const std::string& path) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const MemoryFile file(data, size);
+    const nimbra::test::MemoryFile file(data, size);
     const std::string map = mapAll(file.path());
     nimbra::NimbraFrameData frame;
     if (nimbra::importVdb(file.path(), frame, map, false) == nimbra::kLoadOk)

@@ -1,0 +1,222 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "cache/prt_file.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <random>
+
+#include "cache/test_log.h"
+#include "support/golden.h"
+#include "support/memory_file.h"
+#include "support/prt_writer.h"
+#include "support/temp_folder.h"
+
+namespace nimbra {
+namespace {
+
+using namespace test;
+using PrtIO::PrtFile;
+
+TEST(WidenHalf, EveryPattern_KeepsItsValue) {
+    for (std::uint32_t h = 0; h < 0x10000; ++h) {
+        const int exponent = static_cast<int>(h >> 10 & 31);
+        const int mantissa = static_cast<int>(h & 1023);
+        const float sign = h & 0x8000 ? -1.0f : 1.0f;
+        const float got = PrtIO::widenHalf(static_cast<std::uint16_t>(h));
+        if (exponent == 31 && mantissa) {
+            ASSERT_TRUE(std::isnan(got)) << h;
+            continue;
+        }
+        const float expected = exponent == 0    ? 0.0f
+                               : exponent == 31 ? INFINITY
+                                                : std::ldexp(1024.0f + mantissa, exponent - 25);
+        ASSERT_EQ(std::bit_cast<std::uint32_t>(got), std::bit_cast<std::uint32_t>(sign * expected))
+            << h;
+    }
+}
+
+TEST(WidenHalf, GoldenPatterns) {
+    for (const GoldenCase& golden : goldenNamed("halves"))
+        for (const auto& pair : golden.json.at("widened")) {
+            const auto half = std::stoul(pair[0].get<std::string>(), nullptr, 16);
+            EXPECT_EQ(bitsOf(PrtIO::widenHalf(static_cast<std::uint16_t>(half))), pair[1])
+                << pair[0];
+        }
+}
+
+class PrtFileTest : public testing::Test {
+protected:
+    int load(const std::string& bytes) { return file.load(MemoryFile(bytes).path().c_str()); }
+    float position(int particle, int axis = 0) const {
+        float v[3] = {-1, -1, -1};
+        return file.readChannel(file.position, particle, v, sizeof v) ? v[axis] : -2;
+    }
+    TempFolder folder;
+    PrtFile file;
+};
+
+TEST_F(PrtFileTest, Load_ReplacesTheFileBefore) {
+    ASSERT_EQ(load(prtBytes(simplePrt(5))), 1);
+    EXPECT_EQ(file.count, 5);
+    EXPECT_EQ(file.recordSize, 24);
+    EXPECT_EQ(position(4, 2), 4.5f);
+    EXPECT_TRUE(file.header().knownMagic);
+    EXPECT_EQ(file.header().identification, "Extensible Particle Format");
+    EXPECT_EQ(file.problem(), "");
+    EXPECT_EQ(file.load((folder / "none.prt").c_str()), 0);
+    EXPECT_EQ(file.load(nullptr), 0);
+    EXPECT_EQ(file.load(folder.path().c_str()), 0);
+    EXPECT_EQ(file.problem(), "is a folder");
+    EXPECT_EQ(file.count, 0);
+    EXPECT_EQ(file.recordSize, 0);
+    EXPECT_EQ(file.channels.data, nullptr);
+    EXPECT_EQ(file.data, nullptr);
+    EXPECT_EQ(file.position, -1);
+}
+
+TEST_F(PrtFileTest, ReadChannel_StaysInsideTheDataAndTheOutput) {
+    PrtSpec spec = simplePrt(3);
+    spec.channels.push_back({"behind", 4, 1, 24});    // the next particle's position
+    spec.channels.push_back({"far", 4, 1, 1 << 30});  // outside
+    spec.channels.push_back({"before", 4, 1, -4});    // the last word of the record before
+    spec.channels.push_back({"long", 4, 5, 0});       // more than a vector
+    spec.channels.push_back({"negative", 3, -5, 0});
+    spec.channels.push_back({"none", 4, 0, 0});
+    // The records' size takes all channels in.
+    for (std::size_t c = 3; c < spec.channels.size(); ++c)
+        spec.channels[c].type = c == 6 ? 4 : spec.channels[c].type;
+    const std::int32_t record = 24 + 3 * 4 + 5 * 4 - 5 * 2;
+    ASSERT_EQ(load(prtBytes(spec)), 1);
+    ASSERT_EQ(file.recordSize, record);
+    float v[5] = {9, 9, 9, 9, 9};
+    EXPECT_EQ(file.readChannel(3, 2, v, 4), 1);
+    EXPECT_EQ(file.readChannel(4, 0, v, 4), 0);
+    EXPECT_EQ(file.readChannel(5, 0, v, 4), 0);
+    EXPECT_EQ(file.readChannel(5, 1, v, 4), 1);
+    EXPECT_EQ(file.readChannel(6, 0, v, 12), 1);
+    EXPECT_EQ(v[2], 0.5f);
+    EXPECT_EQ(v[3], 9.0f);
+    EXPECT_EQ(file.readChannel(7, 0, v, 12), 0);
+    EXPECT_EQ(file.readChannel(8, 0, v, 12), 1);
+    EXPECT_EQ(file.readChannel(-1, 0, v, 12), 0);
+    EXPECT_EQ(file.readChannel(9, 0, v, 12), 0);
+    EXPECT_EQ(file.readChannel(0, -1, v, 12), 0);
+    EXPECT_EQ(file.readChannel(0, 3, v, 12), 0);
+}
+
+TEST_F(PrtFileTest, DamagedStreams_LeaveWhatTheyGave) {
+    CaughtLog log;
+    std::string bytes = prtBytes(simplePrt(2000));
+    const std::size_t stream = 68 + 3 * 44;
+    bytes[stream + 3000] = static_cast<char>(bytes[stream + 3000] ^ 0x40);
+    ASSERT_EQ(load(bytes), 1);
+    EXPECT_EQ(log.take(), "[ERROR] Decompressing Zip (-3)\n");
+    EXPECT_EQ(file.count, 2000);
+    EXPECT_EQ(position(10), 10.0f);
+    EXPECT_EQ(file.problem(), "has a damaged stream of particles");
+    ASSERT_EQ(load(bytes.substr(0, stream + 2000)), 1);
+    EXPECT_EQ(log.take(), "");
+    EXPECT_EQ(file.count, 2000);
+    EXPECT_EQ(position(10), 10.0f);
+    EXPECT_EQ(position(1999), 0.0f);
+    EXPECT_EQ(file.problem(), "ends inside its particles");
+    // More particles in the stream than in the header: those stated are there.
+    PrtSpec longer = simplePrt(6000);
+    longer.particles = 1500;
+    longer.level = 0;
+    ASSERT_EQ(load(prtBytes(longer)), 1);
+    EXPECT_EQ(log.take(), "[ERROR] Decompressing Zip (-5)\n");
+    EXPECT_EQ(position(1499), 1499.0f);
+}
+
+TEST_F(PrtFileTest, StatedSizes_TakeNoMoreThanTheFileCanHold) {
+    constexpr std::int64_t k32 = std::int64_t(1) << 32;
+    struct Case {
+        const char* what;
+        std::int64_t particles, statedChannels;
+        PrtChannel further;
+        int loads, count;
+    };
+    const Case cases[] = {
+        {"2^31 - 1 particles", 0x7FFFFFFF, -1, {}, 0, 0},
+        {"negative count", -1, -1, {}, 0, 0},
+        {"count beyond 64 bits", INT64_MAX, -1, {}, 0, 0},
+        {"count of 2^32 + 3", k32 + 3, -1, {}, 0, 0},
+        {"2^31 - 1 channels", 3, 0x7FFFFFFF, {}, 0, 0},
+        {"one channel too many", 3, 1000, {}, 0, 0},
+        {"huge arity", 3, -1, {"x", 4, 0x7FFFFFFF, 0}, 0, 0},
+        {"negative arity", 3, -1, {"x", 4, -0x7FFFFFFF, 0}, 0, 0},
+        {"types that don't exist", 3, -1, {"x", 77, 1000, 0}, 1, 3},
+        {"no channels", 3, 0, {}, 1, 3},
+        {"no channels, 2^31 - 1 particles", 0x7FFFFFFF, 0, {}, 0, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        PrtSpec spec = simplePrt(3);
+        spec.particles = c.particles;
+        spec.statedChannels = c.statedChannels;
+        if (!c.further.name.empty())
+            spec.channels.push_back(c.further);
+        if (c.statedChannels == 0)
+            spec.channels.clear();
+        EXPECT_EQ(load(prtBytes(spec)), c.loads);
+        EXPECT_EQ(file.count, c.count);
+        EXPECT_EQ(file.problem().empty(), c.loads == 1);
+    }
+    CaughtLog log;
+    PrtSpec bomb = simplePrt(1);
+    bomb.particles = 100000000;
+    EXPECT_EQ(load(prtBytes(bomb)), 0);
+    EXPECT_EQ(log.take(), "[ERROR] newArray failed to allocate 2400000000\n");
+}
+
+TEST_F(PrtFileTest, TruncatedAnywhere_Answers) {
+    const std::string sound = prtBytes(simplePrt(40));
+    const std::size_t stream = 68 + 3 * 44;
+    for (std::size_t size = 0; size < sound.size(); ++size) {
+        ASSERT_EQ(load(sound.substr(0, size)), size >= stream) << size;
+        ASSERT_EQ(file.count, size >= stream ? 40 : 0);
+        // All particles may be there without the last bytes.
+        ASSERT_TRUE(!file.problem().empty() || size >= sound.size() - 8) << size;
+    }
+}
+
+/// Reads whatever the file says it has.
+double sumOfAll(const PrtFile& file) {
+    double sum = 0;
+    for (int c = -1; c <= file.channels.size && c < 40; ++c)
+        for (int i = -1; i < std::min(file.count, 50); ++i) {
+            float v[4] = {};
+            if (file.readChannel(c, i, v, sizeof v))
+                sum += v[0] + v[3];
+        }
+    return sum;
+}
+
+TEST_F(PrtFileTest, MutatedFiles_Answer) {
+    std::mt19937 random(11);
+    const std::string sound = prtBytes(simplePrt(60));
+    const std::int32_t numbers[] = {0, 1, -1, 44, 56, 0x7FFFFFFF, INT32_MIN, 0x10000, 1 << 24};
+    int loaded = 0;
+    constexpr int kFiles = 20000;
+    for (int i = 0; i < kFiles; ++i) {
+        std::string bytes = sound;
+        for (unsigned changes = 1 + random() % 4; changes > 0; --changes) {
+            const std::size_t at = random() % (random() % 2 ? bytes.size() - 4 : 200);
+            if (random() % 2)
+                bytes[at] = static_cast<char>(random());
+            else
+                std::memcpy(&bytes[at / 4 * 4], &numbers[random() % std::size(numbers)], 4);
+        }
+        loaded += load(bytes);
+        sumOfAll(file);
+    }
+    EXPECT_GT(loaded, kFiles / 8);
+    EXPECT_LT(loaded, kFiles);
+}
+
+}  // namespace
+}  // namespace nimbra
