@@ -153,9 +153,10 @@ void NimbraVolPlugin::compileGeometry(TessraRenderer* renderer) {
 
 void NimbraVolPlugin::prepareThreads(int threadCount) {
     threadPools.resize(std::size_t(std::clamp(threadCount, 1, kMaxRenderThreads)));
-    for (BlockPool& pool : threadPools)
-        pool.prepare(shaders.size);
-    rayTimes_.assign(threadPools.size(), 0.0f);
+    for (ThreadPool& pool : threadPools) {
+        pool.blocks.prepare(shaders.size);
+        pool.rayTime = 0;
+    }
 }
 
 void NimbraVolPlugin::buildTree(ProgressCallback* progress) {
@@ -189,12 +190,12 @@ public:
         : plugin_(plugin),
           pool_(plugin.threadPools[std::size_t(context.threadIndex)]),
           thread_(context.threadIndex),
-          outerTime_(plugin.rayTimes_[std::size_t(thread_)]),
-          active_(pool_.take()),
-          savedTimes_(pool_.take()) {
+          outerTime_(pool_.rayTime),
+          active_(pool_.blocks.take()),
+          savedTimes_(pool_.blocks.take()) {
         if (!active_ || !savedTimes_)
             return;
-        plugin.rayTimes_[std::size_t(thread_)] = context.ray.time;
+        pool_.rayTime = context.ray.time;
         for (int i = 0; i < plugin.shaders.size; ++i) {
             time(i) = kNoTime;
             if (plugin.simInterfaces[i]->isVisibleFor(context))
@@ -208,11 +209,11 @@ public:
         for (int i = 0; i < count_; ++i)
             if (usesTextures(*list()[i]))
                 list()[i]->beginTextureFrame(outerTime_);
-        plugin_.rayTimes_[std::size_t(thread_)] = outerTime_;
+        pool_.rayTime = outerTime_;
         if (savedTimes_)
-            pool_.give(savedTimes_);
+            pool_.blocks.give(savedTimes_);
         if (active_)
-            pool_.give(active_);
+            pool_.blocks.give(active_);
     }
     ActiveShaders(const ActiveShaders&) = delete;
     ActiveShaders& operator=(const ActiveShaders&) = delete;
@@ -246,7 +247,7 @@ private:
     }
 
     NimbraVolPlugin& plugin_;
-    BlockPool& pool_;
+    ThreadPool& pool_;
     const int thread_;
     const float outerTime_;  // of the ray that this one was traced from
     void** active_;

@@ -73,8 +73,12 @@ private:
     TessUtils::TessraPluginParameter* forceProbSamples = nullptr;
     TessUtils::TessraPluginParameter* forceProbSamplesGI = nullptr;
     const TessUtils::RenderChannelListInterface* renderChannels_ = nullptr;
-    std::vector<BlockPool> threadPools;  // one for each render thread
-    std::vector<float> rayTimes_;        // of the ray that each render thread is at
+    /// What one render thread needs, apart from what others write.
+    struct alignas(64) ThreadPool {
+        BlockPool blocks;
+        float rayTime = 0;  // of the ray that the thread is at
+    };
+    std::vector<ThreadPool> threadPools;
     QndTree tree_;
 };
 
