@@ -37,7 +37,9 @@ Lifecycle::Lifecycle(const Scene& scene, HostLog& log) : log_(log) {
         entry.driven = ask<TessraPluginInterface>(plugin, ids::kTessraPlugin);
         entry.modifier = ask<TessraSceneModifierInterface>(plugin, ids::kSceneModifier);
         entry.settings = ask<RenderSettingsInterface>(plugin, ids::kRenderSettings);
-        entry.generator = ask<GeomGenInterface2>(plugin, ids::kGeomGen2);
+        entry.generator = ask<GeomGenInterface>(plugin, ids::kGeomGen2);
+        if (!entry.generator)
+            entry.generator = ask<GeomGenInterface>(plugin, ids::kGeomGen);
         entries_.push_back(entry);
     }
 }

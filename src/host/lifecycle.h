@@ -51,7 +51,7 @@ private:
         TessUtils::TessraPluginInterface* driven = nullptr;
         TessUtils::TessraSceneModifierInterface* modifier = nullptr;
         TessUtils::RenderSettingsInterface* settings = nullptr;
-        TessUtils::GeomGenInterface2* generator = nullptr;
+        TessUtils::GeomGenInterface* generator = nullptr;
     };
     using Step = std::function<void(Entry&)>;
 

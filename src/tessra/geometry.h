@@ -48,6 +48,22 @@ public:
     virtual void shadeHit(ShadingContext& context, const Hit& hit, VolumeResult& out) = 0;
 };
 
+/// A box in world space that stays as it is over the frame.
+struct StaticBox {
+    TracePoint low, high;  // low above high: empty
+};
+
+/// A primitive whose bounds its owner sets for each frame.
+template <class Box>
+class DynamicPrimitive : public UserPrimitive {
+public:
+    void worldBounds(TracePoint& low, TracePoint& high) const override {
+        low = bounds.low;
+        high = bounds.high;
+    }
+    Box bounds;
+};
+
 /// An instance of static geometry that a plug-in created.
 class TESSRA_API StaticGeomInstance {
 public:

@@ -69,4 +69,28 @@ private:
     std::vector<Key> keys_;
 };
 
+/// A list that its owner keeps in a store of its own: derived classes answer the count and the
+/// reads of their type, all others answer as if outside the list.
+class TESSRA_API DefListParamBase : public TessraPluginParameter {
+public:
+    DefListParamBase(std::string name, TessraParameterType elementType)
+        : name_(std::move(name)), elementType_(elementType) {}
+
+    int getInt(int, double) const override { return 0; }
+    float getFloat(int, double) const override { return 0; }
+    bool getBool(int, double) const override { return false; }
+    Vector getVector(int, double) const override { return {}; }
+    Color getColor(int, double) const override { return {}; }
+    AColor getAColor(int, double) const override { return {}; }
+    Transform getTransform(int, double) const override { return {}; }
+    PluginBase* getObject(int) const override { return nullptr; }
+    TessraParameterType getType(int) const override { return elementType_; }
+    const char* getName() const override { return name_.c_str(); }
+    std::string getString(int, double) const override { return {}; }
+
+private:
+    std::string name_;
+    TessraParameterType elementType_;
+};
+
 }  // namespace TessUtils

@@ -5,6 +5,7 @@
 // folder.
 #include <mutex>
 
+#include "tessra/managers.h"
 #include "tessra/renderer.h"
 
 namespace TessUtils {
@@ -49,6 +50,10 @@ std::string adjustRelativePath(Plugin*, const std::string& path) {
     if (folder.empty())
         return path;
     return folder.back() == '/' ? folder + path : folder + "/" + path;
+}
+
+std::string AssetManagerInterface::assetPath(Plugin* plugin, const std::string& path) const {
+    return adjustRelativePath(plugin, path);
 }
 
 }  // namespace TessUtils

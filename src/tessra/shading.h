@@ -178,6 +178,13 @@ struct ShadeData {
     LightingSums sums;  // of the light loop
 };
 
+/// How many directions a scattering function wants to be sampled by.
+struct DMCParam {
+    int minSamples = 1;
+    int maxSamples = 1;
+    float threshold = 0;  // of the error at which sampling may stop
+};
+
 /// A scattering function at a shaded point, asked by the host's light loop.
 class TESSRA_API BRDFSampler {
 public:
@@ -192,6 +199,10 @@ public:
     /// multiplied by `weight` before it goes into `eval`, and looked for no further than
     /// `rayLength`.
     virtual Vector sampleDirection(const TraceRay& ray, const float u[2], float& weight) = 0;
+    /// The base wants a single direction. This host decides by its own settings.
+    virtual DMCParam getDMCParam(const ShadingContext& context) const;
+    /// Light along directions that are no matter of chance, as of a mirror; the base has none.
+    virtual Color traceForward(ShadingContext& context);
     double rayLength = 1e18;
     /// True while the host evaluates indirect light.
     bool giMode = false;

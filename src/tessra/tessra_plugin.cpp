@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tessra/tessra_plugin.h"
 
+#include "tessra/plugin_kinds.h"
 #include "tessra/renderer.h"
 #include "tessra/volumetric.h"
 
@@ -66,6 +67,18 @@ TessraPluginParameter* TessraPlugin::getParameter(const char* name) {
 PluginInterface* TessraVolumetric::getInterface(InterfaceID id) {
     if (id == ids::kVolumetric)
         return static_cast<VolumetricInterface*>(this);
+    return TessraPlugin::getInterface(id);
+}
+
+PluginInterface* TessraStaticGeomSource::getInterface(InterfaceID id) {
+    if (id == ids::kStaticGeomSource)
+        return static_cast<StaticGeomSourceInterface*>(this);
+    return TessraPlugin::getInterface(id);
+}
+
+PluginInterface* TessraTexture::getInterface(InterfaceID id) {
+    if (id == ids::kTexture)
+        return static_cast<TextureInterface*>(this);
     return TessraPlugin::getInterface(id);
 }
 

@@ -29,14 +29,21 @@ public:
     virtual TessraVolume* getVolume() = 0;
 };
 
-/// "EXT_GEOM_GEN2": builds what a plug-in brings to the scene, once for each frame, after all
+/// "EXT_GEOM_GEN": builds what a plug-in brings to the scene, once for each frame, after all
 /// frameBegin and before tracing, on the scene thread.
-class TESSRA_API GeomGenInterface2 : public PluginInterface {
+class TESSRA_API GeomGenInterface : public PluginInterface {
+public:
+    InterfaceID getInterfaceID() const override { return ids::kGeomGen; }
+    const char* getInterfaceName() const override { return "EXT_GEOM_GEN"; }
+    virtual void compileGeometry(TessraRenderer* renderer) = 0;
+    virtual void clearGeometry(TessraRenderer* renderer) = 0;
+};
+
+/// "EXT_GEOM_GEN2": the same operations under a newer ID, which hosts ask for first.
+class TESSRA_API GeomGenInterface2 : public GeomGenInterface {
 public:
     InterfaceID getInterfaceID() const override { return ids::kGeomGen2; }
     const char* getInterfaceName() const override { return "EXT_GEOM_GEN2"; }
-    virtual void compileGeometry(TessraRenderer* renderer) = 0;
-    virtual void clearGeometry(TessraRenderer* renderer) = 0;
 };
 
 /// Base of volumetric plug-ins.

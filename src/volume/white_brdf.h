@@ -5,12 +5,13 @@
 #pragma once
 
 #include "tessra/shading.h"
+#include "tessra/surface_shading.h"
 
 namespace nimbra {
 
 /// Scatters white light evenly in all directions. Direct light comes as an irradiance that a white
 /// surface facing the light would show, so that smoke and a white wall are equally bright.
-class MyWhiteBRDF final : public TessUtils::BRDFSampler {
+class MyWhiteBRDF final : public TessUtils::BRDFSampler, public TessUtils::BSDFSampler {
 public:
     /// The light times `diffuse`, and times `scatterMul` in GI. A light at distance d counts with
     /// d^2 / (d^2 + 0.25), which softens lights inside the smoke. Rays that aren't of a volume
