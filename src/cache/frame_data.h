@@ -199,6 +199,12 @@ public:
     int load(const std::string& filePath, const std::string& mapping, double frameTime,
              std::int64_t maxMemory, bool noRetry, bool headerOnly);
 
+    /// Fills the frame from a .kol file; grid channels stay as they are stored. `noRetry`: a file
+    /// that can't be opened now isn't waited for. `headerOnly` steps over voxels and particles.
+    /// 3: not a file that can be opened, or one that somebody writes to; 4: broken, or no memory;
+    /// 12: of a format before the first that is read. A frame that fails is empty afterwards.
+    int ImportKol(const std::string& filePath, bool noRetry, bool headerOnly);
+
     /// `compressed` := one zero word, as in a frame without stored grid data.
     void setNoStoredGrid();
     /// `compressed` := `words` zero words for a reader to fill; false without memory.

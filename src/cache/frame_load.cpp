@@ -31,7 +31,7 @@ std::int64_t fileModificationTime(const std::string& path) {
 }
 
 int NimbraFrameData::load(const std::string& filePath, const std::string& mapping, double frameTime,
-                          std::int64_t maxMemory, [[maybe_unused]] bool noRetry, bool headerOnly) {
+                          std::int64_t maxMemory, bool noRetry, bool headerOnly) {
     freeChannels();
     freeData();
     upAxisFlipped = 0;
@@ -39,7 +39,9 @@ int NimbraFrameData::load(const std::string& filePath, const std::string& mappin
     const std::int64_t modified = fileModificationTime(filePath);
     int status = kLoadNotFound;
     const std::string_view extension = extensionOf(filePath);
-    if (extension == "vdb")
+    if (extension == "kol")
+        status = ImportKol(filePath, noRetry, headerOnly);
+    else if (extension == "vdb")
         status = importVdb(filePath, *this, mapping, headerOnly, maxMemory);
     else if (extension == "f3d")
         status = importF3D(filePath, *this, mapping, headerOnly);
@@ -48,7 +50,8 @@ int NimbraFrameData::load(const std::string& filePath, const std::string& mappin
         fileTime = 0;
         return status;
     }
-    simInfo.setSimTime(frameTime);
+    if (extension != "kol")
+        simInfo.setSimTime(frameTime);
     path = filePath;
     fileTime = modified;
     return kLoadOk;

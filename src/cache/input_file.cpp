@@ -4,6 +4,7 @@
 #include "cache/input_file.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -42,14 +43,17 @@ void InputFile::close() {
 bool InputFile::open(const std::string& path) {
     close();
     problem_.clear();
+    error_ = 0;
     // Without waiting: opening a pipe for reading would block until somebody writes to it.
     descriptor_ = ::open(nativePath(path).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
     if (descriptor_ < 0) {
+        error_ = errno;
         problem_ = std::string("can't be opened: ") + std::strerror(errno);
         return false;
     }
     struct stat status = {};
     if (::fstat(descriptor_, &status) != 0) {
+        error_ = errno;
         problem_ = std::string("can't be opened: ") + std::strerror(errno);
     } else if (!S_ISREG(status.st_mode)) {
         problem_ = kindOf(status.st_mode);
@@ -59,6 +63,18 @@ bool InputFile::open(const std::string& path) {
     }
     close();
     return false;
+}
+
+bool InputFile::lockShared() {
+    int result = 0;
+    do {
+        result = ::flock(descriptor_, LOCK_SH | LOCK_NB);
+    } while (result != 0 && errno == EINTR);
+    return result == 0 || errno != EWOULDBLOCK;
+}
+
+void InputFile::unlock() {
+    ::flock(descriptor_, LOCK_UN);
 }
 
 bool InputFile::readAt(std::uint64_t offset, std::span<std::byte> out) {

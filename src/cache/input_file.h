@@ -28,6 +28,13 @@ public:
     /// it does when it is cut while it is read. Moves no position: any thread.
     bool readAt(std::uint64_t offset, std::span<std::byte> out);
     const std::string& problem() const { return problem_; }
+    /// The system's number for why it couldn't be opened, 0 when it is only of the wrong kind.
+    int error() const { return error_; }
+
+    /// Keeps writers out that ask for the lock; false while one of them holds it. File systems
+    /// without locks have no such writers.
+    bool lockShared();
+    void unlock();
 
 private:
     void close();
@@ -35,6 +42,7 @@ private:
     int descriptor_ = -1;
     std::uint64_t size_ = 0;
     std::string problem_;
+    int error_ = 0;
 };
 
 }  // namespace nimbra
