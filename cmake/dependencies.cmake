@@ -10,6 +10,7 @@ find_package(OpenEXR REQUIRED)
 find_package(Imath REQUIRED)
 find_package(TBB REQUIRED)
 find_package(embree 3 REQUIRED)
+find_package(hwy REQUIRED)
 
 find_path(OPENVDB_INCLUDE openvdb/openvdb.h REQUIRED)
 find_library(OPENVDB_LIBRARY openvdb REQUIRED)

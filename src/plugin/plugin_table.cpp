@@ -10,6 +10,7 @@
 #include "plugin/sim_plugin.h"
 #include "plugin/vol_plugin.h"
 #include "tessra/ids.h"
+#include "textures/ocean_tex_plugin.h"
 
 namespace nimbra {
 
@@ -90,6 +91,7 @@ constexpr PluginKind kTexAlpha = {
     ids::kTexture, buildTexAlphaParameters};
 
 using NimbraCachePluginDesc = PluginDescOf<NimbraCachePlugin>;
+using NimbraOceanTexPluginDesc = PluginDescOf<NimbraOceanTexPlugin>;
 using NimbraSimPluginDesc = PluginDescOf<NimbraSimPlugin>;
 using NimbraPrtLoaderPluginDesc = PluginDescOf<NimbraPrtLoaderPlugin>;
 using NimbraVolPluginDesc = PluginDescOf<NimbraVolPlugin>;
@@ -99,7 +101,6 @@ using NimbraGeomPluginDesc = NimbraPluginDesc;
 using NimbraMeshPluginDesc = NimbraPluginDesc;
 using NimbraTexPluginDesc = NimbraPluginDesc;
 using NimbraParticleTexPluginDesc = NimbraPluginDesc;
-using NimbraOceanTexPluginDesc = NimbraPluginDesc;
 using NimbraParticleShaderPluginDesc = NimbraPluginDesc;
 using NimbraPGroupPluginDesc = NimbraPluginDesc;
 using NimbraTexAlphaPluginDesc = NimbraPluginDesc;

@@ -35,6 +35,14 @@ public:
     virtual float getTexFloat(const TextureContext& context) = 0;
 };
 
+/// ID kUvwGen: where a texture lies.
+class TESSRA_API UvwGenInterface : public PluginInterface {
+public:
+    InterfaceID getInterfaceID() const override { return ids::kUvwGen; }
+    /// From the world (no scene offset subtracted) to the texture's space.
+    virtual Transform getUVWTransform(double time) const = 0;
+};
+
 /// ID kFloatRemap: a curve that a scene draws.
 class TESSRA_API FloatRemapInterface : public PluginInterface {
 public:

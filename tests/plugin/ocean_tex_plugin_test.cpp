@@ -1,0 +1,155 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+//
+// The ocean texture as a scene sees it: its rows, its time, its place and its colours.
+#include "textures/ocean_tex_plugin.h"
+
+#include <gtest/gtest.h>
+
+#include "plugin/fake_host.h"
+#include "tessra/shading.h"
+
+namespace nimbra::test {
+namespace {
+
+using namespace TessUtils;
+
+struct ConstantScale final : TextureInterface {
+    AColor color;
+    Plugin* getPlugin() override { return nullptr; }
+    AColor getTexColor(const TextureContext&) override { return color; }
+};
+
+struct Placement final : UvwGenInterface {
+    Transform transform;
+    Plugin* getPlugin() override { return nullptr; }
+    Transform getUVWTransform(double) const override { return transform; }
+};
+
+class OceanTex : public testing::Test {
+protected:
+    OceanTex() {
+        struct Find : EnumPluginCallback {
+            PluginDesc* found = nullptr;
+            int process(PluginDesc* desc) override {
+                if (std::string(desc->getName()) == "NmbShaderOceanTex")
+                    found = desc;
+                return found == nullptr;
+            }
+        } find;
+        libDesc().enumPlugins(&find);
+        desc_ = find.found;
+        plugin_ = desc_->newPlugin();
+        texture = dynamic_cast<NimbraOceanTexPlugin*>(plugin_);
+        renderer.frame.t = 12;
+        renderer.frame.frameStart = 11;
+        renderer.frame.frameEnd = 13;
+        at_.position = {3, 4, -5};
+    }
+    ~OceanTex() override { desc_->deletePlugin(plugin_); }
+
+    void set(const char* name, ParamScalar value) {
+        values_.emplace_back(name, std::move(value));
+        ASSERT_TRUE(texture->setParameter(&values_.back())) << name;
+    }
+    Color ask() {
+        texture->frameBegin(&renderer);
+        const AColor answer = texture->getTexColor(at_);
+        EXPECT_EQ(answer.alpha, 1);
+        return answer.color;
+    }
+    /// What a sea with the rows' defaults moves at a point of its own space.
+    Vector wave(float x, float y, float time, float filter = 0) {
+        Ocean ocean;
+        ocean.setup(OceanSettings());
+        return ocean.evaluate(x, y, time, filter);
+    }
+
+    FakeRenderer renderer;
+    NimbraOceanTexPlugin* texture = nullptr;
+    TextureContext at_;
+
+private:
+    PluginDesc* desc_ = nullptr;
+    Plugin* plugin_ = nullptr;
+    std::deque<DefParam> values_;
+};
+
+TEST_F(OceanTex, Defaults_SwapTheAxesAndMapThoseThatStandInXAndY) {
+    const Vector v = wave(3, -5, 11 / 30.0f);
+    EXPECT_EQ(ask(), (Color{(v.x + 1) * 0.5f, (v.z + 1) * 0.5f, v.y}));
+    EXPECT_EQ(texture->getInterface(ids::kTexture), static_cast<TextureInterface*>(texture));
+}
+
+TEST_F(OceanTex, Time_FollowsTheShutterAndTheHostsFrames) {
+    set("vector", false);
+    at_.time = 0.5f;
+    const Color byDefault = ask();
+    EXPECT_NE(byDefault.r, 0);
+    renderer.frame.frameStart = renderer.frame.frameEnd = 12;
+    EXPECT_EQ(ask(), byDefault) << "the middle of the shutter is its only moment";
+    FakeUnits units;
+    units.seconds = 1.0f / 24;
+    renderer.sequence.addInterface(&units, false);
+    EXPECT_NE(ask(), byDefault);
+    renderer.frame.frameStart = renderer.frame.frameEnd = 9.6;  // 0.4 s at either rate
+    EXPECT_NEAR(ask().r, byDefault.r, 1e-6f);
+    renderer.sequence.removeInterface(&units);
+}
+
+TEST_F(OceanTex, Filter_IsInMetresAndIgnoredWhereTheRaySaysSo) {
+    set("up_vector", 0);
+    set("meter_scale", 2.0f);
+    set("wind", 1.5f);  // 3 m/s
+    set("rgboffset", 0.25f);
+    at_.filterSize = 0.5f;
+    const Vector coarse = wave(6, 8, 11 / 30.0f, 1), fine = wave(6, 8, 11 / 30.0f, -1);
+    ASSERT_NE(coarse, fine);
+    const auto color = [](const Vector& v) {
+        return Color{(v.x / 2 + 1) * 0.5f, (v.y / 2 + 1) * 0.5f, v.z / 2 + 0.25f};
+    };
+    EXPECT_EQ(ask(), color(coarse));
+    at_.rayFlags = kRayNoFilter;
+    EXPECT_EQ(ask(), color(fine));
+}
+
+TEST_F(OceanTex, ScaleTexture_WorksAboutTheMiddleOfRedAndBlue) {
+    const Color plain = ask();
+    ConstantScale scale;
+    scale.color = {{0.5f, 3, 2}, 1};
+    struct Holder : Plugin {
+        TextureInterface* texture;
+        PluginDesc* getPluginDesc() override { return nullptr; }
+        PluginInterface* getInterface(InterfaceID id) override {
+            return id == ids::kTexture ? texture : Plugin::getInterface(id);
+        }
+    } holder;
+    holder.texture = &scale;
+    set("scaletex", static_cast<PluginBase*>(&holder));
+    EXPECT_EQ(ask(),
+              (Color{(plain.r - 0.5f) * 0.5f + 0.5f, plain.g * 3, (plain.b - 0.5f) * 2 + 0.5f}));
+}
+
+TEST_F(OceanTex, Placement_TurnsTheSeaWithTheWorldAndKeepsItThereUnderASceneOffset) {
+    set("up_vector", 0);
+    renderer.frame.sceneOffset = {100, -20, 0};
+    at_.position = {-97, 24, -5};
+    const Vector still = wave(3, 4, 11 / 30.0f);
+    EXPECT_EQ(ask(), (Color{(still.x + 1) * 0.5f, (still.y + 1) * 0.5f, still.z}));
+
+    // World x runs along the sea's y, world y against its x: the wind blows along -y.
+    Placement placement;
+    placement.transform.f[0] = {0, 1, 0};
+    placement.transform.f[1] = {-1, 0, 0};
+    placement.transform.offs = {7, 0, 0};
+    texture->addInterface(&placement, false);
+    const Vector turned = wave(7 - 4, 3, 11 / 30.0f);
+    const Color color = ask();
+    EXPECT_FLOAT_EQ(color.r, (turned.y + 1) * 0.5f);
+    EXPECT_FLOAT_EQ(color.g, (-turned.x + 1) * 0.5f);
+    EXPECT_FLOAT_EQ(color.b, turned.z);
+    texture->removeInterface(&placement);
+}
+
+}  // namespace
+}  // namespace nimbra::test
