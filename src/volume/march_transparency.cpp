@@ -95,10 +95,7 @@ private:
                 return true;
             if (segment.plan.plain) {
                 const float most = largest(limit) * squared;
-                const float rest = plainDepth(segment, shadow, most - segmentDepth.r);
-                segmentDepth += Color{1, 1, 1} * rest;
-                scatteredDepth += diffuse * (inverse * rest);
-                if (segmentDepth.r > most)
+                if (scatterPlain(segment, {diffuse, shadow, weight}, most, segmentDepth))
                     return true;
             }
         }
@@ -107,14 +104,26 @@ private:
         return false;
     }
 
-    /// Opacities times `shadow`, summed over the rest of a segment of plain smoke or until the sum
-    /// is above `limit`.
-    float plainDepth(RaySegment& segment, float shadow, float limit) const {
+    /// What all steps of plain smoke have in common.
+    struct PlainScatter {
+        Color diffuse;
+        float shadow, weight;
+    };
+
+    /// The rest of a segment of plain smoke, whose depth is the same in all channels. True when it
+    /// grows beyond `most`.
+    bool scatterPlain(RaySegment& segment, const PlainScatter& smoke, float most,
+                      Color& segmentDepth) {
         PlainWalk walk(segment, illuminator);
-        float sum = 0, opacity = 0;
-        while (!(sum > limit) && walk.next(opacity))
-            sum += shadow * opacity;
-        return sum;
+        Color scattering = scatteredDepth;
+        float sum = segmentDepth.r, opacity = 0;
+        while (!(sum > most) && walk.next(opacity)) {
+            sum += opacity * smoke.shadow;
+            scattering += smoke.diffuse * opacity * smoke.weight;
+        }
+        scatteredDepth = scattering;
+        segmentDepth = {sum, sum, sum};
+        return sum > most;
     }
 
     bool absorb(RaySegment& segment) {
@@ -128,25 +137,22 @@ private:
             L *= Color{1, 1, 1} - segment.alpha * shadow;
             if (largest(L) < shader.stoptransp)
                 return true;
-            if (segment.plan.plain) {
-                const float rest = plainTransmittance(segment, shadow, shader.stoptransp / L.r);
-                L = L * rest;
-                if (L.r < shader.stoptransp)
-                    return true;
-            }
+            if (segment.plan.plain && absorbPlain(segment, shadow, shader.stoptransp, L))
+                return true;
         }
         transmission *= L;
         reportCycle(segment);
         return false;
     }
 
-    /// Transmittance of the rest of a segment of plain smoke, or until it is below `stop`.
-    float plainTransmittance(RaySegment& segment, float shadow, float stop) const {
+    /// The rest of a segment of plain smoke, which is gray. True when less than `stop` is left.
+    bool absorbPlain(RaySegment& segment, float shadow, float stop, Color& L) const {
         PlainWalk walk(segment, illuminator);
-        float L = 1, opacity = 0;
-        while (!(L < stop) && walk.next(opacity))
-            L *= 1 - shadow * opacity;
-        return L;
+        float left = L.r, opacity = 0;
+        while (!(left < stop) && walk.next(opacity))
+            left *= 1 - opacity * shadow;
+        L = {left, left, left};
+        return left < stop;
     }
 
     void reportCycle(const RaySegment& segment) const {

@@ -17,8 +17,9 @@ inline float stepOpacity(float density, float stepWorld) {
 
 /// Opacity of a step through smoke, from its normalised value and without textures.
 inline float smokeOpacity(const VolumeShader& shader, float t, float stepWorld) {
-    const float density =
-        shader.opacityTable ? shader.opacityTable[lutIndex(t)] : t * shader.smoketransp;
+    if (!shader.opacityTable)
+        return t == 0.0f ? 0.0f : stepOpacity(t * shader.smoketransp, stepWorld);
+    const float density = shader.opacityTable[lutIndex(t)];
     return density == 0.0f ? 0.0f : stepOpacity(density, stepWorld);
 }
 

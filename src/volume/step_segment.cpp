@@ -59,6 +59,9 @@ bool isPlain(const VolumeShader& shader, const StepPlan& plan, bool colored) {
         return false;
     if (shader.emptyMapCount != 0 || shader.softb > 0.5f)
         return false;
+    // Heat haze stops at empty steps too, and samples may be taken from elsewhere.
+    if (shader.has(kHeatHaze | kDisplaced | kOriginMotion) || shader.moving)
+        return false;
     return !colored || !plan.emissive || shader.fire_opacity_mode == kFireUsesSmoke;
 }
 
