@@ -114,13 +114,17 @@ private:
     /// grows beyond `most`.
     bool scatterPlain(RaySegment& segment, const PlainScatter& smoke, float most,
                       Color& segmentDepth) {
-        PlainWalk walk(segment, illuminator);
         Color scattering = scatteredDepth;
-        float sum = segmentDepth.r, opacity = 0;
-        while (!(sum > most) && walk.next(opacity)) {
-            sum += opacity * smoke.shadow;
-            scattering += smoke.diffuse * opacity * smoke.weight;
-        }
+        float sum = segmentDepth.r, step = 0;
+        PlainWalk(segment, illuminator)
+            .run(
+                [&](float opacity) {
+                    step = opacity * smoke.shadow;
+                    sum += step;
+                    scattering += smoke.diffuse * opacity * smoke.weight;
+                    return !(sum > most);
+                },
+                [&] { return sum + PlainWalk::kLanes * step > most; });
         scatteredDepth = scattering;
         segmentDepth = {sum, sum, sum};
         return sum > most;
@@ -147,10 +151,15 @@ private:
 
     /// The rest of a segment of plain smoke, which is gray. True when less than `stop` is left.
     bool absorbPlain(RaySegment& segment, float shadow, float stop, Color& L) const {
-        PlainWalk walk(segment, illuminator);
-        float left = L.r, opacity = 0;
-        while (!(left < stop) && walk.next(opacity))
-            left *= 1 - opacity * shadow;
+        float left = L.r, step = 1;
+        PlainWalk(segment, illuminator)
+            .run(
+                [&](float opacity) {
+                    step = 1 - opacity * shadow;
+                    left *= step;
+                    return !(left < stop);
+                },
+                [&] { return left * (step * step) * (step * step) < stop; });
         L = {left, left, left};
         return left < stop;
     }

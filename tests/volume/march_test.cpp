@@ -471,11 +471,17 @@ TEST(Marcher, EmptyMap_HidesVoxels) {
     EXPECT_NEAR(std::log(transmittance({&shader}, ray)), std::log(full) / 2, 0.1 * 0.25);
 }
 
+/// Smoke with holes, clear cells, and what is no smoke.
+float unevenSmoke(int x, int y, int z) {
+    const float odd[] = {std::numeric_limits<float>::quiet_NaN(), -0.4f, 1e38f,
+                         std::numeric_limits<float>::infinity()};
+    const int i = x * 7 + y * 3 + z;
+    return x % 11 < 3 ? 0.0f : i % 29 == 0 ? odd[i / 29 % 4] : 0.02f + 0.01f * float(i % 13);
+}
+
 TEST(Marcher, PlainSmoke_IsNoOtherThanAnySmoke) {
     const auto plain = makeBox(30, 6, 6, 0.0f);
-    plain->fill(kSmoke, [](int x, int y, int z) {
-        return x % 11 < 3 ? 0.0f : 0.02f + 0.01f * static_cast<float>((x * 7 + y * 3 + z) % 13);
-    });
+    plain->fill(kSmoke, unevenSmoke);
     plain->params.set("jitter", 1);
     plain->load();
     VolumeShader& shader = plain->shader;
@@ -483,6 +489,9 @@ TEST(Marcher, PlainSmoke_IsNoOtherThanAnySmoke) {
     shader.shadowDensityScale = 0.7f;
     shader.shad_strength = 0.9f;
     shader.simpleColor = {0.9f, 0.5f, 0.1f};
+    std::vector<float> table(kLutEntries);
+    for (int i = 0; i < kLutEntries; ++i)
+        table[i] = i % 500 < 100 ? 0.0f : -0.0007f * static_cast<float>(i % 1900);
     // With a map of empty voxels that marks none, steps go the general way.
     shader.emptyMapBits = std::make_unique<std::uint32_t[]>(30 * 6 * 6 / 32 + 1);
     const auto answers = [&](bool general) {
@@ -500,18 +509,24 @@ TEST(Marcher, PlainSmoke_IsNoOtherThanAnySmoke) {
         }
         return out;
     };
-    for (const int scatter : {kScatterDisabled, kScatterApproximateShadows})
-        for (const float stop : {0.0f, 0.3f, 0.7f})
-            for (const std::uint32_t flag :
-                 {0u, std::uint32_t{kHeatHaze}, std::uint32_t{kProbPrimary}})
-                for (const int wrap : {0, int{kSampleWrapX}}) {
-                    shader.noscatter = scatter;
-                    shader.stoptransp = stop;
-                    shader.flags = flags | flag;
-                    shader.wrapFlags = wrap;
-                    EXPECT_EQ(answers(false), answers(true))
-                        << "scatter " << scatter << ", stop " << stop << ", flag " << flag;
-                }
+    struct Case {
+        std::uint32_t flag = 0;
+        bool table = false;
+        std::uint32_t wrap = 0;
+    };
+    for (const Case& c : {Case{}, Case{kHeatHaze}, Case{kProbPrimary, true}, Case{0, true},
+                          Case{0, false, kSampleWrapX}, Case{0, true, kSampleWrapY}})
+        for (const int scatter : {kScatterDisabled, kScatterApproximateShadows})
+            for (const float stop : {0.0f, 0.3f, 0.7f}) {
+                shader.noscatter = scatter;
+                shader.stoptransp = stop;
+                shader.flags = flags | c.flag;
+                shader.wrapFlags = c.wrap;
+                shader.opacityTable = c.table ? table.data() : nullptr;
+                EXPECT_EQ(answers(false), answers(true))
+                    << "scatter " << scatter << ", stop " << stop << ", flag " << c.flag
+                    << ", table " << c.table << ", wrap " << c.wrap;
+            }
 }
 
 TEST(Marcher, Jitter_MovesTheSamplesNotTheWalk) {
