@@ -164,7 +164,8 @@ void Integrator::illuminateIndirect(Lighting& lighting) {
     ShadeData& data = lighting.data;
     const RenderSettings& settings = scene_.settings;
     if (!settings.globalIllumination || (data.flags & TessUtils::kShadeNotInGI) ||
-        asker.diffuseLevel >= settings.giBounces || asker.depth >= settings.rayDepth)
+        data.giLevel == 0 || asker.diffuseLevel >= settings.giBounces ||
+        asker.depth >= settings.rayDepth)
         return;
     Thread& thread = *threads_[static_cast<std::size_t>(asking.threadIndex)];
     Nested nested(thread);
@@ -192,7 +193,7 @@ void Integrator::illuminateIndirect(Lighting& lighting) {
     context->screenY = asking.screenY;
     context->giRayLimit = asking.giRayLimit;
     context->ray = ray;
-    Color found = trace(*context).color * (weight * data.lightLevel);
+    Color found = trace(*context).color * (weight * data.lightLevel * data.giLevel);
     Color raw = found;
     lighting.brdf.giMode = true;
     data.sums.gi += lighting.brdf.eval(lighting.ray, ray.dir, found, raw, -1);

@@ -77,7 +77,7 @@ void NimbraSimPlugin::readVisibility() {
     } kRows[] = {
         {"generate_gi", kVisibleInGI, true},
         {"receive_gi", kReceivesGI, true},
-        {"receive_caust", kLitInVolumes, true},
+        {"receive_caust", kReceivesCaustics, true},
         {"shadows_visibility", kNoShadow, false},
         {"camera_visibility", kHiddenFromCamera, false},
         {"reflections_visibility", kHiddenFromReflections, false},
@@ -89,7 +89,8 @@ void NimbraSimPlugin::readVisibility() {
         if ((getInt(row.row) != 0) == row.bitWhenOn)
             visibility |= row.bit;
     giMultiplier = getFloat("gen_gi_mult");
-    lightScale = getFloat("rec_gi_mult");
+    giReceived = getFloat("rec_gi_mult");
+    lightScale = getFloat("caust_mult");
 }
 
 void NimbraSimPlugin::readLightLinks() {

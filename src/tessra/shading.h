@@ -168,6 +168,7 @@ struct ShadeData {
     Vector normal;  // for volume points the direction back along the ray
     std::uint32_t flags = kShadeCastShadows;
     float lightLevel = 1;  // scale of all light
+    float giLevel = 1;     // further scale of indirect light
     Color importance{1, 1, 1};
     Color transparency;            // of the surface, 0 to 1
     const void* object = nullptr;  // what shadow rays of this point leave (TraceRay::origin)

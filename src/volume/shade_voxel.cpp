@@ -72,7 +72,7 @@ void writeUnlitElements(const VolumeShader& shader, const RaySegment& segment,
 }
 
 bool isLit(const VolumeShader& shader, std::uint32_t kind) {
-    if ((kind & kKindVolumeLit) != 0 && (shader.visibility & kLitInVolumes) == 0)
+    if ((kind & kKindVolumeLit) != 0 && (shader.visibility & kReceivesCaustics) == 0)
         return false;
     return shader.has(kLightCache | kVolumetric) || (kind & (kKindDiffuse | kKindGI)) != 0;
 }

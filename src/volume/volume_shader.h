@@ -51,7 +51,7 @@ enum ShaderVisibility : std::uint32_t {
     kVisibleInGI = 0x1,
     kReceivesGI = 0x2,
     kNoShadow = 0x4,
-    kLitInVolumes = 0x10,
+    kReceivesCaustics = 0x10,
     kHiddenFromCamera = 0x20,
     kHiddenFromReflections = 0x40,
     kHiddenFromRefractions = 0x80,

@@ -12,6 +12,7 @@ using TessUtils::TracePoint;
 void VolumeShaderTessra::setupShading(const TessUtils::ShadingContext&,
                                       TessUtils::ShadeData& data) const {
     data.object = hostObject();
+    data.giLevel = giReceived;
     if (!lightLinks.empty())
         data.onlyLights = &lightLinks;
 }

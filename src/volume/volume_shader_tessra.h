@@ -39,6 +39,7 @@ public:
     /// The lights that the volume takes, entries may be null; empty: all lights of the scene.
     std::vector<PluginBase*> lightLinks;
     float lightScale = 1;  // of light on rays of kKindVolumeLit
+    float giReceived = 1;  // of indirect light
     /// The volumetric effect that marches this shader.
     TessUtils::TessraVolume* collector = nullptr;
 };

@@ -251,7 +251,8 @@ TEST_F(LightLoop, IndirectLight_IsWeightedLimitedAndFlagged) {
             ShadeData data = volumePoint({0, 0, 0});
             data.flags |= flags;
             data.object = &marker;
-            data.lightLevel = 3;
+            data.lightLevel = 6;
+            data.giLevel = 0.5f;
             brdf = {};
             brdf.limit = limit;
             context.lights->illuminate(context, data, brdf);

@@ -355,6 +355,17 @@ TEST(SimPlugin, Visibility_HidesByRayClass) {
     }
 }
 
+TEST(SimPlugin, ReceivedGI_IsScaledApartFromDirectLight) {
+    SimFixture f;
+    f.cache.frame = makeFrame(2, 2, 2);
+    f.set("rec_gi_mult", 0.25f);
+    f.sim->preFrameBegin(&f.renderer);
+    ShadeData data;
+    f.sim->setupShading(ShadingContext(), data);
+    EXPECT_EQ(data.giLevel, 0.25f);
+    EXPECT_EQ(data.lightLevel, 1);
+}
+
 TEST(SimPlugin, SelfShadow_IsForTheOwnLightsOnly) {
     SimFixture f;
     f.cache.frame = makeFrame(2, 2, 2);
