@@ -145,8 +145,12 @@ void NimbraSimPlugin::setInstanceTransform(const Transform& transform, int motio
         const TessraFrameData& frame = renderer_->getFrameData();
         time = motionFlag ? frame.frameEnd : frame.frameStart;
     }
-    placeInstance(composeTransforms(transform, transformAt("node_transform", time)),
-                  motionFlag != 0);
+    // The instance stands in the world as it is; the offset comes off last.
+    Transform own = transformAt("node_transform", time);
+    own.offs = own.offs + sceneOffset_;
+    Transform world = composeTransforms(transform, own);
+    world.offs = world.offs - sceneOffset_;
+    placeInstance(world, motionFlag != 0);
 }
 
 }  // namespace nimbra

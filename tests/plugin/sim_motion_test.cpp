@@ -122,15 +122,16 @@ TEST_F(SimMotion, VelocitiesFromOrigin_AreBoundAndFlagged) {
 
 TEST_F(SimMotion, Instance_MovesTheContainerAlong) {
     f.renderer.sequence.motionBlurOn = 1;
+    f.renderer.frame.sceneOffset.x = 50;  // must not be scaled by the instance
     NimbraRenderer& shader = load();
-    Transform instance = shifted(100);
+    Transform instance = shifted(150);
     instance.f[0] = {2, 0, 0};
     f.sim->setInstanceTransform(instance, 0);
-    f.sim->setInstanceTransform(shifted(200), 1);
+    f.sim->setInstanceTransform(shifted(250), 1);
     EXPECT_NEAR(originAt(shader, 0), 100 + 2 * 12.5, 1e-4);
     EXPECT_NEAR(originAt(shader, 1), 200 + 17.5, 1e-4);
     // Placed anew, not on top of the last place.
-    f.sim->setInstanceTransform(shifted(1), 0);
+    f.sim->setInstanceTransform(shifted(51), 0);
     EXPECT_NEAR(originAt(shader, 0), 1 + 12.5, 1e-4);
     EXPECT_FALSE(shader.moving);
 }
