@@ -80,6 +80,16 @@ Transform compose(const Transform& second, const Transform& first) {
     return result;
 }
 
+/// Whether a value of the row is read as a list: a list of colours begins with a list of numbers.
+bool isListValue(const ParameterDef& def, const SceneNode& node) {
+    if (def.count != -1 || def.type == paramtype_list)
+        return true;
+    if (!def.takesList || node.kind != SceneNode::Kind::Array)
+        return false;
+    return def.type != paramtype_color || node.items.empty() ||
+           node.items[0].kind == SceneNode::Kind::Array;
+}
+
 }  // namespace
 
 bool ValueReader::fail(const SceneNode& node, const RowContext& row, const std::string& allowed) {
@@ -106,7 +116,7 @@ std::unique_ptr<DefParam> ValueReader::read(const SceneNode& node, const RowCont
             }
         return readAnimated(*keys, row);
     }
-    if (def.count == -1 && def.type != paramtype_list) {
+    if (!isListValue(def, node)) {
         if (node.kind == SceneNode::Kind::Null && isObjectType(def.type))
             return nullptr;
         ParamScalar value;
@@ -127,7 +137,8 @@ std::unique_ptr<DefParam> ValueReader::readAnimated(const SceneNode& keys, const
         return nullptr;
     }
     const ParameterDef& def = *row.def;
-    const bool isList = def.count != -1 || def.type == paramtype_list;
+    const bool isList =
+        isListValue(def, keys.items[0].items.empty() ? keys : keys.items[0].items.back());
     std::unique_ptr<DefParam> parameter;
     std::vector<double> times;
     for (const SceneNode& key : keys.items) {
@@ -166,7 +177,7 @@ bool ValueReader::readKeyTime(const SceneNode& key, const RowContext& row, doubl
 }
 
 bool ValueReader::readList(const SceneNode& node, const RowContext& row, ParamList& list) {
-    const int count = row.def->count;
+    const int count = std::max(row.def->count, 0);
     const std::string allowed =
         count > 0 ? "a list of " + std::to_string(count) + " values" : "a list of values";
     if (node.kind != SceneNode::Kind::Array ||

@@ -132,7 +132,7 @@ void scatteringRows(TessraParameterListDesc& desc) {
     desc.addParamBool("wrapx", false);
     desc.addParamBool("wrapy", false);
     desc.addParamBool("wrapz", false);
-    desc.addParamPlugin("lightlinks", ids::kLightList, kList);
+    desc.addParamPlugin("lightlinks", ids::kLight, kList);
     desc.addParamInt("bounces", 10, kSingle, nullptr,
                      "displayName=(Scatter Depth), enable=(::noscatter=0)");
     desc.addParamFloat(
@@ -155,7 +155,7 @@ void fadeObjectRows(TessraParameterListDesc& desc) {
     desc.addParamInt("usefadeobj", 0, kSingle,
                      "Use 1 to enable the displacement fading around an object");
     desc.addParamFloat("displgeomfade", 20.0f);
-    desc.addParamPlugin("fadeobj", ids::kGeometryObject);
+    desc.addParamPlugin("fadeobj", ids::kStaticGeomSource);
     desc.addParamTransform("fadeobj_transform", true, Transform());
 }
 
@@ -201,6 +201,7 @@ void fireRows(TessraParameterListDesc& desc) {
     desc.addParamTexture("etex", &kNoTexture, kSingle, nullptr,
                          "displayName=(Emissive Texture), attributes=(textureSlot)");
     desc.addParamColor("ecolor", Color());
+    desc.allowList("ecolor");
     desc.addParam("ecolor_positions", paramtype_float, kList);
     desc.addParam("ecolor_colors", paramtype_color, kList);
     desc.addParam("ecolor_interpolations", paramtype_int, kList, "Currently not used!");
@@ -242,6 +243,7 @@ void diffuseRows(TessraParameterListDesc& desc) {
     desc.addParamTexture("dtex", &kNoTexture, kSingle, nullptr,
                          "displayName=(Diffuse Texture), attributes=(textureSlot)");
     desc.addParamColor("dcolor", Color());
+    desc.allowList("dcolor");
     desc.addParam("dcolor_positions", paramtype_float, kList);
     desc.addParam("dcolor_colors", paramtype_color, kList);
     desc.addParam("dcolor_interpolations", paramtype_int, kList, "Currently not used!");
@@ -267,6 +269,7 @@ void opacityRows(TessraParameterListDesc& desc) {
     desc.addParamTexture("ttex", &kNoTexture, kSingle, nullptr,
                          "displayName=(Opacity Texture), attributes=(textureSlot)");
     desc.addParamFloat("transp", 0.0f);
+    desc.allowList("transp");
     desc.addParam("transp_positions", paramtype_float, kList);
     desc.addParam("transp_values", paramtype_float, kList);
     desc.addParam("transp_interpolations", paramtype_int, kList,
@@ -295,7 +298,7 @@ void velocitySourceRows(TessraParameterListDesc& desc) {
 void renderCutterRows(TessraParameterListDesc& desc) {
     desc.addParamInt("usegizmo", 0, kSingle, "enable using of render cutter");
     desc.addParamInt("invgizmo", 0, kSingle, "invert the volume of the render cutter");
-    desc.addParamPlugin("gizmo", ids::kGeometryObject);
+    desc.addParamPlugin("gizmo", ids::kStaticGeomSource);
     desc.addParamTransform("gizmo_transform", true, Transform());
 }
 

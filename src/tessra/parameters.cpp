@@ -123,6 +123,12 @@ void TessraParameterListDesc::addOutputParamTextureFloat(const char* name, const
     add(name, paramtype_textureFloat, -1, description, uiHint).isOutput = true;
 }
 
+void TessraParameterListDesc::allowList(const char* name) {
+    const int row = rowIndex(name);
+    if (row >= 0)
+        rows_[static_cast<std::size_t>(row)].takesList = true;
+}
+
 TessraParameterList* TessraParameterListDesc::newParameterList() const {
     return new TessraParameterList(this);
 }

@@ -49,6 +49,7 @@ struct TESSRA_API ParameterDef {
     bool isOutput = false;
     bool hasDefault = false;
     bool isAnimated = false;  // a transform that the host samples within a frame
+    bool takesList = false;   // a single value, which a list may stand in for
     /// The ID that a connected plug-in must offer; 0 for rows of other types.
     InterfaceID interfaceID = 0;
     const char* description = nullptr;
@@ -176,6 +177,9 @@ public:
                                const char* uiHint = nullptr);
     void addOutputParamTextureFloat(const char* name, const char* description = nullptr,
                                     const char* uiHint = nullptr);
+
+    /// Lets scenes give a row of a single value a list as well. Nothing if there is no such row.
+    void allowList(const char* name);
 
     TessraParameterList* newParameterList() const;
     void deleteParameterList(TessraParameterList* list) const;

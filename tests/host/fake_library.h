@@ -125,6 +125,10 @@ public:
         table_.addParamFloat("numbers", 0, 0);
         table_.addParamFloat("aspect", 1, 3);
         table_.addParamColor("colors", {}, 0);
+        table_.addParamColor("shade", {});
+        table_.allowList("shade");
+        table_.addParamFloat("weight", 0);
+        table_.allowList("weight");
         table_.addParam("mixed", paramtype_list);
         table_.addOutputParamTexture("out_color");
         parameters_ = &table_;

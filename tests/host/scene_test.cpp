@@ -162,7 +162,10 @@ TEST_F(SceneTest, Values_ReachThePlugin) {
         "numbers": [1, 2.5], "aspect": [1, 2, 3], "colors": [[1, 0, 0], [0, 1, 0]],
         "mixed": [1, "two", true, [1, 2, 3, 4]], "source": "@b",
         "place": {"translate": [10, 20, 30], "rotate": [0, 0, 90], "scale": [2, 3, 4]}},
-        "b": {"plugin": "Recorder", "place": [[1, 0, 0], [0, 1, 0], [0, 0, 1], [1e7, 0.5, 0]]})");
+        "b": {"plugin": "Recorder", "place": [[1, 0, 0], [0, 1, 0], [0, 0, 1], [1e7, 0.5, 0]],
+        "shade": [0, 1, 0], "weight": 2},
+        "c": {"plugin": "Recorder", "shade": [[1, 0, 0], [0, 1, 0]],
+        "weight": {"keys": [[0, [1, 2]], [2, [3, 4]]]}})");
     ASSERT_NE(scene, nullptr) << faults_;
     EXPECT_FALSE(parameter(*scene, "a", "flag")->getBool(0, 0));
     EXPECT_EQ(parameter(*scene, "a", "count")->getInt(0, 0), 2);
@@ -177,6 +180,13 @@ TEST_F(SceneTest, Values_ReachThePlugin) {
     EXPECT_EQ(parameter(*scene, "a", "mixed")->getCount(0), 4);
     EXPECT_EQ(parameter(*scene, "a", "mixed")->getString(1, 0), "two");
     EXPECT_EQ(parameter(*scene, "a", "source")->getObject(0), scene->findPlugin("b"));
+
+    EXPECT_EQ(parameter(*scene, "b", "shade")->getCount(0), -1);
+    EXPECT_EQ(parameter(*scene, "b", "shade")->getColor(0, 0), (Color{0, 1, 0}));
+    EXPECT_EQ(parameter(*scene, "b", "weight")->getFloat(0, 0), 2);
+    EXPECT_EQ(parameter(*scene, "c", "shade")->getCount(0), 2);
+    EXPECT_EQ(parameter(*scene, "c", "shade")->getColor(1, 0), (Color{0, 1, 0}));
+    EXPECT_EQ(parameter(*scene, "c", "weight")->getFloat(1, 1), 3);
 
     // Scaled first, then turned: x goes to y.
     const Transform place = parameter(*scene, "a", "place")->getTransform(0, 0);
