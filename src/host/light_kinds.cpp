@@ -18,11 +18,7 @@ using TessUtils::Vector;
 namespace {
 
 HostPluginInfo lightInfo(const char* name, PluginID id, const char* description) {
-    return {name,
-            id,
-            HostCategory::Light,
-            description,
-            {TessUtils::ids::kLight, TessUtils::ids::kLightList}};
+    return {name, id, HostCategory::Light, description, {TessUtils::ids::kLight}};
 }
 
 Color mix(const Color& a, const Color& b, float t) {

@@ -29,7 +29,7 @@ void LightPlugin::defineCommonParameters(TessUtils::TessraParameterListDesc& t) 
 }
 
 PluginInterface* LightPlugin::getInterface(InterfaceID id) {
-    if (id == TessUtils::ids::kLight || id == TessUtils::ids::kLightList)
+    if (id == TessUtils::ids::kLight)
         return static_cast<LightInterface*>(this);
     return TessraPlugin::getInterface(id);
 }

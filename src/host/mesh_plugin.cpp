@@ -49,7 +49,7 @@ HostPluginInfo MeshPlugin::info() {
             0x4E425003,
             HostCategory::Geometry,
             "Triangle mesh from an OBJ or PLY file, or a plane, a box or a sphere",
-            {kHostGeometry, TessUtils::ids::kGeometryObject}};
+            {kHostGeometry, TessUtils::ids::kStaticGeomSource}};
 }
 
 void MeshPlugin::defineParameters(TessUtils::TessraParameterListDesc& t) {
@@ -70,8 +70,8 @@ MeshPlugin::MeshPlugin(TessUtils::TessraPluginDesc* desc) : PlacedPlugin(desc) {
 }
 
 PluginInterface* MeshPlugin::getInterface(InterfaceID id) {
-    if (id == kHostGeometry || id == TessUtils::ids::kGeometryObject)
-        return static_cast<GeometryObjectInterface*>(this);
+    if (id == kHostGeometry || id == TessUtils::ids::kStaticGeomSource)
+        return static_cast<StaticGeomSourceInterface*>(this);
     return TessraPlugin::getInterface(id);
 }
 

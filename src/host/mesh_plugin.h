@@ -38,7 +38,7 @@ private:
     TessUtils::Transform place_[2];
 };
 
-class MeshPlugin final : public PlacedPlugin, public TessUtils::GeometryObjectInterface {
+class MeshPlugin final : public PlacedPlugin, public TessUtils::StaticGeomSourceInterface {
 public:
     static HostPluginInfo info();
     static void defineParameters(TessUtils::TessraParameterListDesc& table);
@@ -50,7 +50,15 @@ public:
     /// is wrong with the file.
     void frameBegin(TessUtils::TessraRenderer* renderer) override;
 
-    const TessUtils::TriangleMesh* getMesh() override { return &mesh_; }
+    /// Null: the tracer takes the mesh itself.
+    TessUtils::StaticGeomInstance* newInstance(TessUtils::TessraRenderer*) override {
+        return nullptr;
+    }
+    void deleteInstance(TessUtils::StaticGeomInstance*) override {}
+    const TessUtils::TriangleMesh* getStaticMesh(TessUtils::TessraRenderer*) override {
+        return &mesh_;
+    }
+    const TessUtils::TriangleMesh* getMesh() const { return &mesh_; }
 
 private:
     /// What a mesh is made from.

@@ -87,17 +87,17 @@ void mapsAndCuttersRows(TessraParameterListDesc& desc) {
     desc.addParamTexture("envmap", &kNoTexture);
     desc.addParamInt("usegizmo", 0);
     desc.addParamInt("invgizmo", 0);
-    desc.addParamPlugin("gizmo", ids::kGeometryObject);
+    desc.addParamPlugin("gizmo", ids::kStaticGeomSource);
     desc.addParamTransform("gizmo_transform", true, Transform());
     desc.addParamInt("useliquid", 0);
     desc.addParamPlugin("liquid_sim", ids::kNimbraSim);
     desc.addParamInt("useglass", 0);
-    desc.addParamPlugin("glass", ids::kGeometryObject);
+    desc.addParamPlugin("glass", ids::kStaticGeomSource);
     desc.addParamTransform("glass_transform", true, Transform());
 }
 
 void lightAndVisibilityRows(TessraParameterListDesc& desc) {
-    desc.addParamPlugin("lightlinks", ids::kLightList, kList);
+    desc.addParamPlugin("lightlinks", ids::kLight, kList);
     desc.addParamInt("lightcache", 1, kSingle,
                      "if true, a light cache will be used for diffuse lighting");
     desc.addParamFloat("lightcachesr", 0.0f, kSingle, "speedup of the light cache");

@@ -66,7 +66,7 @@ PluginInterface* NimbraVolPlugin::getInterface(InterfaceID id) {
     switch (id) {
         case ids::kRenderSettings:
             return static_cast<RenderSettingsInterface*>(this);
-        case ids::kVolume:
+        case ids::kGeomGen:
         case ids::kGeomGen2:
             return static_cast<GeomGenInterface2*>(this);
         case ids::kSceneModifier:
@@ -115,8 +115,7 @@ void NimbraVolPlugin::renderEnd(TessraRenderer* renderer) {
             volumetrics.pop_back();
         }
     }
-    if (PluginInterface* view = renderer->getInterface(ids::kRenderView))
-        renderer->removeInterface(view);
+    releaseVolumeRegister(renderer);
     TessraVolumetric::renderEnd(renderer);
 }
 

@@ -23,8 +23,9 @@ public:
     NMBUtils::NmbArray<Plugin*, int> plugins;
 };
 
-/// The register of a renderer, made when first asked for. It lives as long as this library: hosts
-/// don't own what hangs on their renderers.
+/// The register of a renderer, made when first asked for. The host doesn't own it.
 NimbraVolumeRegister* getVolumeRegister(TessUtils::TessraRenderer* renderer);
+/// Takes the register off the renderer and deletes it; nothing where there is none.
+void releaseVolumeRegister(TessUtils::TessraRenderer* renderer);
 
 }  // namespace nimbra

@@ -24,14 +24,6 @@ struct TriangleMesh {
     std::vector<std::uint32_t> indices;  // three a triangle
 };
 
-/// ID kGeometryObject: a plug-in that has a mesh, used as a cutter or a fade object.
-class TESSRA_API GeometryObjectInterface : public PluginInterface {
-public:
-    InterfaceID getInterfaceID() const override { return ids::kGeometryObject; }
-    /// The mesh of the current frame in object space; null if there is none. Owned by the plug-in.
-    virtual const TriangleMesh* getMesh() = 0;
-};
-
 /// A primitive that intersects rays by its own code.
 class TESSRA_API UserPrimitive {
 public:
@@ -81,6 +73,8 @@ public:
     /// Null where there is nothing to show; given back to deleteInstance.
     virtual StaticGeomInstance* newInstance(TessraRenderer* renderer) = 0;
     virtual void deleteInstance(StaticGeomInstance* instance) = 0;
+    /// The triangles of the current frame in the plug-in's own space, as cutters and fade objects
+    /// need them; null if it has none. Given back to releaseStaticMesh before the frame ends.
     virtual const TriangleMesh* getStaticMesh(TessraRenderer*) { return nullptr; }
     virtual void releaseStaticMesh(const TriangleMesh*) {}
 };

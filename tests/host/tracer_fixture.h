@@ -52,7 +52,7 @@ public:
         t.addParam("high", TessUtils::paramtype_vector);
         t.addParamColor("extinction", {});
         t.addParamColor("emission", {});
-        t.addParamPlugin("lights", TessUtils::ids::kLightList, 0);
+        t.addParamPlugin("lights", TessUtils::ids::kLight, 0);
     }
     explicit Slab(TessUtils::TessraPluginDesc* desc) : TessraVolumetric(desc) {
         newest() = this;

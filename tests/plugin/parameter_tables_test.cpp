@@ -160,7 +160,7 @@ TEST(ParameterTables, Defaults_ReadAsTheirType) {
     EXPECT_EQ(sim.findParamDef("stoptransp")->defaultValue->getFloat(0, 0), 0.999f);
     EXPECT_EQ(sim.findParamDef("cell_aspect")->defaultValue->getCount(0), 3);
     EXPECT_EQ(sim.findParamDef("cell_aspect")->defaultValue->getFloat(2, 0), 1.0f);
-    EXPECT_EQ(sim.findParamDef("lightlinks")->interfaceID, ids::kLightList);
+    EXPECT_EQ(sim.findParamDef("lightlinks")->interfaceID, ids::kLight);
     EXPECT_EQ(sim.findParamDef("ecolor_remap")->interfaceID, ids::kColorRemap);
     EXPECT_EQ(sim.findParamDef("transp_remap")->interfaceID, ids::kFloatRemap);
     EXPECT_EQ(cache.findParamDef("smooth_threshold")->count, 32);

@@ -453,18 +453,16 @@ TEST(NimbraVolPlugin, VolumetricList_IsJoinedAndLeft) {
     EXPECT_EQ(list.volumetrics.size(), 3u);
     a.renderEnd(&renderer);
     EXPECT_EQ(list.volumetrics, (std::vector<VolumetricInterface*>{&c, &b}));
-    struct View : PluginInterface {
-        InterfaceID getInterfaceID() const override { return ids::kRenderView; }
-    } view;
-    renderer.addInterface(&view, false);
+    getVolumeRegister(&renderer)->add(&a);
     b.renderEnd(&renderer);
-    EXPECT_EQ(renderer.getInterface(ids::kRenderView), nullptr);
+    EXPECT_EQ(renderer.getInterface(ids::kNimbraVolumeRegister), nullptr);
+    EXPECT_EQ(getVolumeRegister(&renderer)->plugins.size, 0);
 }
 
 TEST(NimbraVolPlugin, Interfaces_AreAllAnswered) {
     NimbraVolPlugin plugin(nullptr);
     const auto generator = static_cast<GeomGenInterface2*>(&plugin);
-    EXPECT_EQ(plugin.getInterface(ids::kVolume), generator);
+    EXPECT_EQ(plugin.getInterface(ids::kGeomGen), generator);
     EXPECT_EQ(plugin.getInterface(ids::kGeomGen2), generator);
     for (InterfaceID id : {ids::kRenderSettings, ids::kSceneModifier, ids::kStaticGeomSource,
                            ids::kTopLevelPlugin, ids::kVolumetric, ids::kTessraPlugin}) {
