@@ -64,7 +64,7 @@ void Ocean::setup(const OceanSettings& settings) {
     field_.sigma = sharpness * 0.96f;
     field_.seedTerm = static_cast<std::uint32_t>(seed) * kCellFactorSeed;
     field_.vectorMode = vectorMode;
-    kernel_ = chooseWaveletKernel();
+    kernel_ = waveletCodes().front().kernel;
 }
 
 void Ocean::buildSpectrum(int bands, float velmult) {

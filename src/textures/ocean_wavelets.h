@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 namespace nimbra {
 
@@ -56,7 +57,12 @@ struct WaveletSum {
 WaveletSum sumWaveletsPlain(const WaveletField& field, const WaveletQuery& query);
 
 using WaveletKernel = WaveletSum (*)(const WaveletField&, const WaveletQuery&);
-/// The vector code for this machine. Call once, and keep it for the hot loop.
-WaveletKernel chooseWaveletKernel();
+/// The vector code for one instruction set.
+struct WaveletCode {
+    const char* name;
+    WaveletKernel kernel;
+};
+/// All that this machine can run, the best first; never empty.
+const std::vector<WaveletCode>& waveletCodes();
 
 }  // namespace nimbra

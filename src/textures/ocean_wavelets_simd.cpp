@@ -98,9 +98,10 @@ HWY_INLINE HWY_ATTR Vu hashCells(Vu x) {
 
 HWY_INLINE HWY_ATTR Vf vectorSine(Vf angle) {
     const Vf turns = hn::Floor(hn::Add(hn::Mul(angle, number(kInverseTwoPi)), number(0.5f)));
-    const Vf wrapped = hn::Sub(angle, hn::Mul(number(kTwoPi), turns));
-    // In this order what is no number stays so.
-    const Vf a = hn::Min(number(kPi), hn::Max(number(-kPi), wrapped));
+    Vf a = hn::Sub(angle, hn::Mul(number(kTwoPi), turns));
+    // Not by Min and Max, which aren't the same everywhere for what is no number.
+    a = hn::IfThenElse(hn::Gt(a, number(kPi)), number(kPi), a);
+    a = hn::IfThenElse(hn::Lt(a, number(-kPi)), number(-kPi), a);
     return hn::Sub(hn::Mul(number(kSineLinear), a),
                    hn::Mul(hn::Mul(number(kSineSquare), hn::Abs(a)), a));
 }
@@ -158,6 +159,40 @@ HWY_ATTR void placeBands(const WaveletField& field, const WaveletQuery& query, i
     }
 }
 
+/// Row `bits` brings the lanes whose bits are set to the front.
+template <int Lanes>
+struct alignas(64) FrontLanes {
+    std::int32_t lane[1 << Lanes][Lanes] = {};
+    constexpr FrontLanes() {
+        for (int bits = 0; bits < 1 << Lanes; ++bits)
+            for (int k = 0, count = 0; k < Lanes; ++k)
+                if (bits >> k & 1)
+                    lane[bits][count++] = k;
+    }
+};
+
+/// Appends the lanes that are reached. The library's own way is a copy of its table for every call
+/// where the machine has no instruction for it.
+HWY_INLINE HWY_ATTR void appendReached(Vu states, Vf weights, hn::Mask<Floats> reached,
+                                       WaveletList& list) {
+    constexpr int kLanes = static_cast<int>(hn::MaxLanes(kF));
+    std::uint32_t* const stateEnd = list.state + list.count;
+    float* const weightEnd = list.weight + list.count;
+    if constexpr (kLanes == 4 || kLanes == 8) {
+        static constexpr FrontLanes<kLanes> kFront;
+        std::uint8_t bits[8] = {};
+        hn::StoreMaskBits(kF, reached, bits);
+        const auto front = hn::SetTableIndices(kU, kFront.lane[bits[0]]);
+        hn::StoreU(hn::TableLookupLanes(states, front), kU, stateEnd);
+        const Vu weightBits = hn::BitCast(kU, weights);
+        hn::StoreU(hn::BitCast(kF, hn::TableLookupLanes(weightBits, front)), kF, weightEnd);
+    } else {
+        hn::StoreU(hn::Compress(states, hn::RebindMask(kU, reached)), kU, stateEnd);
+        hn::StoreU(hn::Compress(weights, reached), kF, weightEnd);
+    }
+    list.count += static_cast<int>(hn::CountTrue(kF, reached));
+}
+
 /// Lists the wavelets of one band that reach the point.
 HWY_INLINE HWY_ATTR void listCells(const BandGroup& group, int band, float fade,
                                    WaveletList& list) {
@@ -179,9 +214,7 @@ HWY_INLINE HWY_ATTR void listCells(const BandGroup& group, int band, float fade,
         const auto reached = hn::And(
             hn::And(hn::Le(hn::Abs(alongX), number(1.5f)), hn::Le(hn::Abs(alongY), number(1.5f))),
             hn::Le(r2, number(1)));
-        hn::StoreU(hn::Compress(second, hn::RebindMask(kU, reached)), kU, list.state + list.count);
-        hn::StoreU(hn::Compress(hn::Mul(rest, rest), reached), kF, list.weight + list.count);
-        list.count += static_cast<int>(hn::CountTrue(kF, reached));
+        appendReached(second, hn::Mul(rest, rest), reached, list);
     }
     // What goes beyond the count is written over by the next band.
     for (int at = before; at < list.count; at += kLanes) {
@@ -274,9 +307,26 @@ namespace nimbra {
 
 HWY_EXPORT(sumWavelets);
 
-WaveletKernel chooseWaveletKernel() {
-    hwy::GetChosenTarget().Update(hwy::SupportedTargets());
-    return &HWY_DYNAMIC_DISPATCH(sumWavelets);
+namespace {
+
+std::vector<WaveletCode> findCodes() {
+    std::vector<WaveletCode> codes;
+    hwy::ChosenTarget& chosen = hwy::GetChosenTarget();
+    // Lower bits are better instruction sets.
+    for (std::int64_t left = hwy::SupportedTargets() & HWY_TARGETS; left != 0; left &= left - 1) {
+        const std::int64_t target = left & -left;
+        chosen.Update(target);
+        codes.push_back({hwy::TargetName(target), HWY_DYNAMIC_DISPATCH(sumWavelets)});
+    }
+    chosen.Update(hwy::SupportedTargets());
+    return codes;
+}
+
+}  // namespace
+
+const std::vector<WaveletCode>& waveletCodes() {
+    static const std::vector<WaveletCode> codes = findCodes();
+    return codes;
 }
 
 }  // namespace nimbra
