@@ -184,19 +184,30 @@ private:
         }
     }
 
-    /// Reports progress until all threads are through.
+    /// Reports progress until all threads are through; the last report tells what they did.
     void wait(int count) {
         std::unique_lock lock(mutex_);
         while (finishedThreads_ < count) {
             changed_.wait_for(lock, std::chrono::milliseconds(100));
-            if (!job_.progress)
-                continue;
             lock.unlock();
-            job_.progress(tiles_.empty() ? 1.0
-                                         : static_cast<double>(done_.load()) /
-                                               static_cast<double>(tiles_.size()));
+            reportProgress();
             lock.lock();
         }
+        lock.unlock();
+        if (toldShare_ != doneShare())
+            reportProgress();
+    }
+
+    double doneShare() const {
+        return tiles_.empty()
+                   ? 1.0
+                   : static_cast<double>(done_.load()) / static_cast<double>(tiles_.size());
+    }
+
+    void reportProgress() {
+        toldShare_ = doneShare();
+        if (job_.progress)
+            job_.progress(toldShare_);
     }
 
     bool stopped() const {
@@ -347,6 +358,7 @@ private:
     const std::size_t channels_;
     const std::size_t depthChannel_;
     std::atomic<std::size_t> next_{0}, done_{0};
+    double toldShare_ = -1;
     std::atomic<std::uint64_t> samples_{0}, invalid_{0};
     std::atomic<bool> failed_{false};
 
