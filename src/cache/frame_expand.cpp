@@ -196,7 +196,7 @@ void NimbraFrameData::expandPackedColor() {
 void NimbraFrameData::unpackColor() {
     const GridStorage& packed = *channels[kPackedColor].storage;
     for (int c = kColorR; c <= kColorB; ++c) {
-        freeChannel(c);
+        // A range that the file states stays.
         if (!channels[c].allocate(gridSize))
             continue;
         constexpr float kByteToUnit = 0.003921569f;

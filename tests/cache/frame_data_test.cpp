@@ -191,6 +191,8 @@ TEST(PackedColor, FirstSampling_MakesThreeChannelsAndDropsThePackedOne) {
     NimbraFrameData frame;
     store(frame, {record(40, {1, 2, 3}), record(kPackedColor, packedColor(testColors()))});
     frame.channelMask = channelBit(kPackedColor);
+    frame.channels[kColorR].minValue = 0.125f;  // as a file states it
+    frame.channels[kColorR].maxValue = 0.5f;
     const test::Proxy& green = frame.getChannelProxy(kColorG);
     ASSERT_TRUE(green.loaded);
     EXPECT_FALSE(frame.channels[kPackedColor].loaded);
@@ -201,6 +203,10 @@ TEST(PackedColor, FirstSampling_MakesThreeChannelsAndDropsThePackedOne) {
         EXPECT_EQ(frame.channels[kColorG].read(i), float(w >> 8 & 255) * 0.003921569f);
         EXPECT_EQ(frame.channels[kColorB].read(i), float(w & 255) * 0.003921569f);
     }
+    float low, high;
+    ASSERT_TRUE(frame.getChannelRange(kColorR, low, high));
+    EXPECT_EQ(low, 0.125f);
+    EXPECT_EQ(high, 0.5f);
     // A later request must not take the voxels from under those who sample them.
     const GridStorage* const storage = green.storage;
     EXPECT_FALSE(frame.getChannelProxy(kPackedColor).loaded);
