@@ -126,8 +126,7 @@ int NimbraFrameData::readChannelRun(const int firstCell[3], int channel, int cou
     const std::int64_t first = firstCell[0] + firstCell[1] * s.strideY + firstCell[2] * s.strideZ;
     const std::int64_t begin = std::clamp<std::int64_t>(-first, 0, std::max(count, 0));
     const std::int64_t end = std::clamp<std::int64_t>(s.cells - first, begin, std::max(count, 0));
-    for (std::int64_t i = begin; i < end; ++i)
-        out[i] = proxy.read(first + i);
+    proxy.readRun(first + begin, end - begin, out + begin);
     return 1;
 }
 

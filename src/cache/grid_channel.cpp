@@ -3,6 +3,7 @@
 
 #include "cache/grid_channel.h"
 
+#include <algorithm>
 #include <cmath>
 #include <new>
 #include <utility>
@@ -122,6 +123,15 @@ void GridChannelProxy<float>::share(const GridChannelProxy& other) {
     free();
     storage = taken;
     loaded = wasLoaded;
+}
+
+void GridChannelProxy<float>::readRun(std::int64_t first, std::int64_t count, float* out) const {
+    if (count < 1)
+        return;
+    if (storage->kind == 0)
+        std::copy_n(storage->voxels.data + first, count, out);
+    else
+        readTreeRun(storage->grid, first, count, out);
 }
 
 bool GridChannelProxy<float>::scanRange(float& min, float& max) const {

@@ -101,6 +101,9 @@ public:
         const GridStorage& s = *storage;
         return s.kind == 0 ? s.voxels[index] : readTree(s.grid, s.treeKind, index);
     }
+    /// The values of `count` cells that follow each other in memory order; all in the grid. The
+    /// handle must be loaded.
+    void readRun(std::int64_t first, std::int64_t count, float* out) const;
     /// Stores the value of a cell. In a tree this isn't safe between threads that write near each
     /// other.
     void write(std::int64_t index, float value) {

@@ -158,6 +158,21 @@ TreeCell cellOf(const VdbGridHolder& h, const TreeCursor<K>& cursor, std::int64_
                          static_cast<std::int32_t>(index / h.nxy));
 }
 
+/// Reads `count` cells of one row from a cell on.
+template <class K>
+void readRow(TreeCursor<K>& cursor, float scale, TreeCell cell, std::int64_t count, float* out) {
+    for (std::int64_t done = 0; done < count;) {
+        const auto& leaf = cursor.leafOf(cell);
+        const std::int64_t n = std::min<std::int64_t>(8 - (cell.x & 7), count - done);
+        const std::uint32_t first = cursor.offsetOf(cell);
+        constexpr std::uint32_t kStep = 64 * K::kStride;
+        for (std::int64_t i = 0; i < n; ++i)
+            out[done + i] = leaf.at(first + static_cast<std::uint32_t>(i) * kStep) * scale;
+        cell.x += static_cast<std::int32_t>(n);
+        done += n;
+    }
+}
+
 /// A float as the nearest number that the tree can hold.
 template <class Number>
 Number toNumber(float value) {
@@ -289,6 +304,23 @@ void writeTree(VdbGridHolder* holder, std::int32_t treeKind, std::int64_t index,
     dispatch(treeKind, 0, [&](auto kind) {
         if (treeKind == holder->kind)
             writeCell<decltype(kind)>(*holder, index, value);
+        return 0;
+    });
+}
+
+void readTreeRun(const VdbGridHolder* holder, std::int64_t first, std::int64_t count, float* out) {
+    dispatch(holder->kind, 0, [&](auto kind) {
+        using K = decltype(kind);
+        TreeCursor<K>* const cursor = cursorOf<K>(*holder);
+        if (!cursor)
+            std::fill_n(out, count, 0.0f);
+        while (cursor && count > 0) {
+            const std::int64_t n = std::min(count, holder->nx - first % holder->nx);
+            readRow(*cursor, holder->scale, cellOf(*holder, *cursor, first), n, out);
+            first += n;
+            count -= n;
+            out += n;
+        }
         return 0;
     });
 }

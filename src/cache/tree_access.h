@@ -59,6 +59,9 @@ float readTree(const VdbGridHolder* holder, std::int32_t treeKind, std::int64_t 
 /// cell active. Not safe between threads that write, or write and read, near each other.
 void writeTree(VdbGridHolder* holder, std::int32_t treeKind, std::int64_t index, float value);
 
+/// The scaled values of `count` cells that follow each other, x fastest, from a linear index on;
+/// all in the grid. Fit for whole channels: leaves are looked up once for each row of theirs.
+void readTreeRun(const VdbGridHolder* holder, std::int64_t first, std::int64_t count, float* out);
 /// The scaled value of cell (x, y, z).
 float readTreeCell(const VdbGridHolder* holder, int x, int y, int z);
 /// The weighted and scaled sum of the 2 x 2 x 2 cells from (x, y, z) up.

@@ -8,10 +8,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
+#include <utility>
 
 namespace nimbra::host {
 
@@ -50,6 +53,8 @@ void syncFolder(const std::string& folder) {
     ::close(fd);
 }
 
+}  // namespace
+
 /// A file on its way to its place, locked until the end against those who sweep.
 class TemporaryFile {
 public:
@@ -57,29 +62,32 @@ public:
     ~TemporaryFile() {
         if (made_)
             ::unlink(name_.c_str());
-        if (lock_ >= 0)
-            ::close(lock_);
+        for (const int fd : {fd_, lock_})
+            if (fd >= 0)
+                ::close(fd);
     }
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
 
-    /// Creates, fills, syncs and closes; zero or the error number.
-    int write(std::string_view bytes) {
+    const std::string& name() const { return name_; }
+    // Each answers zero or the error number.
+    int create() {
         ::unlink(name_.c_str());
-        const int fd =
-            ::open(name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666);
-        if (fd < 0)
+        fd_ = ::open(name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666);
+        if (fd_ < 0)
             return errno;
         made_ = true;
-        ::flock(fd, LOCK_EX | LOCK_NB);
+        ::flock(fd_, LOCK_EX | LOCK_NB);
         // The lock outlives the closing, which may be what tells of a full disk.
-        lock_ = ::fcntl(fd, F_DUPFD_CLOEXEC, 0);
-        int fault = writeAll(fd, bytes) && ::fsync(fd) == 0 ? 0 : errno;
-        if (::close(fd) != 0 && fault == 0)
-            fault = errno;
-        return fault;
+        lock_ = ::fcntl(fd_, F_DUPFD_CLOEXEC, 0);
+        return 0;
     }
-    /// Zero or the error number.
+    int append(std::string_view bytes) { return writeAll(fd_, bytes) ? 0 : errno; }
+    int close() {
+        const int fault = ::fsync(fd_) == 0 ? 0 : errno;
+        const int closed = ::close(std::exchange(fd_, -1)) == 0 ? 0 : errno;
+        return fault != 0 ? fault : closed;
+    }
     int renameTo(const std::string& path) {
         if (::rename(name_.c_str(), path.c_str()) != 0)
             return errno;
@@ -90,8 +98,17 @@ public:
 private:
     std::string name_;
     bool made_ = false;
-    int lock_ = -1;
+    int fd_ = -1, lock_ = -1;
 };
+
+namespace {
+
+/// Whether there is no fault; else `error` tells it.
+bool told(const std::string& path, int fault, std::string& error) {
+    if (fault != 0)
+        error = path + ": " + std::strerror(fault);
+    return fault == 0;
+}
 
 bool isLocked(const std::string& path) {
     const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
@@ -102,15 +119,18 @@ bool isLocked(const std::string& path) {
     return locked;
 }
 
-/// The process number in ".NAME.<pid>.tmp", NAME being a picture; 0 for other names.
+/// The process number in ".NAME.<pid>.tmp", NAME being of a kind that is written here; 0 for other
+/// names.
 pid_t ownerOf(std::string_view name) {
     constexpr std::string_view kEnd = ".tmp";
     if (!name.starts_with('.') || !name.ends_with(kEnd))
         return 0;
     name.remove_suffix(kEnd.size());
     const std::size_t dot = name.rfind('.');
-    const std::string_view number = name.substr(dot + 1), picture = name.substr(0, dot);
-    if (!picture.ends_with(".exr") && !picture.ends_with(".png"))
+    const std::string_view number = name.substr(dot + 1), file = name.substr(0, dot);
+    const auto endsFile = [&](std::string_view extension) { return file.ends_with(extension); };
+    constexpr std::string_view kOurs[] = {".exr", ".png", ".kol", ".vdb", ".npy", ".ply"};
+    if (std::none_of(std::begin(kOurs), std::end(kOurs), endsFile))
         return 0;
     pid_t pid = 0;
     const auto [end, status] = std::from_chars(number.data(), number.data() + number.size(), pid);
@@ -127,19 +147,35 @@ bool canBeWritten(const std::string& path, std::string& error) {
     return false;
 }
 
-bool writeFileAtomically(const std::string& path, std::string_view bytes, std::string& error) {
-    if (!canBeWritten(path, error))
-        return false;
-    TemporaryFile temporary(temporaryName(path));
-    int fault = temporary.write(bytes);
+AtomicFile::AtomicFile(const std::string& path)
+    : path_(path), file_(std::make_unique<TemporaryFile>(temporaryName(path))) {}
+
+AtomicFile::~AtomicFile() = default;
+
+const std::string& AtomicFile::temporaryPath() const {
+    return file_->name();
+}
+
+bool AtomicFile::open(std::string& error) {
+    return canBeWritten(path_, error) && told(path_, file_->create(), error);
+}
+
+bool AtomicFile::write(std::string_view bytes, std::string& error) {
+    return told(path_, file_->append(bytes), error);
+}
+
+bool AtomicFile::commit(std::string& error) {
+    int fault = file_->close();
     if (fault == 0)
-        fault = temporary.renameTo(path);
-    if (fault != 0) {
-        error = path + ": " + std::strerror(fault);
-        return false;
-    }
-    syncFolder(folderOf(path));
-    return true;
+        fault = file_->renameTo(path_);
+    if (fault == 0)
+        syncFolder(folderOf(path_));
+    return told(path_, fault, error);
+}
+
+bool writeFileAtomically(const std::string& path, std::string_view bytes, std::string& error) {
+    AtomicFile file(path);
+    return file.open(error) && file.write(bytes, error) && file.commit(error);
 }
 
 bool prepareOutputFolder(const std::string& path, std::string& error) {
@@ -153,11 +189,7 @@ bool prepareOutputFolder(const std::string& path, std::string& error) {
         return false;
     }
     sweepTemporaryFiles(folder);
-    const int fault = TemporaryFile(temporaryName(path)).write("");
-    if (fault == 0)
-        return true;
-    error = folder + ": " + std::strerror(fault);
-    return false;
+    return told(folder, TemporaryFile(temporaryName(path)).create(), error);
 }
 
 int sweepTemporaryFiles(const std::string& folder) {

@@ -1,0 +1,180 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/cache_frame.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <filesystem>
+
+#include "cache/channel_mapping.h"
+#include "cache/external_readers.h"
+#include "cache/file_patterns.h"
+#include "cache/input_file.h"
+#include "cache/prt_group.h"
+#include "cli/frame_names.h"
+#include "cli/frame_range.h"
+#include "host/plugin_registry.h"
+
+namespace nimbra::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Readers that lie beside the plug-in library, as the library itself finds them.
+void prepareReaders() {
+    constexpr int kReaderVersion = 2;
+    static const unsigned ready = loadExternalCacheReaders(
+        kField3dReader | kOpenVdbReader,
+        fs::path(host::PluginRegistry::defaultModulePath()).parent_path().c_str(), "tessra",
+        kReaderVersion);
+    static_cast<void>(ready);
+}
+
+std::string lowerCase(std::string text) {
+    for (char& c : text)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
+std::string problemOf(int status, const std::string& path) {
+    const std::string& told = lastImportProblem();
+    switch (status) {
+        case kLoadNoReader:
+            return path + ": the reader of Field3D files isn't there";
+        case kLoadBroken:
+            return path + ": the file is broken";
+        case kLoadNoFooter:
+            return path + ": the file is damaged, incomplete or of an unsupported format";
+        case kLoadNotFound:
+        default:
+            return told.empty() ? path + ": can't be read" : told;
+    }
+}
+
+/// Gives a frame of a format that knows no frame numbers that of its file name.
+void setFrameNumber(NimbraFrameData& frame, std::int64_t number) {
+    if (frame.frameNumber == NimbraFrameData::kNoFrame && number >= INT32_MIN &&
+        number <= INT32_MAX)
+        frame.frameNumber = static_cast<std::int32_t>(number);
+}
+
+bool isCacheName(const std::string& path) {
+    const auto& known = cacheExtensions();
+    return std::find(known.begin(), known.end(), "." + fileExtension(path)) != known.end();
+}
+
+}  // namespace
+
+const std::vector<std::string>& cacheExtensions() {
+    static const std::vector<std::string> extensions{".kol", ".vdb", ".f3d", ".prt"};
+    return extensions;
+}
+
+CacheFrame loadCacheFrame(const std::string& path, const std::string& mapping, bool headerOnly) {
+    CacheFrame frame{path};
+    if (!isCacheName(path)) {
+        frame.problem = path + ": not a cache; .kol, .vdb, .f3d and .prt files can be read";
+        return frame;
+    }
+    if (InputFile file; !file.open(path)) {
+        frame.problem = path + ": " + file.problem();
+        return frame;
+    }
+    prepareReaders();
+    setImportProblem("");
+    const std::string map = mapping.empty() ? CacheIO::findChannelMap(path) : mapping;
+    std::int64_t number = 0;
+    const bool numbered = frameNumberOfName(path.substr(fileNameStart(path)), number);
+    constexpr std::int64_t kNoLimit = -1;
+    constexpr bool kNoRetry = true;
+    auto data = std::make_unique<NimbraFrameData>();
+    frame.status =
+        data->load(path, map, static_cast<double>(number), kNoLimit, kNoRetry, headerOnly);
+    if (frame.status != kLoadOk) {
+        frame.problem = problemOf(frame.status, path);
+        return frame;
+    }
+    data->channelMap = map;
+    if (numbered)
+        setFrameNumber(*data, number);
+    frame.data = std::move(data);
+    return frame;
+}
+
+CacheFiles findCacheFiles(const std::string& input, const std::vector<std::string>& extensions) {
+    CacheFiles out;
+    std::error_code error;
+    const bool folder = fs::is_directory(input, error);
+    if (!folder && (fs::exists(input, error) || !hasFramePattern(input))) {
+        out.files.push_back({input});
+        return out;
+    }
+    const auto sequence = findSequence(input, extensions);
+    if (!sequence) {
+        out.files.push_back({input});
+        return out;
+    }
+    if (sequence->frames.empty()) {
+        out.files.push_back({sequence->pattern});
+        return out;
+    }
+    out.isSequence = true;
+    for (const std::int64_t frame : sequence->frames)
+        out.files.push_back({fillFramePattern(sequence->pattern, frame), frame});
+    // A gap of millions is two sequences in one folder rather than a list worth reading.
+    constexpr std::int64_t kLongestGap = 100'000;
+    std::vector<std::int64_t> missing;
+    for (std::size_t i = 1; i < out.files.size(); ++i)
+        for (std::int64_t f = out.files[i - 1].frame + 1;
+             f < out.files[i].frame && f - out.files[i - 1].frame <= kLongestGap; ++f)
+            missing.push_back(f);
+    if (!missing.empty())
+        out.missing = describeFrames(std::move(missing));
+    return out;
+}
+
+std::string channelName(int channel) {
+    static const char* const kNames[] = {
+        nullptr,      "temperature", "smoke",          "speed",    "velocity_x", "velocity_y",
+        "velocity_z", "color_r",     "color_g",        "color_b",  "fuel",       nullptr,
+        nullptr,      nullptr,       "wavelet_energy", "origin_x", "origin_y",   "origin_z",
+        "rgb",        "wavelet_u",   "wavelet_v",      "wavelet_w"};
+    const bool named =
+        channel >= 0 && channel < static_cast<int>(std::size(kNames)) && kNames[channel];
+    return named ? kNames[channel] : fmt::format("channel_{}", channel);
+}
+
+std::string particleChannelName(int channel) {
+    const char* const name = prtChannelName(channel);
+    return name ? lowerCase(name) : fmt::format("channel_{}", channel);
+}
+
+namespace {
+
+template <class NameOf>
+int findChannel(const std::string& text, int count, const NameOf& nameOf) {
+    int number = -1;
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, number);
+    if (error == std::errc() && rest == end)
+        return number >= 0 && number < count ? number : -1;
+    for (int c = 0; c < count; ++c)
+        if (lowerCase(text) == nameOf(c))
+            return c;
+    return -1;
+}
+
+}  // namespace
+
+int channelNamed(const std::string& text) {
+    return findChannel(text, kChannelSlots, channelName);
+}
+
+int particleChannelNamed(const std::string& text) {
+    return findChannel(text, kPrtChannelSlots, particleChannelName);
+}
+
+}  // namespace nimbra::cli
