@@ -23,16 +23,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Readers that lie beside the plug-in library, as the library itself finds them.
-void prepareReaders() {
-    constexpr int kReaderVersion = 2;
-    static const unsigned ready = loadExternalCacheReaders(
-        kField3dReader | kOpenVdbReader,
-        fs::path(host::PluginRegistry::defaultModulePath()).parent_path().c_str(), "tessra",
-        kReaderVersion);
-    static_cast<void>(ready);
-}
-
 std::string lowerCase(std::string text) {
     for (char& c : text)
         c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
@@ -73,6 +63,15 @@ const std::vector<std::string>& cacheExtensions() {
     return extensions;
 }
 
+bool prepareCacheReaders() {
+    constexpr int kReaderVersion = 2;
+    static const unsigned ready = loadExternalCacheReaders(
+        kField3dReader | kOpenVdbReader,
+        fs::path(host::PluginRegistry::defaultModulePath()).parent_path().c_str(), "tessra",
+        kReaderVersion);
+    return ready & kField3dReader;
+}
+
 CacheFrame loadCacheFrame(const std::string& path, const std::string& mapping, bool headerOnly) {
     CacheFrame frame{path};
     if (!isCacheName(path)) {
@@ -83,7 +82,7 @@ CacheFrame loadCacheFrame(const std::string& path, const std::string& mapping, b
         frame.problem = path + ": " + file.problem();
         return frame;
     }
-    prepareReaders();
+    prepareCacheReaders();
     setImportProblem("");
     const std::string map = mapping.empty() ? CacheIO::findChannelMap(path) : mapping;
     std::int64_t number = 0;
@@ -102,6 +101,12 @@ CacheFrame loadCacheFrame(const std::string& path, const std::string& mapping, b
         setFrameNumber(*data, number);
     frame.data = std::move(data);
     return frame;
+}
+
+void releaseVoxels(NimbraFrameData& frame, int channel) {
+    const bool stored = frame.compressed && frame.compressedInts > 1;
+    if (stored || channel == kSpeed)
+        frame.channels[channel].free();
 }
 
 CacheFiles findCacheFiles(const std::string& input, const std::vector<std::string>& extensions) {

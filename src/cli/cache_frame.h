@@ -28,6 +28,14 @@ struct CacheFrame {
 /// the known names. Never throws but for memory.
 CacheFrame loadCacheFrame(const std::string& path, const std::string& mapping, bool headerOnly);
 
+/// Lets the voxels of a channel go where they can be had again. The range stays, since it may come
+/// from the file.
+void releaseVoxels(NimbraFrameData& frame, int channel);
+
+/// Makes the readers ready that lie beside the plug-in library, as the library itself finds them.
+/// Whether that of Field3D files is there.
+bool prepareCacheReaders();
+
 /// Extensions of cache files, lower case with the dot.
 const std::vector<std::string>& cacheExtensions();
 

@@ -14,6 +14,7 @@ namespace nimbra::cli {
 void addRenderCommand(CLI::App& app, int& exitCode);
 void addViewCommand(CLI::App& app, int& exitCode);
 void addInfoCommand(CLI::App& app, int& exitCode);
+void addConvertCommand(CLI::App& app, int& exitCode);
 void addDumpCommand(CLI::App& app, int& exitCode);
 void addParamsCommand(CLI::App& app, int& exitCode);
 

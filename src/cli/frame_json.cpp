@@ -14,6 +14,7 @@
 #include <span>
 
 #include "cache/prt_group.h"
+#include "cli/cache_frame.h"
 #include "cli/json_text.h"
 #include "cli/value_summary.h"
 
@@ -86,14 +87,6 @@ std::vector<int> channelsOf(const NimbraFrameData& frame) {
     return channels;
 }
 
-/// Lets the voxels of a channel go where they can be had again: one expanded channel at a time. The
-/// range stays, since it may come from the file.
-void releaseVoxels(NimbraFrameData& frame, int channel) {
-    const bool stored = frame.compressed && frame.compressedInts > 1;
-    if (stored || channel == kSpeed)
-        frame.channels[channel].free();
-}
-
 Json gridChannelJson(NimbraFrameData& frame, int channel) {
     const NimbraFrameData::Proxy& proxy = frame.getChannelProxy(channel);
     FloatSummary summary;
@@ -140,6 +133,7 @@ void addChannels(NimbraFrameData& frame, const FrameJsonOptions& options,
     for (const int c : channels) {
         if (fits && frame.getChannelProxy(c).loaded) {
             out["channels"][std::to_string(c)] = gridChannelJson(frame, c);
+            // One expanded channel at a time.
             releaseVoxels(frame, c);
             continue;
         }

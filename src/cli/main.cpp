@@ -41,6 +41,7 @@ int run(int argc, char** argv) {
     addRenderCommand(app, exitCode);
     addViewCommand(app, exitCode);
     addInfoCommand(app, exitCode);
+    addConvertCommand(app, exitCode);
     addDumpCommand(app, exitCode);
     addParamsCommand(app, exitCode);
     try {

@@ -5,48 +5,18 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cmath>
 #include <cstring>
 #include <limits>
 #include <optional>
+
+#include "cli/grid_names.h"
 
 namespace nimbra::cli {
 namespace {
 
 // Channel numbers of the mapping text.
 enum Channel { kTemperature = 1, kSmoke = 2, kVelocityX = 4, kColorR = 7, kFuel = 10 };
-
-using Names = std::initializer_list<const char*>;
-
-// Names that simulators give their grids, folded to lower-case letters and digits, best first.
-const Names kSmokeNames = {"densitynoise", "density", "smokenmb", "smoke",  "smokedensity",
-                           "dens",         "soot",    "fog",      "volume", "cloud",
-                           "vapor",        "vapour",  "steam",    "dust",   "d"};
-const Names kTemperatureNames = {"temperature", "temperaturenmb", "temp", "heat", "t"};
-const Names kFlameNames = {"flamenoise", "flame", "flames", "fire",     "burn",
-                           "fuelnmb",    "fuel",  "react",  "emission", "firefuel"};
-const Names kVelocityNames = {"velocity", "vel", "v", "velocities", "motion"};
-const Names kColorNames = {"color", "colour", "cd", "rgb", "albedo", "diffuse"};
-const Names kLevelSetNames = {"surface", "sdf", "phi", "levelset", "liquid", "fluiddensity"};
-// What simulators keep for themselves: true in every cell, or no matter at all.
-const Names kNotDrawn = {"shadow",      "flags",     "pressure", "divergence", "phiobstacle",
-                         "phiinflow",   "phiout",    "mask",     "collision",  "phiobstacleinflow",
-                         "phiprevious", "obstacle",  "inflow",   "outflow",    "phiparticles",
-                         "rest",        "curvature", "index"};
-
-std::string folded(const std::string& name) {
-    std::string out;
-    for (const char c : name)
-        if (std::isalnum(static_cast<unsigned char>(c)))
-            out += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return out;
-}
-
-bool isOneOf(const std::string& name, const Names& names) {
-    const std::string f = folded(name);
-    return std::any_of(names.begin(), names.end(), [&](const char* n) { return f == n; });
-}
 
 bool drawable(const GridSummary& g) {
     return g.readable && !g.empty() && !isOneOf(g.name, kNotDrawn);
@@ -60,7 +30,7 @@ const GridSummary* findNamed(const std::vector<GridSummary>& grids, const Names&
                              bool vector) {
     for (const char* name : names)
         for (const GridSummary& g : grids)
-            if (drawable(g) && folded(g.name) == name &&
+            if (drawable(g) && foldedName(g.name) == name &&
                 (vector ? g.kind == GridSummary::Kind::Vector : isScalar(g)))
                 return &g;
     return nullptr;
@@ -74,7 +44,7 @@ std::array<const GridSummary*, 3> findComponents(const std::vector<GridSummary>&
         for (const char* name : names)
             for (const GridSummary& g : grids)
                 if (!out[a] && drawable(g) && isScalar(g) &&
-                    folded(g.name) == std::string(name) + axes[a])
+                    foldedName(g.name) == std::string(name) + axes[a])
                     out[a] = &g;
     if (!out[0] || !out[1] || !out[2])
         out = {};

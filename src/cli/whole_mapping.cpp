@@ -1,0 +1,86 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/whole_mapping.h"
+
+#include <algorithm>
+#include <span>
+
+#include "cache/channel_id.h"
+#include "cache/external_readers.h"
+#include "cache/file_patterns.h"
+#include "cli/cache_frame.h"
+#include "cli/grid_names.h"
+
+namespace nimbra::cli {
+namespace {
+
+using CacheIO::AvailableChannels;
+using CacheIO::GridMapping;
+
+bool isMapped(const std::vector<GridMapping>& mappings, int channel) {
+    return std::any_of(mappings.begin(), mappings.end(),
+                       [&](const GridMapping& m) { return m.channel == channel; });
+}
+
+void addScalar(const std::vector<AvailableChannels>& available, const Names& names, int channel,
+               std::vector<GridMapping>& out) {
+    for (const char* name : names)
+        for (const AvailableChannels& grid : available)
+            if (!isMapped(out, channel) && !grid.isVector && foldedName(grid.name) == name)
+                out.push_back({grid.name, channel});
+}
+
+/// Vectors are offered as "name(x)", "name(y)" and "name(z)".
+void addVector(const std::vector<AvailableChannels>& available, const Names& names, int first,
+               std::vector<GridMapping>& out) {
+    constexpr int kAxes = 3;
+    if (isMapped(out, first) || isMapped(out, first + 1) || isMapped(out, first + 2))
+        return;
+    constexpr std::string_view kFirstAxis = "(x)";
+    for (const char* name : names)
+        for (const AvailableChannels& grid : available) {
+            if (!grid.isVector || !grid.name.ends_with(kFirstAxis))
+                continue;
+            const std::string base = grid.name.substr(0, grid.name.size() - kFirstAxis.size());
+            if (foldedName(base) != name)
+                continue;
+            for (int a = 0; a < kAxes; ++a)
+                out.push_back({base + "(" + static_cast<char>('x' + a) + ")", first + a});
+            return;
+        }
+}
+
+}  // namespace
+
+std::vector<GridMapping> wholeMapping(const std::vector<AvailableChannels>& available,
+                                      std::span<const CacheIO::DefaultMapping> table) {
+    std::vector<GridMapping> mappings = CacheIO::chooseMappings(available, table);
+    addScalar(available, kTemperatureNames, kTemperature, mappings);
+    addScalar(available, kFlameNames, kFuel, mappings);
+    addVector(available, kVelocityNames, kVelocityX, mappings);
+    addVector(available, kColorNames, kColorR, mappings);
+    return mappings;
+}
+
+std::string wholeMappingText(const std::vector<std::string>& files) {
+    std::vector<AvailableChannels> all;
+    bool isField3d = false;
+    for (const std::string& path : files) {
+        const std::string extension = fileExtension(path);
+        std::vector<AvailableChannels> found;
+        if (extension == "vdb")
+            availableVdbChannels(path, found);
+        else if (extension == "f3d" && prepareCacheReaders())
+            isField3d = availableF3dChannels(path, found) || isField3d;
+        for (AvailableChannels& grid : found)
+            if (std::none_of(all.begin(), all.end(),
+                             [&](const AvailableChannels& g) { return g.name == grid.name; }))
+                all.push_back(std::move(grid));
+    }
+    return all.empty() ? ""
+                       : CacheIO::defaultChannelMap(
+                             wholeMapping(all, isField3d ? CacheIO::defaultF3dMappings()
+                                                         : CacheIO::defaultVdbMappings()));
+}
+
+}  // namespace nimbra::cli
