@@ -16,6 +16,7 @@
 #include "cache/prt_group.h"
 #include "cli/frame_names.h"
 #include "cli/frame_range.h"
+#include "cli/prt_frame.h"
 #include "host/plugin_registry.h"
 
 namespace nimbra::cli {
@@ -51,6 +52,31 @@ void setFrameNumber(NimbraFrameData& frame, std::int64_t number) {
         frame.frameNumber = static_cast<std::int32_t>(number);
 }
 
+void loadGrids(const std::string& path, const std::string& mapping, std::int64_t number,
+               bool headerOnly, NimbraFrameData& data, CacheFrame& frame) {
+    prepareCacheReaders();
+    setImportProblem("");
+    const std::string map = mapping.empty() ? CacheIO::findChannelMap(path) : mapping;
+    constexpr std::int64_t kNoLimit = -1;
+    constexpr bool kNoRetry = true;
+    frame.status =
+        data.load(path, map, static_cast<double>(number), kNoLimit, kNoRetry, headerOnly);
+    data.channelMap = map;
+    if (frame.status != kLoadOk)
+        frame.problem = problemOf(frame.status, path);
+}
+
+void loadParticles(const std::string& path, bool headerOnly, NimbraFrameData& data,
+                   CacheFrame& frame) {
+    data.resetHeader(headerOnly);
+    std::string problem;
+    frame.status = loadPrtFrame(path, data, problem);
+    if (!problem.empty())
+        frame.problem = path + ": " + problem;
+    else if (frame.status != kLoadOk)
+        frame.problem = problemOf(frame.status, path);
+}
+
 bool isCacheName(const std::string& path) {
     const auto& known = cacheExtensions();
     return std::find(known.begin(), known.end(), "." + fileExtension(path)) != known.end();
@@ -82,27 +108,20 @@ CacheFrame loadCacheFrame(const std::string& path, const std::string& mapping, b
         frame.problem = path + ": " + file.problem();
         return frame;
     }
-    prepareCacheReaders();
-    setImportProblem("");
-    const std::string map = mapping.empty() ? CacheIO::findChannelMap(path) : mapping;
     std::int64_t number = 0;
     const bool numbered = frameNumberOfName(path.substr(fileNameStart(path)), number);
-    constexpr std::int64_t kNoLimit = -1;
-    constexpr bool kNoRetry = true;
     auto data = std::make_unique<NimbraFrameData>();
-    frame.status =
-        data->load(path, map, static_cast<double>(number), kNoLimit, kNoRetry, headerOnly);
-    if (frame.status != kLoadOk) {
-        frame.problem = problemOf(frame.status, path);
+    if (fileExtension(path) == "prt")
+        loadParticles(path, headerOnly, *data, frame);
+    else
+        loadGrids(path, mapping, number, headerOnly, *data, frame);
+    if (frame.status != kLoadOk)
         return frame;
-    }
-    data->channelMap = map;
     if (numbered)
         setFrameNumber(*data, number);
     frame.data = std::move(data);
     return frame;
 }
-
 void releaseVoxels(NimbraFrameData& frame, int channel) {
     const bool stored = frame.compressed && frame.compressedInts > 1;
     if (stored || channel == kSpeed)

@@ -20,7 +20,7 @@ struct CacheFrame {
     int status = kLoadNotFound;
     /// Null unless the status is 0.
     std::unique_ptr<NimbraFrameData> data{};
-    /// "path: what is wrong" where the status isn't 0.
+    /// "path: what is wrong" where the status isn't 0; damage that the reader went on behind, else.
     std::string problem{};
 };
 

@@ -132,6 +132,8 @@ private:
             console_.log().error(frame.problem);
             return kExitInput;
         }
+        if (!frame.problem.empty())
+            console_.log().warning(frame.problem);
         if (abort_.requested())
             return abortCode();
         if (!fitsMemory(*frame.data))

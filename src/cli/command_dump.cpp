@@ -152,6 +152,8 @@ private:
         const CacheFrame frame = loadCacheFrame(file.path, o_.mapping, o_.headerOnly);
         if (!frame.data)
             console_.log().error(frame.problem);
+        else if (!frame.problem.empty())
+            console_.log().warning(frame.problem);
         int code = frame.data ? kExitDone : kExitInput;
         if (o_.json)
             code = std::max(code, printJson(frame, o_, console_));

@@ -177,7 +177,8 @@ void addFloatSums(std::span<const std::uint32_t> words, int components, Json& ou
     std::vector<FloatSummary> sums(static_cast<std::size_t>(components));
     for (std::size_t i = 0; i < words.size(); ++i)
         sums[i % sums.size()].add(std::bit_cast<float>(words[i]));
-    out["min"] = out["max"] = out["sum"] = Json::array();
+    for (const char* name : {"min", "max", "sum"})
+        out[name] = Json::array();
     for (const FloatSummary& s : sums) {
         out["min"].push_back(floatJson(s.min()));
         out["max"].push_back(floatJson(s.max()));
