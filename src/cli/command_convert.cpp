@@ -53,6 +53,7 @@ public:
             throw std::invalid_argument(
                 fmt::format("'{}': the name has to end in .kol or .vdb", o_.output));
         const std::vector<Conversion> work = plan();
+        const std::size_t wanted = work.size() + failed_.size();
         std::string error;
         if (!host::prepareOutputFolder(o_.output, error)) {
             console_.log().error(error);
@@ -66,7 +67,7 @@ public:
             if (code != kExitDone)
                 failed_.push_back({c.frame, code});
         }
-        return summarize(work.size());
+        return summarize(wanted);
     }
 
 private:
@@ -209,10 +210,10 @@ private:
         return abort_.reason() == SIGTERM ? kExitTerminated : kExitInterrupted;
     }
 
-    int summarize(std::size_t planned) {
+    int summarize(std::size_t wanted) {
         if (failed_.empty())
             return kExitDone;
-        if (planned <= 1 && failed_.size() == 1)
+        if (wanted == 1)
             return failed_.front().second;
         std::vector<std::int64_t> frames;
         for (const auto& [frame, code] : failed_)

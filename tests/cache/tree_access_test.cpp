@@ -35,6 +35,25 @@ TEST(ReadTree, EachKind_GivesTheScaledComponent) {
         }
 }
 
+TEST(ReadTree, Runs_AreTheCellsOneByOne) {
+    const test::Cell3 size{21, 10, 9};
+    const int cells = size[0] * size[1] * size[2];
+    for (int kind = kFloatTree; kind <= kVec3dTree; ++kind) {
+        const test::Proxy tree =
+            treeChannel(kind, size, patchyNoise, {{-9, 100, 3}, kind >= kVec3fTree ? 3 : 1, 0.5f});
+        for (const int first : {0, 5, 20, 21, 200, cells - 30})
+            for (const int count : {0, 1, 8, 30, cells - first}) {
+                if (first + count > cells)
+                    continue;
+                std::vector<float> run(static_cast<std::size_t>(count) + 1, -1.0f);
+                tree.readRun(first, count, run.data());
+                for (int i = 0; i < count; ++i)
+                    ASSERT_EQ(run[i], tree.read(first + i)) << kind << " " << first << " " << i;
+                ASSERT_EQ(run.back(), -1.0f);
+            }
+    }
+}
+
 TEST(ReadTree, KindsThatDoNotExist_Read0) {
     const test::Proxy tree = treeChannel(kFloatTree, {4, 4, 4}, [](int, int, int) { return 1.0f; });
     EXPECT_EQ(readTree(tree.storage->grid, kFloatTree, 5), 1.0f);

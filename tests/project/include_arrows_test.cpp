@@ -27,7 +27,7 @@ const std::map<std::string, std::set<std::string>> kMayInclude = {
     {"textures", {"tessra", "foundation", "cache", "volume"}},
     {"plugin", {"tessra", "foundation", "cache", "volume", "particles", "mesher", "textures"}},
     {"host", {"tessra"}},
-    {"cli", {"tessra", "host", "cache", "mesher", "foundation"}},
+    {"cli", {"tessra", "host", "cache", "mesher", "foundation", "kol_writer"}},
 };
 // The one header of the top layer that lower layers know: pure interfaces, forward declarations
 // only.
@@ -80,8 +80,8 @@ TEST(IncludeArrows, EveryIncludeRunsDownwards) {
 TEST(IncludeArrows, IncludesNameTheirFolder) {
     const fs::path src = fs::path(NIMBRA_SOURCE_DIR) / "src";
     for (const Include& i : projectIncludes(src))
-        EXPECT_TRUE(fs::exists(src / i.target))
-            << i.file << ":" << i.line << ": \"" << i.target << "\" is no file of src/";
+        EXPECT_TRUE(fs::exists(src / i.target) || fs::exists(src / "../tools" / i.target))
+            << i.file << ":" << i.line << ": \"" << i.target << "\" is no file of src/ or tools/";
 }
 
 TEST(IncludeArrows, SimInterfaceStaysPure) {
@@ -94,7 +94,7 @@ TEST(IncludeArrows, SimInterfaceStaysPure) {
 
 TEST(IncludeArrows, HeavyHeadersStayInSources) {
     static const std::regex heavy(
-        "^\\s*#\\s*include\\s*<(openvdb|embree3|OpenImageIO|OpenEXR|nlohmann)/");
+        "^\\s*#\\s*include\\s*<(openvdb/|embree3/|OpenImageIO/|OpenEXR/|nlohmann/json\\.)");
     const fs::path src = fs::path(NIMBRA_SOURCE_DIR) / "src";
     for (const auto& entry : fs::recursive_directory_iterator(src)) {
         if (entry.path().extension() != ".h")

@@ -1,0 +1,274 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+//
+// The file commands as a user calls them: values, exit codes, and what stands on the disk after.
+#include <gtest/gtest.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+
+#include "cache/prt_group.h"
+#include "cli/cache_frame.h"
+#include "cli/commands.h"
+#include "cli/convert_frame.h"
+#include "cli/exit_codes.h"
+#include "support/golden.h"
+#include "support/temp_folder.h"
+
+namespace nimbra::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Answer {
+    int code = 0;
+    std::string out, err;
+};
+
+/// Runs one command line, its words separated by blanks.
+Answer run(const std::string& line) {
+    CLI::App app("", "nimbra");
+    Answer answer;
+    addInfoCommand(app, answer.code);
+    addDumpCommand(app, answer.code);
+    addConvertCommand(app, answer.code);
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    try {
+        app.parse(line);
+    } catch (const CLI::ParseError& e) {
+        answer.code = app.exit(e) == 0 ? kExitDone : kExitUsage;
+    }
+    std::cout << std::flush;
+    answer.out = testing::internal::GetCapturedStdout();
+    answer.err = testing::internal::GetCapturedStderr();
+    return answer;
+}
+
+std::string golden(const std::string& name) {
+    return (fs::path(NIMBRA_TEST_DATA) / "golden" / name).string();
+}
+
+const std::string kFire = NIMBRA_SOURCE_DIR "/examples/caches/campfire/";
+
+std::vector<float> voxelsOf(const std::string& path, int channel) {
+    const CacheFrame frame = loadCacheFrame(path, "", false);
+    EXPECT_TRUE(frame.data) << frame.problem;
+    return frame.data ? takeVoxels(*frame.data, channel) : std::vector<float>();
+}
+
+class CacheCommands : public testing::Test {
+protected:
+    std::string at(const std::string& name) const { return (folder_ / name).string(); }
+    std::vector<std::string> files() const {
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator(folder_.path()))
+            names.push_back(entry.path().filename().string());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    test::TempFolder folder_;
+};
+
+TEST_F(CacheCommands, Dump_GridsBecomeArraysOfTheirVoxels) {
+    for (const std::string& file :
+         {golden("kol/v6_small_plume.kol"), kFire + "fluid_data_0041.vdb"}) {
+        ASSERT_EQ(run("dump --channel smoke --channel 1 -o " + at("a.npy") + " " + file).code, 0);
+        const auto array = test::readNpy<float>(at("a.smoke.npy"));
+        const CacheFrame frame = loadCacheFrame(file, "", true);
+        const auto* const n = frame.data->gridSize;
+        EXPECT_EQ(array.shape, (std::vector<std::size_t>{std::size_t(n[2]), std::size_t(n[1]),
+                                                         std::size_t(n[0])}));
+        EXPECT_EQ(array.values, voxelsOf(file, kSmoke));
+        EXPECT_EQ(test::readNpy<float>(at("a.temperature.npy")).values,
+                  voxelsOf(file, kTemperature));
+    }
+}
+
+TEST_F(CacheCommands, Dump_ParticlesBecomeArraysAndPoints) {
+    const std::string file = golden("kol/v5_particle_methods.kol");
+    ASSERT_EQ(run("dump --group Odd -o " + at("p.npy") + " " + file).code, 0);
+    ASSERT_EQ(run("dump --group Odd -o " + at("p.ply") + " " + file).code, 0);
+    CacheFrame frame = loadCacheFrame(file, "", false);
+    NimbraFrameData::PGroup* group = nullptr;
+    for (NimbraFrameData::PGroup* g : frame.data->groups)
+        group = g->name == "Odd" ? g : group;
+    ASSERT_TRUE(group);
+    const auto positions = test::readNpy<float>(at("p.position.npy"));
+    const auto ids = test::readNpy<std::int64_t>(at("p.id.npy"));
+    EXPECT_EQ(positions.shape, (std::vector<std::size_t>{33, 3}));
+    EXPECT_EQ(ids.shape, (std::vector<std::size_t>{33}));
+    const std::string ply = test::readFile(at("p.ply"));
+    const std::size_t start = ply.find("end_header\n") + 11;
+    // x y z vx vy vz size age red green blue, id as a double, viscosity
+    constexpr std::size_t kRecord = 11 * 4 + 8 + 4;
+    ASSERT_EQ(ply.size(), start + 33 * kRecord) << ply.substr(0, start);
+    for (int i = 0; i < 33; ++i) {
+        float position[3], viscosity, seen[3];
+        std::int64_t id;
+        double seenId;
+        group->getValue(i, kPrtPosition, position);
+        group->getValue(i, kPrtId, &id);
+        group->getValue(i, kPrtViscosity, &viscosity);
+        EXPECT_TRUE(std::equal(position, position + 3, &positions.values[std::size_t(i) * 3]));
+        EXPECT_EQ(ids.values[std::size_t(i)], id);
+        const char* const record = ply.data() + start + std::size_t(i) * kRecord;
+        std::memcpy(seen, record, sizeof seen);
+        EXPECT_TRUE(std::equal(position, position + 3, seen));
+        std::memcpy(&seenId, record + 44, sizeof seenId);
+        EXPECT_EQ(seenId, double(id));
+        std::memcpy(seen, record + 52, sizeof(float));
+        EXPECT_EQ(seen[0], viscosity);
+    }
+}
+
+TEST_F(CacheCommands, Dump_VoxelsArePrintedAndCellsOutsideRefused) {
+    const std::string file = golden("kol/v5_header_fields.kol");
+    const std::vector<float> smoke = voxelsOf(file, kSmoke);
+    const Answer inside = run("dump --voxel 2,3,1 " + file);
+    EXPECT_EQ(inside.code, 0);
+    const std::string value = inside.out.substr(inside.out.find("2 3 1 ") + 6);
+    EXPECT_EQ(std::strtof(value.c_str(), nullptr), smoke.back());
+    const Answer outside = run("dump --voxel 3,0,0 " + file);
+    EXPECT_EQ(outside.code, kExitUsage);
+    EXPECT_NE(outside.err.find("cell 3,0,0 lies outside the grid of 3 x 4 x 2"), std::string::npos);
+}
+
+TEST_F(CacheCommands, Convert_KeepsVoxelsWithinHalfAStep) {
+    const std::string from = kFire + "fluid_data_0043.vdb";
+    const std::string original = at("exact.kol");
+    ASSERT_EQ(run("convert --bits 20 " + from + " " + original).code, 0);
+    ASSERT_EQ(run("convert --bits 8 " + from + " " + at("coarse.kol")).code, 0);
+    ASSERT_EQ(run("convert --step 0.01 " + from + " " + at("steps.kol")).code, 0);
+    ASSERT_EQ(run("convert " + original + " " + at("back.vdb")).code, 0);
+    for (const int channel : {kSmoke, kTemperature, kFuel, kVelocityY}) {
+        const std::vector<float> exact = voxelsOf(original, channel);
+        ASSERT_FALSE(exact.empty()) << channel;
+        EXPECT_EQ(voxelsOf(at("back.vdb"), channel), exact) << channel;
+        const auto [low, high] = std::minmax_element(exact.begin(), exact.end());
+        // A few roundings of floats of this size come on top.
+        const double slack = 4 * 0x1p-23 * std::max(std::fabs(*low), std::fabs(*high));
+        const std::pair<std::string, double> packed[] = {
+            {"coarse.kol", (double(*high) - *low) / 512}, {"steps.kol", 0.005}};
+        for (const auto& [name, halfStep] : packed) {
+            const std::vector<float> values = voxelsOf(at(name), channel);
+            ASSERT_EQ(values.size(), exact.size());
+            double error = 0;
+            for (std::size_t i = 0; i < exact.size(); ++i)
+                error = std::max(error, std::fabs(double(values[i]) - exact[i]));
+            EXPECT_LE(error, halfStep + slack) << name << " " << channel;
+            EXPECT_GT(error, halfStep / 2) << name << " " << channel;
+        }
+    }
+    EXPECT_EQ(voxelsOf(from, kSmoke), voxelsOf(original, kSmoke));
+    EXPECT_LT(fs::file_size(at("coarse.kol")), fs::file_size(original) / 4);
+}
+
+TEST_F(CacheCommands, Convert_CarriesHeaderAndParticles) {
+    for (const char* name : {"v5_header_fields", "v5_particle_methods", "v6_packed_colour"}) {
+        const std::string from = golden(std::string("kol/") + name + ".kol");
+        ASSERT_EQ(run("convert --bits 20 " + from + " " + at("to.kol")).code, 0);
+        const std::string before = run("dump --json " + from).out;
+        const std::string after = run("dump --json " + at("to.kol")).out;
+        auto a = nlohmann::json::parse(before)["frame"], b = nlohmann::json::parse(after)["frame"];
+        for (const char* key :
+             {"fileVersion", "compressedInts", "bboxMin", "bboxMax", "simInfo_crc32", "simStep"}) {
+            // These belong to the file's form; the box is made from the particles anew.
+            a.erase(key);
+            b.erase(key);
+        }
+        if (std::string(name) == "v6_packed_colour")
+            a.erase("channelMask"), b.erase("channelMask");
+        EXPECT_EQ(a, b) << name << nlohmann::json::diff(a, b).dump(1);
+    }
+}
+
+TEST_F(CacheCommands, Sequences_KeepTheirNumbersAndNameTheirGaps) {
+    for (const char* frame : {"0040", "0041", "0043"})
+        fs::copy_file(kFire + "fluid_data_" + frame + ".vdb",
+                      at(std::string("f_") + frame + ".vdb"));
+    const Answer gap = run("convert " + at("f_####.vdb") + " " + at("out/fire.kol"));
+    EXPECT_EQ(gap.code, 0) << gap.err;
+    EXPECT_NE(gap.err.find("there are no files of frames 42"), std::string::npos) << gap.err;
+    for (const char* frame : {"0040", "0041", "0043"})
+        EXPECT_TRUE(fs::exists(at(std::string("out/fire.") + frame + ".kol"))) << frame;
+    const Answer wanted = run("convert --frames 41-42 " + at("f_####.vdb") + " " + at("w_@@@.kol"));
+    EXPECT_EQ(wanted.code, kExitFrameFailed);
+    EXPECT_NE(wanted.err.find("failed frames: 42"), std::string::npos) << wanted.err;
+    EXPECT_TRUE(fs::exists(at("w_041.kol")));
+    EXPECT_EQ(loadCacheFrame(at("w_041.kol"), "", true).data->frameNumber, 41);
+}
+
+TEST_F(CacheCommands, Failures_LeaveNothingBehind) {
+    const std::string good = kFire + "fluid_data_0040.vdb";
+    folder_.write("old.kol", "what was there");
+    folder_.write("bad.vdb", "no tree");
+    folder_.write("bad.kol", "no cache at all");
+    fs::create_directory(at("folder.kol"));
+    const struct {
+        const char* line;
+        int code;
+        const char* text;
+    } cases[] = {
+        {"convert BAD.vdb OLD.kol", kExitInput, "bad.vdb: "},
+        {"convert BAD.kol OLD.kol", kExitInput, "bad.kol: "},
+        {"convert /dev/null OLD.kol", kExitInput, "not a cache"},
+        {"convert GOOD OLD.txt", kExitUsage, "has to end in .kol or .vdb"},
+        {"convert --bits 8 GOOD OUT.vdb", kExitUsage, "go with .kol files"},
+        {"convert --bits 0 GOOD OLD.kol", kExitUsage, "--bits"},
+        {"convert --step 0 GOOD OLD.kol", kExitUsage, "--step"},
+        {"convert --frames 1-3 GOOD OLD.kol", kExitUsage, "takes a sequence"},
+        {"convert GOOD DIR.kol", kExitOutput, "not a regular file"},
+        {"convert GOOD /proc/x.kol", kExitOutput, "/proc"},
+        {"convert OLD.kol OLD.kol", kExitUsage, "onto itself"},
+        {"dump GOOD", kExitUsage, "nothing to dump"},
+        {"dump --header-only GOOD", kExitUsage, "--json"},
+        {"dump --json --voxel 1,1,1 GOOD", kExitUsage, "excludes"},
+        {"dump --voxel 1,1 GOOD", kExitUsage, "three numbers"},
+        {"dump -o OUT.txt GOOD", kExitUsage, ".npy or .ply"},
+        {"dump --channel smok -o OUT.npy GOOD", kExitUsage, "did you mean 'smoke'"},
+        {"dump --channel fuel -o OUT.npy GOOD", kExitFrameFailed, "isn't in the file"},
+        {"dump --group x -o OUT.npy GOOD", kExitInput, "it has none"},
+        {"dump -o OUT.ply GOOD", kExitInput, "no such particles"},
+        {"dump --json BAD.kol", kExitInput, "bad.kol: "},
+        {"info BAD.kol", kExitInput, "bad.kol: "},
+    };
+    const std::vector<std::string> before = files();
+    for (const auto& c : cases) {
+        std::string line = c.line;
+        const std::pair<std::string, std::string> names[] = {{"BAD", at("bad")},
+                                                             {"GOOD", good},
+                                                             {"OLD", at("old")},
+                                                             {"OUT", at("out")},
+                                                             {"DIR", at("folder")}};
+        for (const auto& [word, name] : names)
+            for (std::size_t p; (p = line.find(word)) != std::string::npos;)
+                line.replace(p, word.size(), name);
+        const Answer answer = run(line);
+        EXPECT_EQ(answer.code, c.code) << line << "\n" << answer.err;
+        EXPECT_NE(answer.err.find(c.text), std::string::npos) << line << "\n" << answer.err;
+        EXPECT_EQ(files(), before) << line;
+    }
+    EXPECT_EQ(test::readFile(at("old.kol")), "what was there");
+}
+
+TEST_F(CacheCommands, AbortedConversion_StopsInFrontOfTheNextChannel) {
+    CacheFrame frame = loadCacheFrame(kFire + "fluid_data_0040.vdb", "", false);
+    host::AbortFlag abort;
+    abort.request();
+    std::vector<std::uint8_t> bytes;
+    ConvertReport report;
+    EXPECT_EQ(packKol(*frame.data, {}, abort, bytes, report), ConvertResult::Aborted);
+    EXPECT_TRUE(bytes.empty());
+    std::string error;
+    EXPECT_EQ(writeVdbFrame(*frame.data, at("x.vdb"), abort, report, error),
+              ConvertResult::Aborted);
+    EXPECT_TRUE(files().empty());
+}
+
+}  // namespace
+}  // namespace nimbra::cli
