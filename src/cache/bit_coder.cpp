@@ -125,10 +125,15 @@ void BitDecoder::fillLookup() {
         open.pop_back();
         const CodeNode& node = tree_[static_cast<std::size_t>(s.node)];
         if (node.child < 0) {
+            const std::uint32_t symbol = node.word + base_;
+            const bool negative = static_cast<std::int32_t>(symbol) < 0;
+            const CodeEntry leaf{symbol, s.depth,
+                                 negative ? CodeEntry::Negative : CodeEntry::Value};
             for (std::uint32_t p = s.code; p < kLookupSize; p += 1u << s.depth)
-                lookup_[p] = {node.word + base_, s.depth};
+                lookup_[p] = leaf;
         } else if (s.depth == kLookupBits) {
-            lookup_[s.code] = {static_cast<std::uint32_t>(s.node), kLookupBits + 1};
+            lookup_[s.code] = {static_cast<std::uint32_t>(s.node), kLookupBits,
+                               CodeEntry::LongCode};
         } else {
             open.push_back({node.child, s.code, s.depth + 1});
             open.push_back({node.child + 1, s.code | 1u << s.depth, s.depth + 1});
@@ -136,11 +141,16 @@ void BitDecoder::fillLookup() {
     }
 }
 
-std::int32_t BitDecoder::walk(BitReader& in, const Entry& entry) const {
-    in.skip(kLookupBits);
-    const CodeNode* node = &tree_[entry.value];
-    while (node->child >= 0)
-        node = &tree_[static_cast<std::size_t>(node->child) + in.take(1)];
+std::int32_t BitDecoder::walk(BitReader& in, const CodeEntry& entry) const {
+    const CodeNode* node = &tree_[entry.value()];
+    while (node->child >= 0) {
+        in.refill();
+        std::uint64_t bits = in.bits();
+        int taken = 0;
+        for (; node->child >= 0 && taken < BitReader::kLeastBits; ++taken, bits >>= 1)
+            node = &tree_[static_cast<std::size_t>(node->child) + (bits & 1)];
+        in.skip(taken);
+    }
     return static_cast<std::int32_t>(node->word + base_);
 }
 

@@ -40,6 +40,25 @@ struct PrefixCode {
 bool buildCodeTree(const std::vector<SymbolRate>& table, std::uint64_t total,
                    std::vector<CodeNode>& tree, std::vector<PrefixCode>* codes);
 
+/// What the next bits mean, in one word, so that a look-up is one load.
+class CodeEntry {
+public:
+    enum Kind : std::uint32_t { Value, Negative, LongCode };
+
+    CodeEntry() = default;
+    CodeEntry(std::uint32_t value, int length, Kind kind)
+        : word_(std::uint64_t{value} << 32 | kind << 8 | static_cast<std::uint32_t>(length)) {}
+
+    /// The symbol with its base added; of a LongCode a node of the tree.
+    std::uint32_t value() const { return static_cast<std::uint32_t>(word_ >> 32); }
+    int length() const { return static_cast<int>(word_ & 0xFF); }
+    /// Negative: a symbol below zero.
+    Kind kind() const { return static_cast<Kind>(word_ >> 8 & 0xFF); }
+
+private:
+    std::uint64_t word_ = 0;
+};
+
 /// Decodes the symbols of one zone.
 class BitDecoder {
 public:
@@ -47,38 +66,39 @@ public:
     /// table can't be what it claims or there is no memory for it.
     bool init(BitReader& in);
     /// The next symbol, in both forms with its base added.
-    std::int32_t next(BitReader& in) {
+    std::int32_t next(BitReader& in) const {
         if (directBits_)
             return static_cast<std::int32_t>(in.take(directBits_) + base_);
         in.refill();
-        const Entry& e = lookup_[in.bits() & (kLookupSize - 1)];
-        if (e.length <= kLookupBits) {
-            in.skip(e.length);
-            return static_cast<std::int32_t>(e.value);
-        }
-        return walk(in, e);
+        const CodeEntry e = look(in);
+        in.skip(e.length());
+        return e.kind() == CodeEntry::LongCode ? walk(in, e) : static_cast<std::int32_t>(e.value());
     }
+    /// Width of a symbol in the direct form, 0 in the table form.
     int directBits() const { return directBits_; }
+
+    // For the table form: reading without a refill for each symbol.
+
+    /// Symbols that one refill is good for.
+    static constexpr int kSymbolsPerRefill = 4;
+    /// What stands next; its `length` bits are to be skipped.
+    CodeEntry look(const BitReader& in) const { return lookup_[in.bits() & (kLookupSize - 1)]; }
+    /// The symbol of a LongCode whose first bits were skipped.
+    std::int32_t walk(BitReader& in, const CodeEntry& entry) const;
 
 private:
     static constexpr int kLookupBits = 12;
     static constexpr std::uint32_t kLookupSize = 1u << kLookupBits;
-    // What a pattern of bits means: a symbol with its base added, or, with a length above
-    // kLookupBits, the node at which a longer code goes on.
-    struct Entry {
-        std::uint32_t value = 0;
-        std::int32_t length = 0;
-    };
+    static_assert(kSymbolsPerRefill * kLookupBits <= BitReader::kLeastBits);
 
     bool readTable(BitReader& in);
     void fillLookup();
-    std::int32_t walk(BitReader& in, const Entry& entry) const;
 
     int directBits_ = 0;
     std::uint32_t base_ = 0;
     std::vector<SymbolRate> table_;
     std::vector<CodeNode> tree_;
-    std::vector<Entry> lookup_;
+    std::vector<CodeEntry> lookup_;
 };
 
 /// Which form the encoder writes.

@@ -14,6 +14,9 @@ namespace NMBUtils {
 
 class BitReader {
 public:
+    /// Bits that are there after a refill.
+    static constexpr int kLeastBits = 56;
+
     BitReader(const std::uint8_t* data, std::size_t size) : next_(data), end_(data + size) {}
 
     /// The next `count` bits, 0 to 32, without taking them.
@@ -31,7 +34,7 @@ public:
         skip(count);
         return v;
     }
-    /// At least 56 bits to look at from here on, as long as there is input.
+    /// At least kLeastBits bits to look at from here on, zeros behind the end.
     void refill() {
         if (end_ - next_ >= 8) {
             std::uint64_t word;
@@ -46,7 +49,7 @@ public:
             bits_ |= std::uint64_t{*next_++} << held_;
             held_ += 8;
         }
-        if (held_ < 32 && next_ == end_) {
+        if (held_ < kLeastBits) {
             missing_ += 64 - held_;  // zeros stand in for what the input lacks
             held_ = 64;
         }

@@ -99,30 +99,71 @@ public:
     // The next integers, of `left` that the zone still lacks. False when the bits end too early:
     // what stands in the file then isn't what was written.
     bool next(std::uint32_t* q, std::size_t count, std::uint64_t left) {
-        std::uint32_t last = last_;
+        BitReader in = in_;  // on the stack, the compiler keeps it in registers
         for (std::size_t i = 0; i < count;) {
-            if (run_ == 0) {
-                const std::int32_t symbol = decoder_.next(in_);
-                if (symbol >= 0) {
-                    q[i++] = last = static_cast<std::uint32_t>(symbol) + offset_;
-                    continue;
-                }
-                run_ = 0u - static_cast<std::uint32_t>(symbol);
-                if (run_ > left - i) {
-                    logLine("DecodeAndExpand - constant sequence longer than expected\n");
-                    run_ = left - i;
-                }
+            if (run_ == 0)
+                i = decoder_.directBits() ? readDirect(in, q, i, count)
+                                          : readCodes(in, q, i, count);
+            if (run_ > left - i) {
+                logLine("DecodeAndExpand - constant sequence longer than expected\n");
+                run_ = left - i;
             }
             const std::size_t part = std::min<std::uint64_t>(run_, count - i);
-            std::fill_n(q + i, part, last);
+            std::fill_n(q + i, part, last_);
             run_ -= part;
             i += part;
         }
-        last_ = last;
+        in_ = in;
         return !in_.overrun();
     }
 
 private:
+    // Both read up to the next run or to `count`, and answer how far they got.
+    std::size_t readDirect(BitReader& in, std::uint32_t* q, std::size_t i, std::size_t count) {
+        while (i < count) {
+            const std::int32_t symbol = decoder_.next(in);
+            if (symbol < 0) {
+                run_ = 0u - static_cast<std::uint32_t>(symbol);
+                break;
+            }
+            q[i++] = last_ = static_cast<std::uint32_t>(symbol) + offset_;
+        }
+        return i;
+    }
+
+    std::size_t readCodes(BitReader& reader, std::uint32_t* q, std::size_t i, std::size_t count) {
+        BitReader in = reader;
+        const std::uint32_t offset = offset_;
+        const std::size_t begin = i;
+        while (i < count && run_ == 0) {
+            in.refill();
+            const std::size_t end = std::min<std::size_t>(count, i + BitDecoder::kSymbolsPerRefill);
+            while (i < end) {
+                const CodeEntry e = decoder_.look(in);
+                in.skip(e.length());
+                if (e.kind() == CodeEntry::Value) [[likely]] {
+                    q[i++] = e.value() + offset;
+                    continue;
+                }
+                BitReader other =
+                    in;  // a copy, since one that goes elsewhere can't stay in registers
+                const std::int32_t symbol = e.kind() == CodeEntry::LongCode
+                                                ? decoder_.walk(other, e)
+                                                : static_cast<std::int32_t>(e.value());
+                in = other;
+                if (symbol < 0)
+                    run_ = 0u - static_cast<std::uint32_t>(symbol);
+                else
+                    q[i++] = static_cast<std::uint32_t>(symbol) + offset;
+                break;
+            }
+        }
+        if (i > begin)
+            last_ = q[i - 1];
+        reader = in;
+        return i;
+    }
+
     BitReader in_;
     BitDecoder decoder_;
     std::uint32_t offset_;
@@ -171,7 +212,7 @@ bool resizeWork(NmbArray<int, long long>& work, std::uint64_t count) {
 
 // A part stays in the cache from its bits to its floats, and work memory stays small.
 int decodeSequence(Zone& zone, const QuantisedHeader& h, NmbArray<int, long long>& work) {
-    constexpr std::uint64_t kPart = 16384;
+    constexpr std::uint64_t kPart = 4096;
     if (!resizeWork(work, std::min(h.count, kPart)))
         return 0;
     auto* const q = reinterpret_cast<std::uint32_t*>(work.data);
