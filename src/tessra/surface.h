@@ -59,4 +59,13 @@ public:
     virtual Transform getLocalUVWTransform(const TextureContext& context, int channel) const = 0;
 };
 
+/// An object whose 3D textures go by a place of their own, as where a deformed surface lay before.
+class TESSRA_API MappedPointInterface : public PluginInterface {
+public:
+    static constexpr InterfaceID kID = 0x77915061;
+    InterfaceID getInterfaceID() const override { return kID; }
+    /// False where the object has no other place than the context's own.
+    virtual bool getMappedPoint(const TextureContext& context, TracePoint& out) const = 0;
+};
+
 }  // namespace TessUtils
