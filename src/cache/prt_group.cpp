@@ -89,7 +89,9 @@ bool NimbraFrameData::PGroup::getValue(int index, int channel, void* out) {
     if (!hasChannel(channel) || !decompressChannel(channel, true) ||
         (index + 1) * stride > store[channel].data.size)
         return false;
-    std::memcpy(out, store[channel].data.data + index * stride, static_cast<std::size_t>(stride));
+    if (stride > 0)
+        std::memcpy(out, store[channel].data.data + index * stride,
+                    static_cast<std::size_t>(stride));
     return true;
 }
 

@@ -227,6 +227,10 @@ TEST(PrtGroup, ShortChannels_AreReadAsFarAsTheyGo) {
     EXPECT_TRUE(group.getValue(1, kPrtSize, &out));
     EXPECT_EQ(out, 0.0f);
     EXPECT_EQ(log.take(), "");
+    // A channel of no components.
+    store(group, 6, kPrtSequence, streamOf({}, 1));
+    EXPECT_TRUE(group.getValue(0, 6, &out));
+    log.take();
     EXPECT_FALSE(group.allocatePacked(32, kPrtPlain, 4));
     EXPECT_FALSE(group.allocatePacked(-1, kPrtPlain, 4));
     EXPECT_FALSE(group.allocatePacked(kPrtSize, kPrtPlain, -4));
