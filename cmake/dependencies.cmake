@@ -12,6 +12,12 @@ find_package(TBB REQUIRED)
 find_package(embree 3 REQUIRED)
 find_package(hwy REQUIRED)
 
+find_path(BLOSC_INCLUDE blosc.h REQUIRED)
+find_library(BLOSC_LIBRARY blosc REQUIRED)
+add_library(nimbra_blosc INTERFACE)
+target_include_directories(nimbra_blosc SYSTEM INTERFACE ${BLOSC_INCLUDE})
+target_link_libraries(nimbra_blosc INTERFACE ${BLOSC_LIBRARY})
+
 find_path(OPENVDB_INCLUDE openvdb/openvdb.h REQUIRED)
 find_library(OPENVDB_LIBRARY openvdb REQUIRED)
 add_library(nimbra_openvdb INTERFACE)

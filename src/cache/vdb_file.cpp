@@ -9,6 +9,7 @@
 #include <new>
 
 #include "cache/tree_access.h"
+#include "cache/vdb_points.h"
 
 namespace nimbra {
 
@@ -47,6 +48,9 @@ bool isAtEnd(const BoundedReader& in, std::string& problem) {
     problem = fmt::format("its values end {} bytes before the grid does", in.remaining());
     return false;
 }
+
+// Nodes of a points grid hold numbers of 32 bits.
+constexpr int kPointsTopology = kInt32Tree;
 
 // More than anybody writes; work that grows with the square of the count stays small.
 constexpr std::uint32_t kMostGrids = 10000;
@@ -125,10 +129,16 @@ bool VdbFile::readStreamedList(std::uint64_t position) {
         if (!walkDescriptor(in, grid, problem_))
             return false;
         // What stands behind a tree of another type can't be found, since nothing says where it is.
-        if (!grid.isInstance() && treeKindOfType(grid.treeType) == kDense)
+        if (!grid.isInstance() && treeKindOfType(grid.treeType) == kDense &&
+            !isPointsType(grid.treeType))
             return true;
-        if (!walkStreamed(in, grid, position))
-            return false;
+        if (!walkStreamed(in, grid, position)) {
+            // Nor what stands behind damaged points, which are no reason to refuse the rest.
+            if (!isPointsType(grid.treeType))
+                return false;
+            problem_.clear();
+            return true;
+        }
         addGrid(std::move(grid));
     }
     return true;
@@ -142,9 +152,13 @@ bool VdbFile::walkStreamed(BoundedReader& in, VdbDescriptor& grid, std::uint64_t
     bool sound = walkGridHead(in, head, problem_);
     grid.bufferPosition = grid.endPosition = position + in.position();
     if (sound && !grid.isInstance()) {
-        sound = walkTopology(in, kind, head, topology, problem_);
+        const bool points = isPointsType(grid.treeType);
+        VdbPoints found;
+        topology.wantsOrigins = points;
+        sound = walkTopology(in, points ? kPointsTopology : kind, head, topology, problem_);
         grid.bufferPosition = position + in.position();
-        sound = sound && walkBuffers(in, kind, head, topology, problem_);
+        sound = sound && (points ? walkPoints(in, topology, found, problem_)
+                                 : walkBuffers(in, kind, head, topology, problem_));
         grid.endPosition = position + in.position();
     }
     return sound;
@@ -211,6 +225,27 @@ bool VdbFile::readTree(const VdbDescriptor& grid, bool withBuffers, VdbGridBytes
     problem.clear();
     out.hasBuffers = withBuffers;
     return true;
+}
+
+bool VdbFile::readPoints(const VdbDescriptor& grid, VdbGridBytes& out, VdbPoints& points,
+                         std::string& problem) {
+    const VdbDescriptor* const owner = treeOwner(grid);
+    if (!owner) {
+        problem = "shares the points of a grid that isn't there";
+        return false;
+    }
+    out.kind = kDense;
+    out.head = {};
+    out.topology = {};
+    out.topology.wantsOrigins = true;
+    out.hasBuffers = false;
+    if (!readBytes(owner->gridPosition, owner->endPosition, out, problem))
+        return false;
+    BoundedReader in(out.span());
+    out.hasBuffers = walkGridHead(in, out.head, problem) &&
+                     walkTopology(in, kPointsTopology, out.head, out.topology, problem) &&
+                     walkPoints(in, out.topology, points, problem) && isAtEnd(in, problem);
+    return out.hasBuffers;
 }
 
 }  // namespace nimbra

@@ -29,6 +29,8 @@ struct VdbGridBytes {
     std::span<const std::byte> span() const { return {bytes.get(), size}; }
 };
 
+struct VdbPoints;
+
 class VdbFile {
 public:
     /// Reads the list of grids. False for what isn't a sound file as far as that goes; `problem`
@@ -49,6 +51,9 @@ public:
     /// in the file, and 8 bytes a leaf.
     bool readTree(const VdbDescriptor& grid, bool withBuffers, VdbGridBytes& out,
                   std::string& problem);
+    /// The same for a points grid, and where its points lie in `out`.
+    bool readPoints(const VdbDescriptor& grid, VdbGridBytes& out, VdbPoints& points,
+                    std::string& problem);
 
 private:
     bool readBytes(std::uint64_t from, std::uint64_t to, VdbGridBytes& out, std::string& problem);

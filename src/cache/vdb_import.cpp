@@ -1,7 +1,8 @@
 // Copyright 2026 The Nimbra Authors
 // SPDX-License-Identifier: Apache-2.0
 //
-// From the grids of an OpenVDB file to the channels of a frame. Trees stay trees.
+// From the grids of an OpenVDB file to the channels of a frame. Trees stay trees; points become
+// particle groups.
 
 #include <fmt/format.h>
 
@@ -12,6 +13,8 @@
 #include "cache/external_readers.h"
 #include "cache/frame_data.h"
 #include "cache/tree_access.h"
+#include "cache/vdb_point_group.h"
+#include "cache/vdb_points.h"
 #include "cache/vdb_tree.h"
 #include "foundation/log.h"
 
@@ -125,7 +128,14 @@ public:
             problem_ = file_.problem();
             return false;
         }
-        return chooseGrids(mappings) && readTrees() && readTransform() && findBox() && fillFrame();
+        if (!chooseGrids(mappings) || !readTrees() || !readTransform() || !findBox() ||
+            !fillFrame())
+            return false;
+        frame_.clearGroups();
+        for (const VdbDescriptor& grid : file_.grids())
+            if (isPointsType(grid.treeType))
+                addPointGroup(frame_, file_, grid, low_, headerOnly_);
+        return true;
     }
     const std::string& problem() const { return problem_; }
 
@@ -147,10 +157,25 @@ private:
                 first_ = choice.grid;
             channels_.push_back({mapping.channel, useGrid(owner), choice.component, mapping.scale});
         }
-        if (first_)
+        if (first_ || choosePoints())
             return true;
         problem_ = "has none of the mapped grids; it holds " + listNames(file_.grids());
         return false;
+    }
+
+    /// A file of points alone: they say where the frame is.
+    bool choosePoints() {
+        for (const VdbDescriptor& grid : file_.grids()) {
+            VdbGridBytes bytes;
+            VdbPoints points;
+            std::string problem;
+            if (first_ || !isPointsType(grid.treeType) ||
+                !file_.readPoints(grid, bytes, points, problem))
+                continue;
+            first_ = &grid;
+            pointsTopology_ = std::move(bytes.topology);
+        }
+        return first_ != nullptr;
     }
 
     std::size_t useGrid(const VdbDescriptor* owner) {
@@ -201,7 +226,7 @@ private:
     /// origin when nothing is active.
     bool findBox() {
         if (!findForeignBox()) {
-            VdbTopology all;
+            VdbTopology all = std::move(pointsTopology_);
             for (const UsedGrid& grid : used_)
                 for (int a = 0; a < 3; ++a) {
                     all.low[a] = std::min(all.low[a], grid.topology.low[a]);
@@ -310,9 +335,11 @@ private:
     std::int64_t maxMemory_;
     VdbFile file_;
     std::string problem_;
-    /// The first mapped grid: its transform is the frame's.
+    /// The first mapped grid, or a points grid: its transform is the frame's.
     const VdbDescriptor* first_ = nullptr;
     VdbGridHead head_;
+    /// Of the points grid that stands in for mapped grids; empty else.
+    VdbTopology pointsTopology_;
     std::vector<UsedGrid> used_;
     std::vector<FilledChannel> channels_;
     std::array<std::int32_t, 3> low_{0, 0, 0}, high_{0, 0, 0};

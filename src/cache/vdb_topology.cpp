@@ -255,12 +255,19 @@ private:
         if (std::is_sorted(branches.begin(), branches.end(), before))
             return;
         std::sort(branches.begin(), branches.end(), before);
-        std::vector<std::uint64_t> sorted;
-        sorted.reserve(out_.leafMasks.size());
+        reorder(out_.leafMasks, branches);
+        if (out_.wantsOrigins)
+            reorder(out_.leafOrigins, branches);
+    }
+
+    template <class T>
+    static void reorder(std::vector<T>& leaves, const std::vector<Branch>& branches) {
+        std::vector<T> sorted;
+        sorted.reserve(leaves.size());
         for (const Branch& b : branches)
-            sorted.insert(sorted.end(), out_.leafMasks.begin() + std::ptrdiff_t(b.firstLeaf),
-                          out_.leafMasks.begin() + std::ptrdiff_t(b.endLeaf));
-        out_.leafMasks = std::move(sorted);
+            sorted.insert(sorted.end(), leaves.begin() + std::ptrdiff_t(b.firstLeaf),
+                          leaves.begin() + std::ptrdiff_t(b.endLeaf));
+        leaves = std::move(sorted);
     }
 
     bool allDifferent(std::vector<Place>& places) {
@@ -311,6 +318,8 @@ private:
         if (!mask.read(in_))
             return false;
         out_.leafMasks.push_back(position);
+        if (out_.wantsOrigins)
+            out_.leafOrigins.push_back(origin);
         ++out_.leafNodes;
         addMemory(sizeof mask, kLeafCells * valueBytes_);
         active_.addLeaf(origin, mask);

@@ -114,6 +114,9 @@ struct VdbTopology {
     std::uint64_t bytesInMemory = 0;
     /// Positions of the leaves' masks in the walked bytes, in the order of the buffers.
     std::vector<std::uint64_t> leafMasks;
+    /// Lowest cells of the leaves in the same order, if asked for before the walk.
+    bool wantsOrigins = false;
+    std::vector<std::array<std::int32_t, 3>> leafOrigins;
 
     bool empty() const { return low[0] > high[0]; }
 };

@@ -9,6 +9,7 @@
 #include "cache/channel_mapping.h"
 #include "cache/external_readers.h"
 #include "cache/frame_data.h"
+#include "cache/prt_group.h"
 #include "cache/vdb_info.h"
 #include "support/memory_file.h"
 
@@ -37,6 +38,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             const auto& proxy = frame.getChannelProxy(c);
             if (proxy.loaded && proxy.storage->cells > 0)
                 proxy.read(proxy.storage->cells / 2);
+        }
+    for (nimbra::NimbraFrameData::PGroup* group : frame.groups)
+        for (int c = 0; c < nimbra::kPrtChannelSlots; ++c) {
+            float out[3];
+            group->getValue(group->count - 1, c, out);
         }
     nimbra::importVdb(file.path(), frame, map, true);
     nimbra::readVdbInfo(file.path());

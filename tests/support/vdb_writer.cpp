@@ -4,6 +4,7 @@
 
 #include <openvdb/io/Stream.h>
 #include <openvdb/openvdb.h>
+#include <openvdb/points/PointAttribute.h>
 #include <openvdb/points/PointConversion.h>
 #include <tbb/global_control.h>
 
@@ -38,14 +39,49 @@ openvdb::GridBase::Ptr makeGrid(const GridSpec& spec) {
     return grid;
 }
 
+template <class Value, class Codec, class Make>
+void addAttribute(openvdb::points::PointDataGrid& grid, const char* name, Make&& make) {
+    namespace pts = openvdb::points;
+    pts::TypedAttributeArray<Value, Codec>::registerType();
+    pts::appendAttribute<Value, Codec>(grid.tree(), name);
+    for (auto leaf = grid.tree().beginLeaf(); leaf; ++leaf) {
+        const pts::AttributeHandle<openvdb::Vec3f> offsets(leaf->constAttributeArray("P"));
+        pts::AttributeWriteHandle<Value> values(leaf->attributeArray(name));
+        for (auto point = leaf->beginIndexOn(); point; ++point)
+            values.set(*point, make(point.getCoord().asVec3d() + offsets.get(*point)));
+    }
+}
+
+template <class Codec, class VelocityCodec>
 openvdb::GridBase::Ptr makePoints(const GridSpec& spec) {
+    namespace pts = openvdb::points;
     std::vector<openvdb::Vec3R> positions;
     for (const VoxelSpec& v : spec.voxels)
         positions.emplace_back(v.at[0], v.at[1], v.at[2]);
+    for (const auto& p : spec.points.at)
+        positions.emplace_back(p[0], p[1], p[2]);
     const auto transform = openvdb::math::Transform::createLinearTransform(1.0);
-    return openvdb::points::createPointDataGrid<openvdb::points::NullCodec,
-                                                openvdb::points::PointDataGrid>(positions,
-                                                                                *transform);
+    const auto grid = pts::createPointDataGrid<Codec, pts::PointDataGrid>(positions, *transform);
+    if (spec.points.at.empty())
+        return grid;
+    addAttribute<openvdb::Vec3f, VelocityCodec>(
+        *grid, "Velocity", [](const openvdb::Vec3d& p) { return openvdb::Vec3f(p * 2.0); });
+    addAttribute<float, pts::NullCodec>(
+        *grid, "Size", [](const openvdb::Vec3d& p) { return static_cast<float>(p.x() + 1); });
+    addAttribute<int, pts::TruncateCodec>(*grid, "Tag", [](const openvdb::Vec3d&) { return 7; });
+    addAttribute<double, pts::NullCodec>(*grid, "Age", [](const openvdb::Vec3d&) { return 2.5; });
+    for (auto leaf = grid->tree().beginLeaf(); leaf; ++leaf)
+        leaf->attributeArray("Age").compact();
+    return grid;
+}
+
+openvdb::GridBase::Ptr makePoints(const GridSpec& spec) {
+    using namespace openvdb::points;
+    if (spec.points.codec == "trnc")
+        return makePoints<TruncateCodec, TruncateCodec>(spec);
+    if (spec.points.codec == "fxpt16")
+        return makePoints<FixedPointCodec<false>, TruncateCodec>(spec);
+    return makePoints<NullCodec, NullCodec>(spec);
 }
 
 openvdb::GridBase::Ptr makeByType(const GridSpec& spec) {

@@ -25,6 +25,15 @@ struct TileSpec {
     double value;
 };
 
+/// Points of a grid of type "points", in its index space. Every point gets a "Velocity" of twice
+/// its position, a "Size" (float) of its x + 1, an "Age" (double) of 2.5 and a "Tag" (int32); "Age"
+/// is stored once for all.
+struct PointsSpec {
+    std::vector<std::array<double, 3>> at{};
+    /// "null", "trnc" or "fxpt16": of positions and velocities (these: "trnc" for "fxpt16").
+    std::string codec = "null";
+};
+
 enum class MapSpec { Scale, Rotated, Frustum };
 
 struct GridSpec {
@@ -33,6 +42,7 @@ struct GridSpec {
     std::string type = "float";
     std::vector<VoxelSpec> voxels{};
     std::vector<TileSpec> tiles{};
+    PointsSpec points{};  // beside those at the middles of `voxels`
     double background = 0;
     std::array<double, 3> scale{1, 1, 1}, origin{0, 0, 0};
     MapSpec map = MapSpec::Scale;
