@@ -1,0 +1,55 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+//
+// Loads a .kol file of any bytes and asks its frame for everything, as far as that stays small.
+#pragma once
+
+#include <string>
+
+#include "cache/frame_data.h"
+#include "cache/prt_group.h"
+
+namespace nimbra::test {
+
+inline void readAllChannels(NimbraFrameData& frame) {
+    // A grid takes what its header states, however little the file holds.
+    constexpr std::int64_t kMostCells = 1 << 18;
+    const std::int64_t cells = voxelCount(frame.gridSize);
+    if (cells < 0 || cells > kMostCells)
+        return;
+    for (int c = -1; c <= kChannelSlots; ++c) {
+        float low = 0, high = 0, first = 0;
+        frame.getChannelRange(c, low, high);
+        const int cell[3] = {0, 0, 0};
+        frame.readChannelRun(cell, c, 1, &first);
+    }
+}
+
+inline void readAllParticles(NimbraFrameData& frame) {
+    constexpr int kMostParticles = 1 << 16;
+    for (NimbraFrameData::PGroup* const group : frame.groups) {
+        if (group->count > kMostParticles)
+            continue;
+        for (int c = 0; c < kPrtChannelSlots; ++c)
+            for (const int i : {0, group->count - 1, group->count}) {
+                unsigned char value[12];
+                group->getValue(i, c, value);
+            }
+        group->findById(7);
+    }
+}
+
+/// The status of the load in full.
+inline int walkKol(const std::string& path) {
+    NimbraFrameData header;
+    header.ImportKol(path, true, true);
+    NimbraFrameData frame;
+    const int status = frame.ImportKol(path, true, false);
+    if (status == kLoadOk) {
+        readAllChannels(frame);
+        readAllParticles(frame);
+    }
+    return status;
+}
+
+}  // namespace nimbra::test
