@@ -8,6 +8,7 @@
 #include <new>
 
 #include "cache/tree_access.h"
+#include "cache/vdb_points.h"
 #include "cache/vdb_tree.h"
 
 namespace nimbra {
@@ -98,6 +99,18 @@ void describeTree(VdbFile& file, const VdbDescriptor& grid, bool values, VdbGrid
     info.readable = true;
 }
 
+void describePoints(VdbFile& file, const VdbDescriptor& grid, VdbGridInfo& info) {
+    VdbGridBytes bytes;
+    VdbPoints points;
+    if (!file.readPoints(grid, bytes, points, info.problem))
+        return;
+    describeTopology(bytes.topology, info);
+    info.points = points.count;
+    for (const VdbPointAttribute& a : points.attributes)
+        info.attributes.emplace_back(printable(a.name), printable(a.type + " " + a.codec));
+    info.problem = "points become a particle group, not a channel";
+}
+
 VdbGridInfo describeGrid(VdbFile& file, const VdbDescriptor& grid, bool values) {
     VdbGridInfo info;
     info.name = printable(grid.label);
@@ -113,6 +126,11 @@ VdbGridInfo describeGrid(VdbFile& file, const VdbDescriptor& grid, bool values) 
     info.components = kind == kVec3fTree || kind == kVec3dTree ? 3 : 1;
     if (kind == kDense) {
         describeByMetadata(head, info);
+        if (isPointsType(grid.treeType)) {
+            info.valueType = "points";
+            describePoints(file, grid, info);
+            return info;
+        }
         info.problem = fmt::format("a grid of type '{}' can't become a channel", info.valueType);
         return info;
     }

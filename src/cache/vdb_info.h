@@ -42,6 +42,10 @@ struct VdbGridInfo {
     std::array<double, 3> min{}, max{}, mean{};
     std::int64_t nanCount = 0, infiniteCount = 0;  // active values with such a component
 
+    /// Points of a points grid, -1 for other types; they become a particle group, not a channel.
+    std::int64_t points = -1;
+    std::vector<std::pair<std::string, std::string>> attributes;  // name, "vec3s trnc" and the like
+
     std::vector<std::pair<std::string, std::string>> metadata;
     bool empty() const { return activeVoxels == 0; }
 };

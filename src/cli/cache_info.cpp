@@ -43,7 +43,16 @@ std::string rangeText(const VdbGridInfo& g) {
     return text;
 }
 
+std::string pointsText(const VdbGridInfo& g) {
+    std::string text = fmt::format("  {:<16} {} points\n", printable(g.name), g.points);
+    for (const auto& [name, type] : g.attributes)
+        text += fmt::format("    {:<20} {}\n", name, type);
+    return text + fmt::format("    size     {} on disk\n", sizeText(g.bytesOnDisk));
+}
+
 std::string gridText(const VdbGridInfo& g) {
+    if (g.points >= 0)
+        return pointsText(g);
     const std::string name = printable(g.name);
     if (!g.readable)
         return fmt::format("  {:<16} {}: not readable: {}\n", name,
@@ -90,6 +99,10 @@ Json metadataJson(const std::vector<std::pair<std::string, std::string>>& metada
 Json gridJson(const VdbGridInfo& g) {
     Json out{
         {"name", g.name}, {"type", g.valueType}, {"class", g.gridClass}, {"readable", g.readable}};
+    if (g.points >= 0) {
+        out["points"] = g.points;
+        out["attributes"] = metadataJson(g.attributes);
+    }
     if (!g.readable) {
         out["problem"] = g.problem;
         return out;

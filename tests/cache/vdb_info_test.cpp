@@ -7,8 +7,8 @@
 #include <cmath>
 #include <limits>
 
-#include "support/vdb_writer.h"
 #include "support/temp_folder.h"
+#include "support/vdb_writer.h"
 
 namespace nimbra {
 namespace {
@@ -93,8 +93,11 @@ TEST(VdbInfo, GridsThatCannotBeDrawn_SayWhy) {
     ASSERT_TRUE(file.readable);
     const VdbGridInfo& points = gridNamed(file, "particles_secondary");
     EXPECT_FALSE(points.readable);
-    EXPECT_NE(points.problem.find("ptdataidx32"), std::string::npos);
+    EXPECT_EQ(points.problem, "points become a particle group, not a channel");
     EXPECT_GT(points.activeVoxels, 0);
+    EXPECT_GE(points.points, points.activeVoxels);
+    ASSERT_EQ(points.attributes.size(), 4u);
+    EXPECT_EQ(points.attributes[1], (std::pair<std::string, std::string>("U", "int32 trnc")));
     EXPECT_TRUE(gridNamed(file, "wave_crest_secondary").readable);
 
     // One byte of one grid is wrong: the others are told all the same.
