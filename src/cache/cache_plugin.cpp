@@ -177,14 +177,16 @@ void NimbraCachePlugin::readSmoothing(double time) {
         TessraPluginParameter* const list = getParameter(name);
         return list ? list->getFloat(channel, time) : 0.0f;
     };
-    frame_->smoothMask = static_cast<std::uint32_t>(rows_.smooth_mask);
+    const auto mask = static_cast<std::uint32_t>(rows_.smooth_mask);
+    float values[kChannelSlots][3] = {};
     for (int c = 0; c < kChannelSlots; ++c) {
-        if (!(frame_->smoothMask & channelBit(c)))
+        if (!(mask & channelBit(c)))
             continue;
-        frame_->smoothThreshold[c] = read("smooth_threshold", c);
-        frame_->smoothSimilarity[c] = read("smooth_similarity", c);
-        frame_->smoothRandomize[c] = read("smooth_randomize", c);
+        values[c][0] = read("smooth_threshold", c);
+        values[c][1] = read("smooth_similarity", c);
+        values[c][2] = read("smooth_randomize", c);
     }
+    frame_->storeSmoothSettings(mask, values[0]);
 }
 
 void NimbraCachePlugin::prepare(double time) {
@@ -251,6 +253,7 @@ void NimbraCachePlugin::loadFrame(std::int64_t ticks, const char* quote) {
     const int emptySize[3] = {roundedSize(rows_.grid_size_x), roundedSize(rows_.grid_size_y),
                               roundedSize(rows_.grid_size_z)};
     constexpr int kWithVoxels = 0;
+    frame_->stop = progress();
     const int status =
         frame_->load(ticks, path_, rows_.blend_method, rows_.TPF, emptySize, rows_.cell_size,
                      rows_.isMayaFluid != 0, rows_.load_nearest == 0, kWithVoxels, rows_.usrchmap);

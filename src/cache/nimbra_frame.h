@@ -10,6 +10,7 @@
 
 #include "cache/frame_data.h"
 #include "foundation/array.h"
+#include "tessra/progress.h"
 
 namespace nimbra {
 
@@ -58,6 +59,8 @@ public:
     float smoothThreshold[kChannelSlots];
     float smoothSimilarity[kChannelSlots];
     float smoothRandomize[kChannelSlots];
+    /// Asked by long passes whether the user wants to stop; may be null.
+    TessUtils::ProgressCallback* stop = nullptr;
     /// Frames of the last blend, one reference each.
     NimbraFrameData* blendFrom = nullptr;
     NimbraFrameData* blendTo = nullptr;
@@ -97,6 +100,10 @@ public:
     static int lookUp(NimbraFrameData*& slot, std::int64_t frame, const std::string& pattern,
                       const std::string& channelMap, bool exactOnly, bool noRetry, bool releaseOld,
                       bool isPrivate, bool headerOnly);
+
+    /// Sets smoothMask and, for the channels of its bits, threshold, similarity and randomize:
+    /// values[3 * channel] and the two behind it. The other channels keep theirs.
+    void storeSmoothSettings(std::uint32_t mask, const float* values);
 
     /// Gives the references of blendFrom, blendTo and data back.
     void releaseFrames();

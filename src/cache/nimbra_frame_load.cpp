@@ -14,6 +14,7 @@
 #include "cache/enum_files.h"
 #include "cache/file_patterns.h"
 #include "cache/nimbra_frame.h"
+#include "cache/smooth_frame.h"
 #include "foundation/log.h"
 
 namespace nimbra {
@@ -176,6 +177,9 @@ int NimbraFrame::loadWhole(const Request& request, std::int64_t frame) {
     const bool isPrivate = smoothMask != 0;
     const int status = lookUp(data, frame, request.path, request.channelMap, request.exactOnly,
                               false, true, isPrivate, request.headerOnly);
+    // A private frame is never shared, so that it is fresh here.
+    if (status == kLoadOk && isPrivate)
+        smoothFrame(*this, stop);
     sourceData = data;
     if (status != kLoadOk)
         return status;

@@ -131,6 +131,22 @@ TEST_F(FrameLoad, HoldersShareByPathMappingAndTime) {
     EXPECT_EQ(NimbraFrame::frameDataArray.size, 3);
 }
 
+TEST_F(FrameLoad, SmoothedChannels_AreSmoothedOnceAndNotShared) {
+    write(1, 1);
+    NimbraFrame plain, noisy;
+    float values[kChannelSlots][3] = {};
+    values[2][2] = 0.5f;
+    noisy.storeSmoothSettings(channelBit(2), values[0]);
+    load(plain, 1000, {pattern()});
+    EXPECT_EQ(load(noisy, 1000, {pattern()}), kFrameLoaded);
+    const float factor = smoke(noisy);
+    EXPECT_NE(factor, 1);
+    EXPECT_NEAR(factor, 1, 0.25);
+    EXPECT_EQ(smoke(plain), 1);
+    EXPECT_EQ(load(noisy, 1000, {pattern()}), kFrameUnchanged);
+    EXPECT_EQ(smoke(noisy), factor);
+}
+
 TEST_F(FrameLoad, ReplacedFile_IsReadAgain) {
     const std::string file = write(1, 1);
     NimbraFrame a, b;
