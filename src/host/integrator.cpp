@@ -72,6 +72,9 @@ private:
     Basis basis_;
 };
 
+/// Mirrors that a path may meet one after the other; the next shows what lies behind everything.
+constexpr int kMostMirrors = 8;
+
 Color oneMinus(const Color& c) {
     return {1 - c.r, 1 - c.g, 1 - c.b};
 }
@@ -83,8 +86,8 @@ bool isBlack(const Color& c) {
 }  // namespace
 
 Integrator::Integrator(const TraceScene& scene, int threadCount) : scene_(scene) {
-    // A path nests once for each indirect bounce, and its shadow ray once more.
-    const int levels = std::max(scene.settings.giBounces, 0) + 3;
+    // A path nests once for each indirect bounce and each mirror, and its shadow ray once more.
+    const int levels = std::max(scene.settings.giBounces, 0) + kMostMirrors + 3;
     for (int i = 0; i < threadCount; ++i)
         threads_.push_back(std::make_unique<Thread>(i, levels, scene, *this));
 }
@@ -178,21 +181,83 @@ void Integrator::shadeSurface(ShadingContext& context, const SurfaceHit& hit, Pa
     if (object.material)
         surface = object.material->evaluate(textureContext(context, hit));
     Color light = surface.emission;
-    if (!isBlack(surface.diffuse) && !isBlack(surface.opacity)) {
-        const bool front = dot(hit.geometricNormal, context.ray.dir) < 0;
-        const Vector geometric = front ? hit.geometricNormal : -hit.geometricNormal;
-        ShadeData data;
-        data.normal = front ? hit.normal : -hit.normal;
-        data.position = hit.position + toPoint(geometric) * hit.offset();
-        data.importance = value.transmittance * surface.opacity;
-        data.transparency = oneMinus(surface.opacity);
-        data.object = object.identity;
-        DiffuseBRDF brdf(surface.diffuse, data.normal, geometric);
+    if (!isBlack(surface.opacity))
+        light += surfaceLight(context, hit, surface, value.transmittance * surface.opacity);
+    value.color += value.transmittance * surface.opacity * light;
+    value.transmittance *= oneMinus(surface.opacity);
+}
+
+/// What a surface scatters and mirrors towards the context's ray.
+Color Integrator::surfaceLight(ShadingContext& context, const SurfaceHit& hit,
+                               const SurfaceProperties& surface, const Color& importance) {
+    const bool front = dot(hit.geometricNormal, context.ray.dir) < 0;
+    const Vector geometric = front ? hit.geometricNormal : -hit.geometricNormal;
+    ShadeData data;
+    data.normal = front ? hit.normal : -hit.normal;
+    data.position = hit.position + toPoint(geometric) * hit.offset();
+    data.importance = importance;
+    data.transparency = oneMinus(surface.opacity);
+    data.object = scene_.objects[static_cast<std::size_t>(hit.object)].identity;
+
+    Color light, diffuse = surface.diffuse;
+    if (!isBlack(surface.reflection)) {
+        const Vector toEye = -context.ray.dir;
+        GlossyBRDF brdf(surface.reflection, surface.ior, surface.roughness, data.normal, geometric,
+                        toEye);
+        light += reflectedLight(context, data, surface, brdf);
+        // What is mirrored doesn't get inside.
+        const float share = fresnelDielectric(dot(data.normal, toEye), surface.ior);
+        diffuse *= oneMinus(surface.reflection * share);
+    }
+    if (!isBlack(diffuse)) {
+        DiffuseBRDF brdf(diffuse, data.normal, geometric);
         illuminate(context, data, brdf);
         light += data.sums.direct + data.sums.gi;
     }
-    value.color += value.transmittance * surface.opacity * light;
-    value.transmittance *= oneMinus(surface.opacity);
+    return light;
+}
+
+/// Mirrored rays find surfaces, volumes and what is seen behind them; other lights are asked.
+Color Integrator::reflectedLight(ShadingContext& context, ShadeData data,
+                                 const SurfaceProperties& surface, GlossyBRDF& brdf) {
+    Color light = mirroredLight(context, data, brdf) * surface.reflection;
+    if (surface.roughness > 0 && !scene_.unseenLights.empty()) {
+        data.onlyLights = &scene_.unseenLights;
+        data.flags |= TessUtils::kShadeNotInGI;
+        illuminate(context, data, brdf);
+        light += data.sums.direct;
+    }
+    return light;
+}
+
+Color Integrator::mirroredLight(ShadingContext& context, const ShadeData& data, GlossyBRDF& brdf) {
+    const TraceRay& asker = context.ray;
+    const float u[2] = {context.sampler->next(), context.sampler->next()};
+    float weight = 0;
+    TraceRay ray;
+    ray.p = data.position;
+    ray.dir = brdf.sampleDirection(asker, u, weight);
+    if (!(weight > 0))
+        return {};
+    ray.time = asker.time;
+    ray.flags = TessUtils::kRayPath | TessUtils::kRayReflection |
+                (asker.flags & (TessUtils::kRayGI | TessUtils::kRayLightCachePass));
+    ray.depth = asker.depth + 1;
+    ray.diffuseLevel = asker.diffuseLevel;
+    ray.origin = data.object;
+
+    PathValue found;
+    Nested nested(*threads_[static_cast<std::size_t>(context.threadIndex)]);
+    TraceContext* inner = asker.depth < scene_.settings.rayDepth ? nested.context() : nullptr;
+    if (inner) {
+        inner->sampler = context.sampler;
+        inner->screenX = context.screenX;
+        inner->screenY = context.screenY;
+        inner->giRayLimit = context.giRayLimit;
+        inner->ray = ray;
+        found = trace(*inner);
+    }
+    return (found.color + found.transmittance * scene_.background(ray.dir).color) * weight;
 }
 
 Color Integrator::surfaceTransparency(ShadingContext& context, const SurfaceHit& hit) {

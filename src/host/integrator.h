@@ -8,6 +8,7 @@
 #include <memory>
 #include <vector>
 
+#include "host/glossy.h"
 #include "host/trace_scene.h"
 #include "tessra/shading.h"
 
@@ -57,6 +58,13 @@ private:
     void traceVolumes(TessUtils::ShadingContext& context, double from, double to, PathValue& value);
     /// Adds a surface's light and takes its opacity off; false where it let nothing change.
     void shadeSurface(TessUtils::ShadingContext& context, const SurfaceHit& hit, PathValue& value);
+    TessUtils::Color surfaceLight(TessUtils::ShadingContext& context, const SurfaceHit& hit,
+                                  const SurfaceProperties& surface,
+                                  const TessUtils::Color& importance);
+    TessUtils::Color reflectedLight(TessUtils::ShadingContext& context, TessUtils::ShadeData data,
+                                    const SurfaceProperties& surface, GlossyBRDF& brdf);
+    TessUtils::Color mirroredLight(TessUtils::ShadingContext& context,
+                                   const TessUtils::ShadeData& data, GlossyBRDF& brdf);
     TessUtils::Color surfaceTransparency(TessUtils::ShadingContext& context, const SurfaceHit& hit);
     TessUtils::Color surfaceVisibility(TessUtils::ShadingContext& context);
     TessUtils::TextureContext textureContext(const TessUtils::ShadingContext& context,

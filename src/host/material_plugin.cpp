@@ -14,7 +14,7 @@ HostPluginInfo MaterialPlugin::info() {
     return {"TessraMaterial",
             0x4E425002,
             HostCategory::Material,
-            "Diffuse surface that may glow and let light through",
+            "Diffuse surface that may mirror, glow and let light through",
             {kHostMaterial}};
 }
 
@@ -26,6 +26,12 @@ void MaterialPlugin::defineParameters(TessUtils::TessraParameterListDesc& t) {
     t.addParamFloat("emission_scale", 1, -1, "factor of the emission", "minValue=(0)");
     t.addParamTextureFloat("opacity", &one, -1,
                            "0 lets everything through, for shadows as well, 1 nothing");
+    t.addParamTexture("reflection", &black, -1,
+                      "colour of mirrored light; how much of it there is depends on the angle");
+    t.addParamFloat("reflection_ior", 1.5f, -1, "refractive index (water 1.33, glass 1.5)",
+                    "minValue=(1), maxValue=(10)");
+    t.addParamFloat("reflection_roughness", 0, -1, "0 a clear mirror, 1 a blurred one",
+                    "minValue=(0), maxValue=(1)");
 }
 
 MaterialPlugin::MaterialPlugin(TessUtils::TessraPluginDesc* desc) : TessraPlugin(desc) {
@@ -33,6 +39,9 @@ MaterialPlugin::MaterialPlugin(TessUtils::TessraPluginDesc* desc) : TessraPlugin
     paramList->setParamCache("emission", &emission_);
     paramList->setParamCache("emission_scale", &emissionScale_);
     paramList->setParamCache("opacity", &opacity_);
+    paramList->setParamCache("reflection", &reflection_);
+    paramList->setParamCache("reflection_ior", &ior_);
+    paramList->setParamCache("reflection_roughness", &roughness_);
 }
 
 PluginInterface* MaterialPlugin::getInterface(InterfaceID id) {
@@ -46,6 +55,10 @@ SurfaceProperties MaterialPlugin::evaluate(const TextureContext& context) const 
     if (emission_)
         s.emission = emission_->getTexColor(context).color * emissionScale_;
     s.opacity = opacity(context);
+    if (reflection_)
+        s.reflection = reflection_->getTexColor(context).color;
+    s.ior = std::max(ior_, 1.0f);
+    s.roughness = std::clamp(roughness_, 0.0f, 1.0f);
     return s;
 }
 

@@ -14,6 +14,9 @@ struct SurfaceProperties {
     TessUtils::Color diffuse{0.5f, 0.5f, 0.5f};  // share of the light that is scattered
     TessUtils::Color emission;                   // radiance, whatever the light
     TessUtils::Color opacity{1, 1, 1};           // the rest lets pass what lies behind
+    TessUtils::Color reflection;                 // mirrored, times the share for the angle
+    float ior = 1.5f;                            // makes up that share
+    float roughness = 0;                         // of the mirror
 };
 
 class MaterialPlugin final : public TessUtils::TessraPlugin {
@@ -34,7 +37,8 @@ private:
     TessUtils::TextureInterface* diffuse_ = nullptr;
     TessUtils::TextureInterface* emission_ = nullptr;
     TessUtils::TextureFloatInterface* opacity_ = nullptr;
-    float emissionScale_ = 1;
+    TessUtils::TextureInterface* reflection_ = nullptr;
+    float emissionScale_ = 1, ior_ = 1.5f, roughness_ = 0;
 };
 
 }  // namespace nimbra::host

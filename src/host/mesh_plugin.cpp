@@ -60,6 +60,13 @@ void MeshPlugin::defineParameters(TessUtils::TessraParameterListDesc& t) {
                "edges or diameters of a shape in scene units; 1 1 1 if unset");
     t.addParamInt("segments", 64, -1, "pieces of a sphere's equator",
                   "minValue=(8), maxValue=(4096)");
+    t.addParamInt("cells", 1, -1, "pieces of a plane's edges", "minValue=(1), maxValue=(4096)");
+    t.addParamTexture("displacement", nullptr, -1, "moves the points, fixed within a frame");
+    t.addParamInt("displacement_type", 0, -1,
+                  "along the normal by the texture's red, or in the world by (2 red - 1, 2 green - "
+                  "1, blue)",
+                  "enum=(0:Height;1:Vector)");
+    t.addParamFloat("displacement_amount", 1, -1, "factor of the movement");
     definePlaceParameters(t, "surface; grey if unset");
 }
 
@@ -67,6 +74,10 @@ MeshPlugin::MeshPlugin(TessUtils::TessraPluginDesc* desc) : PlacedPlugin(desc) {
     paramList->setParamCache("shape", &shape_);
     paramList->setParamCache("file", &file_);
     paramList->setParamCache("segments", &segments_);
+    paramList->setParamCache("cells", &cells_);
+    paramList->setParamCache("displacement", &displacement_.texture);
+    paramList->setParamCache("displacement_type", &displacement_.type);
+    paramList->setParamCache("displacement_amount", &displacement_.amount);
 }
 
 PluginInterface* MeshPlugin::getInterface(InterfaceID id) {
@@ -77,12 +88,12 @@ PluginInterface* MeshPlugin::getInterface(InterfaceID id) {
 
 void MeshPlugin::updateMesh(double time) {
     const Vector size = readVector(*paramList, "size", time, {1, 1, 1});
-    const Recipe wanted{shape_, segments_, file_, size};
+    const Recipe wanted{shape_, segments_, cells_, file_, size};
     if (wanted == made_)
         return;
     switch (static_cast<MeshShape>(shape_)) {
         case MeshShape::Plane:
-            mesh_ = planeMesh(size);
+            mesh_ = planeMesh(size, cells_);
             break;
         case MeshShape::Box:
             mesh_ = boxMesh(size);
@@ -105,6 +116,10 @@ void MeshPlugin::updateMesh(double time) {
 void MeshPlugin::frameBegin(TessUtils::TessraRenderer* renderer) {
     PlacedPlugin::frameBegin(renderer);
     updateMesh(renderer->getFrameData().t);
+    displaced_ = {};
+    if (displacement_.texture)
+        displaced_ =
+            displaceMesh(mesh_, place(0), displacement_, renderer->getSequenceData().progress);
 }
 
 // --- Copies --------------------------------------------------------------------------------------

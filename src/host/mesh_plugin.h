@@ -5,6 +5,7 @@
 // "TessraInstance", a further copy of one.
 #pragma once
 
+#include "host/displacement.h"
 #include "host/host_plugin.h"
 #include "tessra/geometry.h"
 #include "tessra/renderer.h"
@@ -46,8 +47,8 @@ public:
 
     Plugin* getPlugin() override { return this; }
     PluginInterface* getInterface(InterfaceID id) override;
-    /// Reads or makes the mesh anew where its settings changed. Throws std::runtime_error with what
-    /// is wrong with the file.
+    /// Reads or makes the mesh anew where its settings changed, and displaces it. Throws
+    /// std::runtime_error with what is wrong with the file.
     void frameBegin(TessUtils::TessraRenderer* renderer) override;
 
     /// Null: the tracer takes the mesh itself.
@@ -56,24 +57,28 @@ public:
     }
     void deleteInstance(TessUtils::StaticGeomInstance*) override {}
     const TessUtils::TriangleMesh* getStaticMesh(TessUtils::TessraRenderer*) override {
-        return &mesh_;
+        return getMesh();
     }
-    const TessUtils::TriangleMesh* getMesh() const { return &mesh_; }
+    /// As it is shown: displaced.
+    const TessUtils::TriangleMesh* getMesh() const {
+        return displacement_.texture ? &displaced_ : &mesh_;
+    }
 
 private:
     /// What a mesh is made from.
     struct Recipe {
-        int shape, segments;
+        int shape, segments, cells;
         std::string file;
         TessUtils::Vector size;
         bool operator==(const Recipe&) const = default;
     };
     void updateMesh(double time);
 
-    int shape_ = 0, segments_ = 64;
+    int shape_ = 0, segments_ = 64, cells_ = 1;
     TessUtils::CharString file_;
-    TessUtils::TriangleMesh mesh_;
-    Recipe made_{-1, 0, "", {}};  // of mesh_
+    Displacement displacement_;
+    TessUtils::TriangleMesh mesh_, displaced_;
+    Recipe made_{-1, 0, 0, "", {}};  // of mesh_
 };
 
 class InstancePlugin final : public PlacedPlugin {

@@ -27,9 +27,24 @@ void addQuad(TriangleMesh& mesh, const Vector& origin, const Vector& a, const Ve
 
 }  // namespace
 
-TriangleMesh planeMesh(const Vector& size) {
+TriangleMesh planeMesh(const Vector& size, int cells) {
     TriangleMesh mesh;
-    addQuad(mesh, {-size.x / 2, 0, size.z / 2}, {size.x, 0, 0}, {0, 0, -size.z});
+    const auto pieces = static_cast<std::uint32_t>(std::clamp(cells, 1, kMostCells));
+    const std::size_t row = pieces + 1;
+    mesh.positions.reserve(row * row);
+    mesh.uvw.reserve(row * row);
+    mesh.indices.reserve(std::size_t{6} * pieces * pieces);
+    for (std::uint32_t j = 0; j <= pieces; ++j)
+        for (std::uint32_t i = 0; i <= pieces; ++i) {
+            const Vector uvw{float(i) / float(pieces), float(j) / float(pieces), 0};
+            mesh.positions.push_back({size.x * (uvw.x - 0.5f), 0, size.z * (0.5f - uvw.y)});
+            mesh.uvw.push_back(uvw);
+        }
+    for (std::uint32_t j = 0; j < pieces; ++j)
+        for (std::uint32_t i = 0; i < pieces; ++i) {
+            const std::uint32_t a = j * (pieces + 1) + i, b = a + pieces + 1;
+            mesh.indices.insert(mesh.indices.end(), {a, a + 1, b + 1, a, b + 1, b});
+        }
     return mesh;
 }
 

@@ -87,6 +87,7 @@ void PathTracer::State::clear() {
     scene.lights.clear();
     scene.lightOf.clear();
     scene.backgrounds.clear();
+    scene.unseenLights.clear();
     for (auto& camera : scene.cameras)
         camera.reset();
     for (const auto& [source, instance] : instances)
@@ -161,8 +162,12 @@ void PathTracer::State::gatherLights(Scene& plugins) {
             continue;
         scene.lights.push_back(light);
         scene.lightOf.emplace(plugin, light);
-        if (const auto* own = dynamic_cast<const LightPlugin*>(plugin))
+        TessUtils::Color seen;
+        const auto* own = dynamic_cast<const LightPlugin*>(plugin);
+        if (own)
             scene.backgrounds.push_back(own);
+        if (!own || !own->background({0, 1, 0}, seen))
+            scene.unseenLights.push_back(plugin);
     }
     if (scene.lights.empty())
         log.warning("the scene has no lights");

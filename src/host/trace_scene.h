@@ -35,6 +35,7 @@ struct TraceScene {
     /// The lights by the plug-in that a list names.
     std::unordered_map<const PluginBase*, TessUtils::LightInterface*> lightOf;
     std::vector<const LightPlugin*> backgrounds;  // lights that may be seen behind everything
+    std::vector<PluginBase*> unseenLights;        // those that no ray can meet
 
     const CameraModel& camera() const { return *cameras[0]; }
     /// Light from where no surface is, and its alpha.

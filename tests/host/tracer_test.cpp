@@ -41,6 +41,33 @@ protected:
     }
 };
 
+// --- Mirrors -------------------------------------------------------------------------------------
+
+TEST_F(Tracer, Mirror_ShowsTheSkyByItsFresnelShareAndDimsWhatIsBelow) {
+    const std::string sky =
+        R"("sky": {"plugin": "TessraLightSky", "color": [1, 2, 4], "visible": true})";
+    const std::string mirror = R"("floor": {"plugin": "TessraMesh", "shape": "Plane",
+        "size": [50, 1, 50], "material": "@m"},
+        "m": {"plugin": "TessraMaterial", "diffuse": 0, "reflection": [1, 0.5, 0]})";
+    expectColor(centreOf(all({kDown, mirror, sky})), {0.04f, 0.04f, 0}, 1e-4f);
+    // An even sky of 1 over a white surface: what isn't mirrored is scattered.
+    const std::string white = R"("floor": {"plugin": "TessraMesh", "shape": "Plane",
+        "size": [50, 1, 50], "material": "@m"}, "sky": {"plugin": "TessraLightSky",
+        "visible": true}, "m": {"plugin": "TessraMaterial", "diffuse": 1, "reflection": 1})";
+    expectColor(centreOf(all({kDown, white})), {1, 1, 1}, 1e-4f);
+}
+
+TEST_F(Tracer, FacingMirrors_EndWithWhatLiesBehind) {
+    const std::string walls = R"("a": {"plugin": "TessraMesh", "shape": "Plane",
+        "size": [500, 1, 500], "material": "@m"},
+        "b": {"plugin": "TessraMesh", "shape": "Plane", "size": [500, 1, 500], "material": "@m",
+        "transform": {"translate": [0, 12, 0]}},
+        "m": {"plugin": "TessraMaterial", "diffuse": 0, "reflection": 1, "reflection_ior": 10})";
+    const Color c = centreOf(all({kDown, walls}), R"("background": [1, 1, 1], "ray_depth": 3)");
+    const float share = 81.0f / 121;
+    EXPECT_NEAR(c.r, std::pow(share, 4.0f), 1e-3f);
+}
+
 // --- Direct light --------------------------------------------------------------------------------
 
 TEST_F(Tracer, PointLight_FallsOffWithSquareAndCosine) {
