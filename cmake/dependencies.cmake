@@ -27,6 +27,12 @@ target_link_libraries(nimbra_openvdb INTERFACE ${OPENVDB_LIBRARY} TBB::tbb Imath
 # program would keep copies of some of them, and the library would then find its own unset.
 target_compile_options(nimbra_openvdb INTERFACE -fvisibility=default -fno-visibility-inlines-hidden)
 
+find_path(HDF5_INCLUDE hdf5.h PATH_SUFFIXES hdf5/serial REQUIRED)
+find_library(HDF5_LIBRARY NAMES hdf5_serial hdf5 REQUIRED)
+add_library(nimbra_hdf5 INTERFACE)
+target_include_directories(nimbra_hdf5 SYSTEM INTERFACE ${HDF5_INCLUDE})
+target_link_libraries(nimbra_hdf5 INTERFACE ${HDF5_LIBRARY})
+
 if(NIMBRA_TESTS)
   find_package(GTest REQUIRED)
 endif()

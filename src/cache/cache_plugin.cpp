@@ -110,6 +110,7 @@ ProgressCallback* NimbraCachePlugin::progress() const {
 void NimbraCachePlugin::preRenderBegin(TessraRenderer* renderer) {
     renderer_ = renderer;
     channelMapPattern_.clear();
+    saidWarning_.clear();
     const unsigned ready =
         loadExternalCacheReaders(kField3dReader | kOpenVdbReader, nullptr, kHostWord, kHostVersion);
     reportMissingReaders(ready, progress());
@@ -271,6 +272,12 @@ void NimbraCachePlugin::loadFrame(std::int64_t ticks, const char* quote) {
     if (data) {
         log->printInfo("[NimbraCachePlugin] Frame data %d successfully loaded from %s%s%s.\n",
                        saturated(ticks), quote, path_.c_str(), quote);
+        // The same of every frame of a sequence is said once.
+        const std::string& warning = lastImportWarning();
+        if (!warning.empty() && warning != saidWarning_)
+            log->printWarning("[NimbraCachePlugin] %s: %s\n", path_.c_str(), warning.c_str());
+        if (!warning.empty())
+            saidWarning_ = warning;
         return;
     }
     log->printInfo("[NimbraCachePlugin] Frame data %d can't be loaded from %s%s%s.\n",

@@ -104,6 +104,8 @@ private:
     std::string path_;
     /// Sequence whose channels were looked up in this render, and the mapping that came out.
     std::string channelMapPattern_, foundChannelMap_;
+    /// The last warning of an import in this render.
+    std::string saidWarning_;
 };
 
 }  // namespace nimbra

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstdio>
 #include <mutex>
+#include <utility>
 
 #include "cache/frame_data.h"
 #include "cache/vdb_tree.h"
@@ -97,7 +98,7 @@ const Field3dReader* field3dReader() {
 }
 
 namespace {
-thread_local std::string importProblem;
+thread_local std::string importProblem, importWarning;
 }  // namespace
 
 const std::string& lastImportProblem() {
@@ -106,6 +107,11 @@ const std::string& lastImportProblem() {
 
 void setImportProblem(const std::string& problem) {
     importProblem = problem;
+    importWarning.clear();
+}
+
+const std::string& lastImportWarning() {
+    return importWarning;
 }
 
 int importF3D(const std::string& path, NimbraFrameData& frame, const std::string& channelMap,
@@ -124,15 +130,26 @@ int importF3D(const std::string& path, NimbraFrameData& frame, const std::string
     }
     const int status = reader->ImportFrameF3D(path.c_str(), &frame, headerOnly, mappings.data(),
                                               static_cast<int>(mappings.size()));
-    setImportProblem(status == kLoadOk ? "" : path + ": can't be read");
-    if (status == kLoadOk)
+    const std::string message = std::exchange(frame.description, {});
+    if (status == kLoadOk) {
+        setImportProblem("");
+        importWarning = message;
         finishImport(frame);
+        return kLoadOk;
+    }
+    setImportProblem(path + ": " + (message.empty() ? "can't be read" : message));
+    NMBUtils::logLine("Can't import %s\n", lastImportProblem().c_str());
+    frame.resetHeader(headerOnly);
     return status;
 }
 
 bool availableF3dChannels(const std::string& path, std::vector<CacheIO::AvailableChannels>& list) {
     const Field3dReader* const reader = field3dReader();
-    return reader && reader->GetAvailableChannels(path.c_str(), &list) != 0;
+    if (reader && reader->GetAvailableChannels(path.c_str(), &list) != 0)
+        return true;
+    setImportProblem(path +
+                     (reader ? ": can't be read" : ": there is no reader for Field3D files"));
+    return false;
 }
 
 void finishImport(NimbraFrameData& frame) {

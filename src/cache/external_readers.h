@@ -35,7 +35,8 @@ struct Field3dReader {
     int (*Initialize)();
     void (*SetThreadManager)(TessUtils::ThreadManager* manager);
     void (*ReleaseThreadManager)(TessUtils::ThreadManager* manager);
-    /// As importF3D; `frame` is as resetHeader leaves it.
+    /// As importF3D; `frame` is as resetHeader leaves it. Its `description` comes back with the
+    /// reason of a failure, or with the warning after a success; the caller takes it away.
     int (*ImportFrameF3D)(const char* path, NimbraFrameData* frame, int headerOnly,
                           const CacheIO::GridMapping* mappings, int mappingCount);
     /// As availableF3dChannels, 0 for false.
@@ -60,7 +61,10 @@ bool availableF3dChannels(const std::string& path, std::vector<CacheIO::Availabl
 
 /// Why the last import on this thread failed, in words for the user; empty after a success.
 const std::string& lastImportProblem();
+/// Clears the warning too.
 void setImportProblem(const std::string& problem);
+/// What the last import on this thread left out or changed; empty when nothing.
+const std::string& lastImportWarning();
 
 /// What every import ends with: no stored grid, and velocities all three or none.
 void finishImport(NimbraFrameData& frame);

@@ -27,6 +27,8 @@ public:
     /// Fills the whole span from that offset; false (and `problem`) when the file ends before, as
     /// it does when it is cut while it is read. Moves no position: any thread.
     bool readAt(std::uint64_t offset, std::span<std::byte> out);
+    /// For handing the file to another process; -1 when none is open.
+    int descriptor() const { return descriptor_; }
     const std::string& problem() const { return problem_; }
     /// The system's number for why it couldn't be opened, 0 when it is only of the wrong kind.
     int error() const { return error_; }

@@ -63,10 +63,10 @@ std::string stemOf(const std::string& pattern) {
 ViewInput findInput(const ViewCommand& o) {
     if (isOneFile(o.input) && o.render.frames.empty())
         return {absolutePath(o.input), o.input, fs::path(o.input).stem().string(), {1}};
-    const auto sequence = findSequence(o.input, {".vdb"});
+    const auto sequence = findSequence(o.input, {".vdb", ".f3d"});
     if (!sequence)
         throw std::runtime_error(fmt::format(
-            "'{}': no such cache; give a .vdb file, a folder with some, or a pattern like "
+            "'{}': no such cache; give a .vdb or .f3d file, a folder with some, or a pattern like "
             "smoke_####.vdb",
             o.input));
     if (sequence->frames.empty())
@@ -118,15 +118,36 @@ ViewScene makeScene(const ViewCommand& o, const ViewInput& in, const ViewLook& l
     return scene;
 }
 
+/// What a file holds; nothing with a problem.
+std::vector<GridSummary> readSummaries(const std::string& path, std::string& problem) {
+    std::vector<GridSummary> grids;
+    bool readable = false;
+    if (fs::path(path).extension() == ".f3d") {
+        const F3dFileInfo file = readF3dInfo(path);
+        grids = summarize(file);
+        readable = file.readable;
+        problem = file.problem;
+    } else {
+        const VdbFileInfo file = readVdbInfo(path);
+        grids = summarize(file);
+        readable = file.readable;
+        problem = file.problem;
+    }
+    if (readable || !grids.empty())
+        problem.clear();
+    return grids;
+}
+
 int showCache(ViewCommand& o, Console& console) {
     const ViewInput in = findInput(o);
-    const VdbFileInfo file = readVdbInfo(in.sample);
-    if (!file.readable && file.grids.empty()) {
-        console.log().error(fmt::format("{}: {}", in.sample, file.problem));
+    std::string problem;
+    const std::vector<GridSummary> grids = readSummaries(in.sample, problem);
+    if (!problem.empty()) {
+        console.log().error(fmt::format("{}: {}", in.sample, problem));
         return kExitInput;
     }
     o.wishes.upAxis = upAxisNamed(o.up);
-    const ViewLook look = chooseLook(summarize(file), o.wishes);
+    const ViewLook look = chooseLook(grids, o.wishes);
     if (look.subject == Subject::Nothing) {
         console.log().error(fmt::format("{}: {}", in.sample, look.explanation));
         return kExitInput;
@@ -175,7 +196,8 @@ void addViewCommand(CLI::App& app, int& exitCode) {
     CLI::App* command = app.add_subcommand(
         "view", "Show a cache: camera, light, mapping and colours are chosen from what it holds");
     command
-        ->add_option("cache", o->input, "A .vdb file, a folder, or a pattern like smoke_####.vdb")
+        ->add_option("cache", o->input,
+                     "A .vdb or .f3d file, a folder, or a pattern like smoke_####.vdb")
         ->required();
     command->add_option("--map", o->wishes.mapping,
                         "Channel mapping in place of the chosen one, like '2,density;1,heat;'");

@@ -40,4 +40,35 @@ std::vector<GridSummary> summarize(const VdbFileInfo& file) {
     return grids;
 }
 
+namespace {
+
+// Dense formats know no active voxels: those that aren't 0 stand for them.
+GridSummary summaryOf(const F3dLayerInfo& l) {
+    GridSummary s;
+    s.name = l.name;
+    s.kind = l.components == 3 ? GridSummary::Kind::Vector : GridSummary::Kind::Scalar;
+    s.readable = l.mappable;
+    s.problem = l.problem;
+    for (int a = 0; a < 3; ++a) {
+        s.low[a] = static_cast<int>(l.nonzeroLow[a]);
+        s.high[a] = static_cast<int>(l.nonzeroHigh[a]);
+    }
+    s.activeVoxels = l.nonzeroVoxels;
+    s.min = *std::min_element(l.min.begin(), l.min.begin() + l.components);
+    s.max = *std::max_element(l.max.begin(), l.max.begin() + l.components);
+    s.mean = l.nonzeroMean[0];
+    s.meanVector = l.nonzeroMean;
+    s.toWorld = l.toWorld;
+    return s;
+}
+
+}  // namespace
+
+std::vector<GridSummary> summarize(const F3dFileInfo& file) {
+    std::vector<GridSummary> grids;
+    for (const F3dLayerInfo& l : file.layers)
+        grids.push_back(summaryOf(l));
+    return grids;
+}
+
 }  // namespace nimbra::cli

@@ -6,10 +6,12 @@
 
 #include "cache/vdb_info.h"
 #include "cli/view_look.h"
+#include "field3d/f3d_info.h"
 
 namespace nimbra::cli {
 
 /// What the choice of a look needs to know of a file's grids.
 std::vector<GridSummary> summarize(const VdbFileInfo& file);
+std::vector<GridSummary> summarize(const F3dFileInfo& file);
 
 }  // namespace nimbra::cli

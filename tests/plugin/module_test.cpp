@@ -6,18 +6,21 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <new>
 #include <string>
 #include <vector>
 
+#include "support/temp_folder.h"
 #include "tessra/allocator.h"
 #include "tessra/plugin_base.h"
 
+namespace nimbra {
 namespace {
 
 struct Module {
-    Module() : handle(dlopen(NIMBRA_MODULE, RTLD_NOW | RTLD_LOCAL)) {
+    explicit Module(const char* path) : handle(dlopen(path, RTLD_NOW | RTLD_LOCAL)) {
         if (handle)
             getLibDesc = reinterpret_cast<GetLibDescFunc>(dlsym(handle, "getLibDesc"));
     }
@@ -26,7 +29,7 @@ struct Module {
 };
 
 Module& module() {
-    static Module loaded;
+    static Module loaded(NIMBRA_MODULE);
     return loaded;
 }
 
@@ -50,20 +53,35 @@ struct Find : EnumPluginCallback {
     PluginDesc* found = nullptr;
 };
 
+std::vector<std::string> exportsOf(const std::string& library) {
+    return outputOf("nm -D --defined-only --format=just-symbols '" + library + "' | sort");
+}
+
 TEST(Module, Exports_GetLibDescAlone) {
-    const std::vector<std::string> symbols =
-        outputOf("nm -D --defined-only --format=just-symbols '" NIMBRA_MODULE "'");
-    EXPECT_EQ(symbols, std::vector<std::string>{"getLibDesc\n"});
+    EXPECT_EQ(exportsOf(NIMBRA_MODULE), std::vector<std::string>{"getLibDesc\n"});
+}
+
+TEST(Module, Reader_ExportsItsFiveFunctions) {
+    const std::vector<std::string> five = {"GetAvailableChannels\n", "ImportFrameF3D\n",
+                                           "Initialize\n", "ReleaseThreadManager\n",
+                                           "SetThreadManager\n"};
+    EXPECT_EQ(exportsOf(NIMBRA_READER), five);
 }
 
 TEST(Module, Entry_SaysWhichReaderIsMissingEachTime) {
+    // The reader lies beside the module, but not beside a copy of it.
+    const test::TempFolder folder;
+    const std::string copy = folder / "alone.so";
+    std::filesystem::copy_file(NIMBRA_MODULE, copy);
+    const Module alone(copy.c_str());
     ASSERT_NE(module().getLibDesc, nullptr) << dlerror();
-    for (int call = 0; call < 2; ++call) {
+    ASSERT_NE(alone.getLibDesc, nullptr) << dlerror();
+    for (const bool complete : {true, false, true, false}) {
         testing::internal::CaptureStdout();
-        PluginLibDesc* library = module().getLibDesc();
+        PluginLibDesc* library = complete ? module().getLibDesc() : alone.getLibDesc();
         std::fflush(stdout);
         EXPECT_EQ(testing::internal::GetCapturedStdout(),
-                  "NmbShader: Cannot load 3rd party field3d library!\n");
+                  complete ? "" : "NmbShader: Cannot load 3rd party field3d library!\n");
         ASSERT_NE(library, nullptr);
         EXPECT_STREQ(library->getName(), "Nimbra");
         EXPECT_EQ(library->enumPlugins(nullptr), 12);
@@ -110,3 +128,4 @@ TEST(Module, Plugins_LiveInTheHostsMemory) {
 }
 
 }  // namespace
+}  // namespace nimbra

@@ -21,13 +21,14 @@ const std::map<std::string, std::set<std::string>> kMayInclude = {
     {"tessra", {}},
     {"foundation", {"tessra"}},
     {"cache", {"tessra", "foundation"}},
+    {"field3d", {"tessra", "foundation", "cache"}},
     {"volume", {"tessra", "foundation", "cache"}},
     {"particles", {"tessra", "foundation", "cache", "volume"}},
     {"mesher", {"tessra", "foundation", "cache", "volume"}},
     {"textures", {"tessra", "foundation", "cache", "volume"}},
     {"plugin", {"tessra", "foundation", "cache", "volume", "particles", "mesher", "textures"}},
     {"host", {"tessra"}},
-    {"cli", {"tessra", "host", "cache", "mesher", "foundation", "kol_writer"}},
+    {"cli", {"tessra", "host", "cache", "field3d", "mesher", "foundation", "kol_writer"}},
 };
 // The one header of the top layer that lower layers know: pure interfaces, forward declarations
 // only.
