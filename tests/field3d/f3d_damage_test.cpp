@@ -249,6 +249,15 @@ TEST_F(F3dDamage, Mutations_AllGetAnAnswer) {
         replay(name, 12);
 }
 
+TEST_F(F3dDamage, Corpus_AllGetAnAnswer) {
+    int files = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(NIMBRA_TEST_DATA "/f3d_broken")) {
+        problemOf(entry.path());
+        ++files;
+    }
+    EXPECT_GE(files, 120);
+}
+
 /// A sound HDF5 file with one layer, to which a test adds what has no place there.
 class HdfLayer {
 public:
