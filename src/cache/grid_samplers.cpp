@@ -261,19 +261,28 @@ template <class Filter>
     return weigh(s, Filter::taps(s, position));
 }
 
-/// One wanted entry, by far the most frequent call (a shadow ray reads one channel).
+template <class Filter>
+inline float sampleChannel(const GridStorage& s, const float* position) {
+    const Filter filter(s, position);
+    if (!filter.inside) [[unlikely]]
+        return sampleAtBorder<Filter>(s, position);
+    return s.kind != 0 ? filter.tree(s) : typename Filter::Dense(filter, s)(s);
+}
+
+/// One wanted entry, by far the most frequent call.
 template <class Filter>
 inline void sampleOne(const Proxy& proxy, const float* position, float* out) {
+    if (isLoaded(proxy) && proxy.storage->cells >= 1)
+        *out = sampleChannel<Filter>(*proxy.storage, position);
+}
+
+template <class Filter>
+void sampleRun(const Proxy& proxy, const float positions[][4], int count, float* out) {
     if (!isLoaded(proxy) || proxy.storage->cells < 1)
         return;
     const GridStorage& s = *proxy.storage;
-    const Filter filter(s, position);
-    if (!filter.inside) [[unlikely]]
-        *out = sampleAtBorder<Filter>(s, position);
-    else if (s.kind != 0)
-        *out = filter.tree(s);
-    else
-        *out = typename Filter::Dense(filter, s)(s);
+    for (int i = 0; i < count; ++i)
+        out[i] = sampleChannel<Filter>(s, positions[i]);
 }
 
 /// Applies `read` to the wanted entries from `first` on, which is loaded.
@@ -377,6 +386,17 @@ const SampleKernel kSampleKernels[24] = {
     sample<LinearFilter<7>>,    sample<SphericalFilter<0>>, sample<SphericalFilter<1>>,
     sample<SphericalFilter<2>>, sample<SphericalFilter<3>>, sample<SphericalFilter<4>>,
     sample<SphericalFilter<5>>, sample<SphericalFilter<6>>, sample<SphericalFilter<7>>,
+};
+
+const RunKernel kRunKernels[24] = {
+    sampleRun<BoxFilter>,          sampleRun<BoxFilter>,          sampleRun<BoxFilter>,
+    sampleRun<BoxFilter>,          sampleRun<BoxFilter>,          sampleRun<BoxFilter>,
+    sampleRun<BoxFilter>,          sampleRun<BoxFilter>,          sampleRun<LinearFilter<0>>,
+    sampleRun<LinearFilter<1>>,    sampleRun<LinearFilter<2>>,    sampleRun<LinearFilter<3>>,
+    sampleRun<LinearFilter<4>>,    sampleRun<LinearFilter<5>>,    sampleRun<LinearFilter<6>>,
+    sampleRun<LinearFilter<7>>,    sampleRun<SphericalFilter<0>>, sampleRun<SphericalFilter<1>>,
+    sampleRun<SphericalFilter<2>>, sampleRun<SphericalFilter<3>>, sampleRun<SphericalFilter<4>>,
+    sampleRun<SphericalFilter<5>>, sampleRun<SphericalFilter<6>>, sampleRun<SphericalFilter<7>>,
 };
 
 const SampleKernel kVectorKernels[8] = {

@@ -3,6 +3,7 @@
 //
 // The transparency loop of shadow rays: opacity alone, with or without the light that the smoke
 // scatters forward.
+#include <bit>
 #include <cmath>
 
 #include "foundation/log.h"
@@ -114,20 +115,23 @@ private:
     /// grows beyond `most`.
     bool scatterPlain(RaySegment& segment, const PlainScatter& smoke, float most,
                       Color& segmentDepth) {
+        PlainWalk walk(segment, illuminator);
         Color scattering = scatteredDepth;
-        float sum = segmentDepth.r, step = 0;
-        PlainWalk(segment, illuminator)
-            .run(
-                [&](float opacity) {
-                    step = opacity * smoke.shadow;
-                    sum += step;
-                    scattering += smoke.diffuse * opacity * smoke.weight;
-                    return !(sum > most);
-                },
-                [&] { return sum + PlainWalk::kLanes * step > most; });
+        float sum = segmentDepth.r;
+        // Near the end no step is looked at that might not be needed.
+        for (float step = 0; walk.next(sum + 4 * step > most ? 1 : PlainWalk::kLanes);) {
+            for (unsigned left = walk.shown(); left != 0; left &= left - 1) {
+                const float opacity = walk.opacityOf(std::countr_zero(left));
+                step = opacity * smoke.shadow;
+                sum += step;
+                scattering += smoke.diffuse * opacity * smoke.weight;
+                if (sum > most)
+                    return true;
+            }
+        }
         scatteredDepth = scattering;
         segmentDepth = {sum, sum, sum};
-        return sum > most;
+        return false;
     }
 
     bool absorb(RaySegment& segment) {
@@ -151,17 +155,22 @@ private:
 
     /// The rest of a segment of plain smoke, which is gray. True when less than `stop` is left.
     bool absorbPlain(RaySegment& segment, float shadow, float stop, Color& L) const {
-        float left = L.r, step = 1;
-        PlainWalk(segment, illuminator)
-            .run(
-                [&](float opacity) {
-                    step = 1 - opacity * shadow;
-                    left *= step;
-                    return !(left < stop);
-                },
-                [&] { return left * (step * step) * (step * step) < stop; });
+        PlainWalk walk(segment, illuminator);
+        float left = L.r;
+        for (bool endsSoon = false; walk.next(endsSoon ? 1 : PlainWalk::kLanes);) {
+            alignas(16) float passed[PlainWalk::kLanes];
+            _mm_store_ps(passed, _mm_sub_ps(_mm_set1_ps(1),
+                                            _mm_mul_ps(walk.opacities(), _mm_set1_ps(shadow))));
+            const float before = left;
+            for (float& behind : passed)
+                behind = left *= behind;
+            if (_mm_movemask_ps(_mm_cmplt_ps(_mm_load_ps(passed), _mm_set1_ps(stop))) != 0)
+                return true;
+            // As many steps again might be too many.
+            endsSoon = left * left < stop * before;
+        }
         L = {left, left, left};
-        return left < stop;
+        return false;
     }
 
     void reportCycle(const RaySegment& segment) const {

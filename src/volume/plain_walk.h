@@ -34,6 +34,7 @@ public:
           dir(lanesOf(raySegment.dir)),
           highFaces(_mm_add_ps(lanesOf(shader.gridMax), _mm_set1_ps(kFaceSlack))),
           periodicAxes(static_cast<int>(shader.wrapFlags / kSampleWrapX)),
+          kernel(kRunKernels[segment.plan.filter * 8 + periodicAxes]),
           tCur(raySegment.tCur),
           back(shader.has(kJitter) ? raySegment.stepT * illuminator.jitter : 0),
           finished((raySegment.state & kSegmentFinished) != 0) {}
@@ -47,25 +48,27 @@ public:
     PlainWalk(const PlainWalk&) = delete;
     PlainWalk& operator=(const PlainWalk&) = delete;
 
-    /// Calls `pass(opacity)` for each step that shows anything; it answers false to end the walk.
-    /// While `endsSoon()` holds, no steps are looked at that might not be needed.
-    template <class Pass, class EndsSoon>
-    void run(const Pass& pass, const EndsSoon& endsSoon) {
-        for (int steps = sample(endsSoon() ? 1 : kLanes); steps > 0;
-             steps = sample(endsSoon() ? 1 : kLanes)) {
-            for (unsigned left = findOpacities(steps); left != 0; left &= left - 1) {
-                if (!pass(opacity[std::countr_zero(left)]))
-                    return;
-            }
-        }
+    /// Looks at the next steps, `most` or as many as there are; false at the end.
+    bool next(int most) {
+        const int steps = moveOn(most);
+        if (steps == 0)
+            return false;
+        sample(steps);
+        findOpacities(steps);
+        return true;
     }
+    /// The opacities of these steps, 0 where nothing shows.
+    __m128 opacities() const { return _mm_and_ps(_mm_load_ps(opacity), shows); }
+    /// A bit for each step that shows anything.
+    unsigned shown() const { return static_cast<unsigned>(_mm_movemask_ps(shows)); }
+    float opacityOf(int step) const { return opacity[step]; }
 
 private:
     static __m128 lanesOf(const TessUtils::Vector& v) { return _mm_setr_ps(v.x, v.y, v.z, 0.0f); }
 
-    /// Reads the grid at the next steps, `most` or as many as there are; answers their number.
-    int sample(int most) {
+    int moveOn(int most) {
         int steps = 0;
+        allInside = true;
         for (; steps < most && round < kMaxMarchRounds; ++round, ++steps) {
             tCur += segment.stepT;
             if (tCur > segment.tEnd) {
@@ -75,44 +78,55 @@ private:
                 finished = true;
             }
             const __m128 p = _mm_add_ps(origin, _mm_mul_ps(dir, _mm_set1_ps(tCur - back)));
-            values[steps + kSlotT] = 0;
-            if (insideFaces(p)) {
-                float position[4];
-                _mm_storeu_ps(position, p);
-                segment.plan.kernel(shader.channels, position, values + steps, kSampledSlots,
-                                    kSampleT, 0);
-            }
+            inside[steps] = insideFaces(p);
+            allInside = allInside && inside[steps];
+            _mm_store_ps(positions[steps], p);
         }
         return steps;
     }
 
     /// insideBox.
     bool insideFaces(__m128 p) const {
-        const __m128 inside =
+        const __m128 within =
             _mm_and_ps(_mm_cmpge_ps(p, _mm_set1_ps(-kFaceSlack)), _mm_cmple_ps(p, highFaces));
-        return ((_mm_movemask_ps(inside) | periodicAxes) & 7) == 7;
+        return ((_mm_movemask_ps(within) | periodicAxes) & 7) == 7;
     }
 
-    /// The opacities of the steps that were read; answers a bit for each that shows anything.
-    unsigned findOpacities(int steps) {
-        const __m128 t = normalized4(shader, kSlotT, _mm_loadu_ps(values + kSlotT));
+    void sample(int steps) {
+        const GridChannelProxy<float>& channel = shader.channels[kSlotT];
+        _mm_store_ps(values, _mm_setzero_ps());
+        if (allInside) [[likely]]
+            return kernel(channel, positions, steps, values);
+        for (int i = 0; i < steps; ++i) {
+            if (inside[i])
+                kernel(channel, positions + i, 1, values + i);
+        }
+    }
+
+    void findOpacities(int steps) {
+        const __m128 t = normalized4(shader, kSlotT, _mm_load_ps(values));
         const __m128 found = _mm_mul_ps(smokeOpacity4(shader, t, segment.stepLength),
                                         _mm_set1_ps(shader.shadowDensityScale));
         _mm_store_ps(opacity, _mm_min_ps(found, _mm_set1_ps(1.0f)));
-        const __m128 shown = _mm_cmpnle_ps(found, _mm_set1_ps(segment.plan.clearBelow));
-        return static_cast<unsigned>(_mm_movemask_ps(shown)) & ((1u << steps) - 1);
+        const __m128 taken =
+            _mm_castsi128_ps(_mm_cmplt_epi32(_mm_setr_epi32(0, 1, 2, 3), _mm_set1_epi32(steps)));
+        shows = _mm_and_ps(taken, _mm_cmpnle_ps(found, _mm_set1_ps(segment.plan.clearBelow)));
     }
 
     RaySegment& segment;
     const VolumeShader& shader;
     const __m128 origin, dir, highFaces;
     const int periodicAxes;
+    const RunKernel kernel;
     float tCur;
     const float back;  // jitter
     bool finished;
     int round = 0;
-    /// Kernels write where the slot is: the first step's value is values[kSlotT].
-    float values[kSlotT + kLanes] = {};
+    bool allInside = true;
+    bool inside[kLanes];
+    __m128 shows;
+    alignas(16) float positions[kLanes][4];
+    alignas(16) float values[kLanes];
     alignas(16) float opacity[kLanes];
 };
 

@@ -254,8 +254,8 @@ TEST(GridSamplers, Masks_ChooseEntriesAndLeaveTheOthersAlone) {
         if (i != 0 && i != 5)
             proxies[i] = denseChannel(size, [i](int, int, int) { return float(i); });
     proxies[7] = treeChannel(kDoubleTree, size, [](int, int, int) { return 70.0f; });
-    proxies[8] = proxies[6];                                                    // shared
-    proxies[9] = denseChannel({4, 4, 4}, [](int, int, int) { return 99.0f; });  // a smaller grid
+    proxies[8] = proxies[6];                                                      // shared
+    proxies[9] = denseChannel({4, 4, 4}, [](int, int, int) { return 99.0f; });    // a smaller grid
     proxies[10] = denseChannel({60, 2, 1}, [](int, int, int) { return 99.0f; });  // another shape
     const float position[3] = {1.25f, 2.5f, 3};
     for (int kernel : {0, 8, 15, 16, 23}) {
@@ -282,12 +282,16 @@ TEST(GridSamplers, Masks_ChooseEntriesAndLeaveTheOthersAlone) {
     test::Proxy none[3];
     none[2] = denseChannel({0, 5, 5}, [](int, int, int) { return 1.0f; });
     float out[3] = {kUntouched, kUntouched, kUntouched};
+    const float position4[4] = {1, 1, 1, 0};
     for (const SampleKernel kernel : kSampleKernels)
         kernel(none, position, out, 3, 7, 0);
+    for (const RunKernel kernel : kRunKernels)
+        for (const test::Proxy& proxy : none)
+            kernel(proxy, &position4, 1, out);
     EXPECT_EQ(std::count(out, out + 3, kUntouched), 3);
 }
 
-TEST(GridSamplers, ManyEntries_EqualOneByOne) {
+TEST(GridSamplers, ManyEntriesAndRuns_EqualOneByOne) {
     const Cell3 size{9, 8, 7};
     test::Proxy proxies[7];
     for (int i = 0; i < 7; ++i) {
@@ -295,13 +299,20 @@ TEST(GridSamplers, ManyEntries_EqualOneByOne) {
         proxies[i] = i % 2 ? treeChannel(kFloatTree, size, field) : denseChannel(size, field);
     }
     for (const auto& p : testPositions(size, 200))
-        for (const SampleKernel kernel : kSampleKernels) {
-            float all[7], single[7];
-            kernel(proxies, p.data(), all, 7, 0xF, 0x70);
-            for (int i = 0; i < 7; ++i)
-                kernel(proxies, p.data(), single, 7, 1u << i, 0);
-            for (int i = 0; i < 7; ++i)
+        for (int k = 0; k < 24; ++k) {
+            const float run[2][4] = {{p[0], p[1], p[2], 7}, {3.25f, p[0], 2.5f, 7}};
+            float all[7], single[7], ofRun[3], second = 0;
+            kSampleKernels[k](proxies, p.data(), all, 7, 0xF, 0x70);
+            for (int i = 0; i < 7; ++i) {
+                kSampleKernels[k](proxies, p.data(), single, 7, 1u << i, 0);
+                kSampleKernels[k](proxies + i, run[1], &second, 1, 1, 0);
+                ofRun[2] = kUntouched;
+                kRunKernels[k](proxies[i], run, 2, ofRun);
                 ASSERT_EQ(all[i], single[i]);
+                ASSERT_EQ(ofRun[0], single[i]);
+                ASSERT_EQ(ofRun[1], second);
+                ASSERT_EQ(ofRun[2], kUntouched);
+            }
         }
 }
 
