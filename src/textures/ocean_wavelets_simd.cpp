@@ -179,7 +179,8 @@ HWY_INLINE HWY_ATTR void appendReached(Vu states, Vf weights, hn::Mask<Floats> r
     std::uint32_t* const stateEnd = list.state + list.count;
     float* const weightEnd = list.weight + list.count;
     if constexpr (kLanes == 4 || kLanes == 8) {
-        static constexpr FrontLanes<kLanes> kFront;
+        // Of no size where it isn't used.
+        static constexpr FrontLanes<kLanes <= 8 ? kLanes : 1> kFront;
         std::uint8_t bits[8] = {};
         hn::StoreMaskBits(kF, reached, bits);
         const auto front = hn::SetTableIndices(kU, kFront.lane[bits[0]]);
