@@ -80,14 +80,14 @@ public:
     // For the table form: reading without a refill for each symbol.
 
     /// Symbols that one refill is good for.
-    static constexpr int kSymbolsPerRefill = 4;
+    static constexpr int kSymbolsPerRefill = 5;
     /// What stands next; its `length` bits are to be skipped.
     CodeEntry look(const BitReader& in) const { return lookup_[in.bits() & (kLookupSize - 1)]; }
     /// The symbol of a LongCode whose first bits were skipped.
     std::int32_t walk(BitReader& in, const CodeEntry& entry) const;
 
 private:
-    static constexpr int kLookupBits = 12;
+    static constexpr int kLookupBits = 11;
     static constexpr std::uint32_t kLookupSize = 1u << kLookupBits;
     static_assert(kSymbolsPerRefill * kLookupBits <= BitReader::kLeastBits);
 

@@ -206,7 +206,7 @@ void convert(const std::uint32_t* q, std::uint64_t count, float scale, float min
 bool resizeWork(NmbArray<int, long long>& work, std::uint64_t count) {
     if (work.SetSize(static_cast<long long>(count), nullptr, true))
         return true;
-    logLine("Can't allocate %d MB for decompression\n", static_cast<int>(count / 0x100000));
+    logLine("Can't allocate %d MB for decompression", static_cast<int>(count / 0x100000));
     return false;
 }
 

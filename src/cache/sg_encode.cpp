@@ -129,7 +129,7 @@ bool encodeQuantised(const float* values, std::size_t count, const ZoneEncoding&
     foldRuns(q);
     return encodeSymbols(q.data(), q.size(), e.form, out);
 } catch (const std::bad_alloc&) {
-    logLine("Can't allocate %d MB for compression\n", static_cast<int>(count / 0x100000));
+    logLine("Can't allocate %d MB for compression", static_cast<int>(count / 0x100000));
     return false;
 }
 
