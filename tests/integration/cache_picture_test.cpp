@@ -5,10 +5,12 @@
 #include <fmt/format.h>
 
 #include <cmath>
+#include <fstream>
 
-#include "support/vdb_writer.h"
+#include "field3d/ogawa_writer.h"
 #include "module_fixture.h"
 #include "support/temp_folder.h"
+#include "support/vdb_writer.h"
 
 namespace nimbra::host {
 namespace {
@@ -28,17 +30,53 @@ void writeCube(const std::filesystem::path& path) {
     test::writeVdb(path, spec);
 }
 
+float rampAt(int x, int y) {
+    return kDensity * (1 + 0.1f * static_cast<float>(x) + 0.03f * static_cast<float>(y));
+}
+
+/// Smoke that is denser to the right and to the top, in the cube's place, as an OpenVDB file and as
+/// a Field3D file.
+void writeRamps(const std::filesystem::path& vdb, const std::filesystem::path& f3d) {
+    test::GridSpec grid;
+    std::vector<float> values;
+    for (int z = 0; z < kCells; ++z)
+        for (int y = 0; y < kCells; ++y)
+            for (int x = 0; x < kCells; ++x) {
+                grid.voxels.push_back({{x, y, z}, {rampAt(x, y), 0, 0}});
+                values.push_back(rampAt(x, y));
+            }
+    test::VdbSpec spec;
+    spec.grids.push_back(std::move(grid));
+    test::writeVdb(vdb, spec);
+
+    test::LayerSpec layer;
+    layer.high = {kCells - 1, kCells - 1, kCells - 1};
+    layer.rows = {test::bytesOf(values)};
+    test::OgawaWriter w;
+    // The box reaches half a cell beyond the centres of its cells.
+    const std::vector<double> matrix = {kCells, 0, 0,      0, 0,    kCells, 0,    0,
+                                        0,      0, kCells, 0, -0.5, -0.5,   -0.5, 1};
+    const auto type = w.text("mapping_type", "MatrixFieldMapping");
+    const auto count = w.integer("num_time_samples", 1);
+    const auto time = w.attribute("time_0", F3dElement::Float32, std::string(4, '\0'));
+    const auto sample = w.attribute("matrix_0", F3dElement::Matrix64, test::bytesOf(matrix));
+    const auto mapping = w.thing("mapping", 0, {type, count, time, sample});
+    const std::string bytes = w.finish({w.thing("smoke.0", 0, {mapping, layer.write(w)})});
+    std::ofstream(f3d, std::ios::binary) << bytes;
+}
+
 class CachePicture : public ModuleTest {
 protected:
     void SetUp() override { writeCube(folder_.path() / "cube_0001.vdb"); }
 
-    std::string container(const std::string& name, double opacity, int step) const {
+    std::string container(const std::string& name, double opacity, int step,
+                          const std::string& files = "cube_####.vdb") const {
         return fmt::format(R"(
-            "{0}_cache": {{"plugin": "NmbShaderCache", "cache_path": "{3}/cube_####.vdb"}},
+            "{0}_cache": {{"plugin": "NmbShaderCache", "cache_path": "{3}/{4}"}},
             "{0}": {{"plugin": "NmbShaderSim", "cache": "@{0}_cache", "renderAsVolumetric": true,
                      "earg": 0, "darg": 5, "targ": 0, "smoketransp": {1}, "rendstep": {2},
                      "jitter": false, "lightcache": false}},)",
-                           name, opacity, step, folder_.path().string());
+                           name, opacity, step, folder_.path().string(), files);
     }
     // Looks along z through the whole cube at a white background.
     std::string scene(const std::string& containers) const {
@@ -93,6 +131,16 @@ TEST_F(CachePicture, ThreadsAndTiles_ChangeNothing) {
     const std::string body = scene(container("a", 0.5, 50));
     const FrameBuffer one = picture(body, 1, 1), many = picture(body, 1, 8);
     EXPECT_EQ(one.rgba, many.rgba);
+}
+
+TEST_F(CachePicture, Field3dAndOpenVdb_ShowTheSame) {
+    writeRamps(folder_ / "ramp_0001.vdb", folder_ / "ramp_0001.f3d");
+    const FrameBuffer vdb = picture(scene(container("a", 0.3, 50, "ramp_####.vdb")));
+    const FrameBuffer f3d = picture(scene(container("a", 0.3, 50, "ramp_####.f3d")));
+    ASSERT_EQ(vdb.rgba.size(), f3d.rgba.size());
+    EXPECT_GT(vdb.pixel(2, 6)[0], vdb.pixel(13, 6)[0] + 0.03);
+    for (std::size_t i = 0; i < vdb.rgba.size(); ++i)
+        EXPECT_NEAR(vdb.rgba[i], f3d.rgba[i], 1e-5) << i;
 }
 
 TEST_F(CachePicture, MissingFrame_RendersWithoutItAndIsSaid) {
