@@ -30,7 +30,8 @@ bool read(const PrtIO::PrtFile& file, int channel, int particle, T& out) {
 
 Vector readVector(const PrtIO::PrtFile& file, int channel, int particle, float factor) {
     float v[3] = {};
-    file.readChannel(channel, particle, v, sizeof v);
+    if (!file.readChannel(channel, particle, v, sizeof v))
+        return {};
     return Vector{v[0], v[1], v[2]} * factor;
 }
 

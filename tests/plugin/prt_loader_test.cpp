@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <memory>
@@ -221,8 +222,10 @@ TEST(PrtLoader, Channels_FillTheListsOfTheMask) {
     EXPECT_EQ(out.sizes, (std::vector<float>{0, 0, 2, 4}));
     EXPECT_TRUE(out.ids.empty());
     EXPECT_EQ(out.velocities.size(), 1u);
+    loader.set("velmult", -1.0f);
     loader.source->getChannels(out, 0, kPerParticleVelocities);
     EXPECT_EQ(out.velocities, std::vector<Vector>(4));
+    EXPECT_FALSE(std::signbit(out.velocities[1].x));
     // Without sizes: none in the bulk form, ones in the list of its own.
     spec.channels[1].name = "Radius";
     loader.setFile(folder.write("b.prt", prtBytes(spec)));
