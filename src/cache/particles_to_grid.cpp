@@ -1,0 +1,280 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "cache/particles_to_grid.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "cache/liquid_fit.h"
+#include "cache/prt_group.h"
+
+namespace ParticlesToGrid {
+
+using NMBUtils::Job;
+using TessUtils::ProgressCallback;
+
+namespace {
+
+/// A half cell with this many particles counts as full.
+constexpr std::int32_t kFullCell = 6;
+
+/// A half cell and what lies around it.
+struct Neighbourhood {
+    std::int64_t particles = 0;
+    int existing = 0, full = 0;
+};
+
+/// A cell that a neighbour's place stands for, and where its particles are taken to lie.
+struct Neighbour {
+    int cell;
+    float shift;
+};
+
+/// Outside of the grid the edge cell stands in, as if it lay one half cell further out.
+Neighbour neighbourOnAxis(int h, int size) {
+    const int limited = std::clamp(h, 0, size - 1);
+    return {limited, static_cast<float>(h - limited)};
+}
+
+class CellLock {
+public:
+    explicit CellLock(HalfCell& cell) : lock_(cell.lock) {
+        while (lock_.exchange(1, std::memory_order_acquire) != 0) {
+        }
+    }
+    ~CellLock() { lock_.store(0, std::memory_order_release); }
+    CellLock(const CellLock&) = delete;
+    CellLock& operator=(const CellLock&) = delete;
+
+private:
+    std::atomic_ref<std::int32_t> lock_;
+};
+
+}  // namespace
+
+bool HalfGrid::allocate(const int gridCells[3], int particles) {
+    for (int a = 0; a < 3; ++a) {
+        gridSize[a] = gridCells[a];
+        size[a] = static_cast<std::int32_t>((std::int64_t(gridCells[a]) + 1) / 2);
+    }
+    const HalfCell empty;
+    const std::int32_t none = -1;
+    const std::int64_t count = nimbra::voxelCount(size);
+    return count >= 0 && cells.SetSize(count, &empty, true) &&
+           nextParticle.SetSize(particles, &none, true);
+}
+
+// --- Particles to lists --------------------------------------------------------------------------
+
+void ParticlesToHalfGridMT::start(ProgressCallback* stop) {
+    SplitRange(grid_.nextParticle.size);
+    nextBatch_ = 0;
+    Start(0, stop);
+}
+
+/// Jobs take small batches in turn. They stay close to each other that way: a job far behind would
+/// walk over all that the others have put into a list.
+void ParticlesToHalfGridMT::Run(Job*) {
+    constexpr std::int64_t kBatch = 256;
+    const std::int64_t count = grid_.nextParticle.size;
+    for (;;) {
+        const std::int64_t first = nextBatch_.fetch_add(kBatch, std::memory_order_relaxed);
+        if (first >= count)
+            return;
+        for (std::int64_t i = first; i < std::min(first + kBatch, count); ++i) {
+            if (IsAborted())
+                return;
+            insert(static_cast<std::int32_t>(i));
+        }
+    }
+}
+
+void ParticlesToHalfGridMT::insert(std::int32_t particle) {
+    const float* const p = particles_.position(particle);
+    std::int64_t h[3];
+    for (int a = 0; a < 3; ++a) {
+        const float cell = std::floor(p[a] / 2);
+        if (!(cell >= 0 && cell < static_cast<float>(grid_.size[a])))
+            return;
+        h[a] = static_cast<std::int64_t>(cell);
+        if (h[a] >= grid_.size[a])
+            return;
+    }
+    HalfCell& cell = grid_.cells[grid_.indexOf(h[0], h[1], h[2])];
+    const CellLock guard(cell);
+    std::int32_t* link = &cell.head;
+    while (particle < *link)
+        link = &grid_.nextParticle[*link];
+    grid_.nextParticle[particle] = *link;
+    *link = particle;
+    ++cell.count;
+}
+
+// --- Lists to voxels -----------------------------------------------------------------------------
+
+namespace {
+
+/// Works on one half cell after the other.
+class SurfaceBuilder {
+public:
+    SurfaceBuilder(const BasePrtHolder& particles, const HalfGrid& grid)
+        : particles_(particles), grid_(grid) {}
+
+    /// The values of the eight voxels of a half cell.
+    void valuesOf(const int h[3], float values[kVoxels]) {
+        const Neighbourhood around = lookAround(h);
+        if (around.full == around.existing || around.particles == 0) {
+            std::fill_n(values, kVoxels, around.particles == 0 ? 0.0f : 1.0f);
+            return;
+        }
+        lists_.clear();
+        for (int z = h[2] - 1; z <= h[2] + 1; ++z)
+            for (int y = h[1] - 1; y <= h[1] + 1; ++y)
+                for (int x = h[0] - 1; x <= h[0] + 1; ++x)
+                    addNeighbour(h, neighbourOnAxis(x, grid_.size[0]),
+                                 neighbourOnAxis(y, grid_.size[1]),
+                                 neighbourOnAxis(z, grid_.size[2]));
+        surfaceValues(lists_, values);
+    }
+
+private:
+    Neighbourhood lookAround(const int h[3]) const {
+        int low[3], high[3];
+        for (int a = 0; a < 3; ++a) {
+            low[a] = std::max(h[a] - 1, 0);
+            high[a] = std::min(h[a] + 1, grid_.size[a] - 1);
+        }
+        Neighbourhood around;
+        for (int z = low[2]; z <= high[2]; ++z)
+            for (int y = low[1]; y <= high[1]; ++y)
+                for (int x = low[0]; x <= high[0]; ++x) {
+                    const std::int32_t count = grid_.cells[grid_.indexOf(x, y, z)].count;
+                    around.particles += count;
+                    around.full += count >= kFullCell;
+                    ++around.existing;
+                }
+        return around;
+    }
+
+    void addNeighbour(const int h[3], const Neighbour& x, const Neighbour& y, const Neighbour& z) {
+        const float own[3] = {static_cast<float>(h[0]), static_cast<float>(h[1]),
+                              static_cast<float>(h[2])};
+        std::int32_t i = grid_.cells[grid_.indexOf(x.cell, y.cell, z.cell)].head;
+        for (; i >= 0; i = grid_.nextParticle[i]) {
+            const float* const p = particles_.position(i);
+            const float r[3] = {p[0] * 0.5f - own[0] + x.shift, p[1] * 0.5f - own[1] + y.shift,
+                                p[2] * 0.5f - own[2] + z.shift};
+            lists_.add(r);
+        }
+    }
+
+    const BasePrtHolder& particles_;
+    const HalfGrid& grid_;
+    OffsetLists lists_;
+};
+
+}  // namespace
+
+ParticlesAndHalfGridToFullGridMT::ParticlesAndHalfGridToFullGridMT(const BasePrtHolder& particles,
+                                                                   const HalfGrid& grid,
+                                                                   GridChannelProxy<float>& target)
+    : particles_(particles), grid_(grid), target_(target) {
+    // Threads can't write to a tree side by side.
+    if (!target_.denseVoxels())
+        InitJobs(1);
+    SplitRange(grid_.cells.size);
+}
+
+void ParticlesAndHalfGridToFullGridMT::Run(Job* job) {
+    const std::int32_t* const size = grid_.gridSize;
+    SurfaceBuilder builder(particles_, grid_);
+    for (std::int64_t cell = job->rangeStart; cell < job->rangeEnd; ++cell) {
+        if (IsAborted())
+            return;
+        const int h[3] = {static_cast<int>(cell % grid_.size[0]),
+                          static_cast<int>(cell / grid_.size[0] % grid_.size[1]),
+                          static_cast<int>(cell / grid_.size[0] / grid_.size[1])};
+        float values[kVoxels];
+        builder.valuesOf(h, values);
+        for (int k = 0; k < kVoxels; ++k) {
+            const std::int64_t x = 2 * h[0] + (k & 1), y = 2 * h[1] + (k >> 1 & 1);
+            const std::int64_t z = 2 * h[2] + (k >> 2);
+            if (x < size[0] && y < size[1] && z < size[2])
+                target_.write((z * size[1] + y) * size[0] + x, values[k]);
+        }
+    }
+}
+
+}  // namespace ParticlesToGrid
+
+namespace nimbra {
+namespace {
+
+using namespace ParticlesToGrid;
+using TessUtils::ProgressCallback;
+
+NimbraFrameData::PGroup* findLiquid(NimbraFrameData& frame) {
+    for (NimbraFrameData::PGroup* const group : frame.groups)
+        if (group->name == "Liquid")
+            return group;
+    return nullptr;
+}
+
+const float* floatsOf(NimbraFrameData::PGroup& group, int channel) {
+    return reinterpret_cast<const float*>(group.channelData(channel));
+}
+
+/// Whether a channel is there, with as many voxels as the frame.
+bool isLoaded(NimbraFrameData& frame, int channel) {
+    const NimbraFrameData::Proxy& proxy = frame.getChannelProxy(channel);
+    return proxy.loaded && std::equal(frame.gridSize, frame.gridSize + 3, proxy.storage->size);
+}
+
+/// Channels 7 to 9 from the particles' colours; false where there are none, or without memory.
+bool colorsToGrid(NimbraFrameData& dst, NimbraFrameData::PGroup& liquid, const HalfGrid& grid,
+                  ProgressCallback* stop) {
+    const float* const colors = floatsOf(liquid, kPrtColor);
+    if (!colors)
+        return false;
+    const BasePrtHolder particles(floatsOf(liquid, kPrtPosition), colors, 3);
+    const std::int64_t voxels = voxelCount(dst.gridSize);
+    NMBUtils::NmbArray<float, long long, 1, 1> vectors;
+    NMBUtils::NmbArray<std::uint8_t, long long, 1, 1> flags;
+    if (!vectors.SetSize(voxels * 3, nullptr, true) || !flags.SetSize(voxels, nullptr, true))
+        return false;
+    ParticleChannelToGridMT spread(ParticleChannelToGridMT::kVectors, particles, grid, vectors.data,
+                                   flags.data);
+    spread.Start(0, stop);
+    if (spread.IsAborted())
+        return false;
+    VectorGridToCacheChannelMT(vectors.data, &dst.channels[kColorR], voxels).Start();
+    for (int c = kColorR; c <= kColorB; ++c)
+        dst.channels[c].resetRange();
+    return true;
+}
+
+}  // namespace
+
+std::uint32_t liquidParticlesToGrid(NimbraFrameData& dst, ProgressCallback* stop) {
+    NimbraFrameData::PGroup* const liquid = findLiquid(dst);
+    if (!liquid || liquid->getCount() < 1 || !isLoaded(dst, kTemperature))
+        return 0;
+    const float* const positions = floatsOf(*liquid, kPrtPosition);
+    HalfGrid grid;
+    if (!positions || !grid.allocate(dst.gridSize, liquid->getCount()))
+        return 0;
+    const BasePrtHolder particles(positions, nullptr, 0);
+    ParticlesToHalfGridMT(particles, grid).start(stop);
+    NimbraFrameData::Proxy& surface = dst.channels[kTemperature];
+    ParticlesAndHalfGridToFullGridMT(particles, grid, surface).Start(0, stop);
+    surface.resetRange();
+
+    std::uint32_t filled = channelBit(kTemperature);
+    if (isLoaded(dst, kColorR) && isLoaded(dst, kColorG) && isLoaded(dst, kColorB) &&
+        liquid->hasChannel(kPrtColor) && colorsToGrid(dst, *liquid, grid, stop))
+        filled |= channelBit(kColorR) | channelBit(kColorG) | channelBit(kColorB);
+    return filled;
+}
+
+}  // namespace nimbra

@@ -1,0 +1,398 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+//
+// Liquid surfaces out of particles: golden values, a slow reference, colours, and what happens
+// without particles, channels or memory.
+#include "cache/particles_to_grid.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <random>
+
+#include "cache/prt_group.h"
+#include "cache/test_grids.h"
+#include "support/golden.h"
+#include "tessra/allocator.h"
+
+namespace nimbra {
+namespace {
+
+using namespace test;
+using Field = std::vector<float>;
+
+constexpr std::uint32_t kSurface = channelBit(kTemperature);
+constexpr std::uint32_t kColors = 7u << kColorR;
+
+/// Threads for all jobs of a scope; 0: none are lent.
+class Threads {
+public:
+    explicit Threads(int count) : manager_(count ? TessUtils::newThreadManager(count) : nullptr) {
+        NMBUtils::setGlobalThreadManager(manager_);
+    }
+    ~Threads() {
+        NMBUtils::releaseGlobalThreadManager();
+        TessUtils::deleteThreadManager(manager_);
+    }
+    Threads(const Threads&) = delete;
+    Threads& operator=(const Threads&) = delete;
+
+private:
+    TessUtils::ThreadManager* manager_;
+};
+
+/// A frame of these sizes with a surface channel full of 9 and some particles.
+struct LiquidFrame : NimbraFrameData {
+    explicit LiquidFrame(const Cell3& cells, const Field& positions,
+                         const char* groupName = "Liquid") {
+        std::copy_n(cells.data(), 3, gridSize);
+        addChannel(kTemperature);
+        liquid = addGroup(groupName);
+        liquid->count = static_cast<std::int32_t>(positions.size() / 3);
+        liquid->setChannel(kPrtPosition, positions.data());
+    }
+    void addChannel(int channel) {
+        channels[channel] = denseChannel({gridSize[0], gridSize[1], gridSize[2]},
+                                         [](int, int, int) { return 9.0f; });
+    }
+    void addColors(const Field& colors) {
+        liquid->setChannel(kPrtColor, colors.data());
+        for (int c = kColorR; c <= kColorB; ++c)
+            addChannel(c);
+    }
+    Field values(int channel = kTemperature) const {
+        const float* const v = channels[channel].denseVoxels();
+        return {v, v + voxelCount(gridSize)};
+    }
+    PGroup* liquid;
+};
+
+/// The surface's values on a grid, with a number of threads.
+Field surfaceOf(const Cell3& size, const Field& positions, int threads = 0) {
+    const Threads lent(threads);
+    LiquidFrame frame(size, positions);
+    EXPECT_EQ(liquidParticlesToGrid(frame), kSurface);
+    return frame.values();
+}
+
+TEST(ParticlesToGrid, GoldenValues_WhateverTheThreads) {
+    for (const GoldenCase& golden : goldenCases("liquid")) {
+        SCOPED_TRACE(golden.name());
+        const nlohmann::json& j = golden.json;
+        const Field positions = readNpy<float>(golden.file(j["positions"]["file"])).values;
+        const Field got = surfaceOf(j["size"], positions);
+        EXPECT_TRUE(areNear(got, readNpy<float>(golden.file(j["expected"]["file"])).values,
+                            Tolerance(j["tolerance"])));
+        EXPECT_EQ(surfaceOf(j["size"], positions, 4), got);
+    }
+}
+
+/// One voxel's value out of the offsets of the particles in reach.
+float referenceValue(const std::vector<std::array<float, 3>>& near) {
+    const auto length = [](const std::array<float, 3>& v) {
+        return std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
+    };
+    if (near.size() < 2)
+        return near.empty() ? 0 : std::max(1 - length(near[0]), 0.0f);
+    std::array<float, 3> u{};
+    for (const auto& d : near)
+        for (std::size_t a = 0; a < 3; ++a)
+            u[a] -= d[a];
+    const float l = length(u);
+    if (l == 0)
+        return 1;
+    for (float& c : u)
+        c /= l;
+    float t = 0;
+    for (int i = 0; i < 10; ++i) {
+        float a = 0, b = 0;
+        for (const auto& d : near) {
+            const float q =
+                (d[0] - u[0] * t) * u[0] + (d[1] - u[1] * t) * u[1] + (d[2] - u[2] * t) * u[2];
+            const float w = 1 / (q * q + 0.0625f);
+            a += w * (q + 0.5f);
+            b += w;
+        }
+        t += a / b;
+        if (std::fabs(a / b) < 0.01f)
+            break;
+    }
+    const float value = t + 0.5f;
+    const auto inCube = [](const std::array<float, 3>& d) {
+        return std::all_of(d.begin(), d.end(), [](float c) { return c >= 0 && c < 0.5f; });
+    };
+    if (value < 0 && std::any_of(near.begin(), near.end(), inCube))
+        return 0;
+    return std::min(value, 1.0f);
+}
+
+/// The whole grid, each voxel from all particles around it.
+Field reference(const Cell3& size, const Field& positions) {
+    Cell3 half;
+    for (std::size_t a = 0; a < 3; ++a)
+        half[a] = (size[a] + 1) / 2;
+    const auto at = [&](int x, int y, int z) {
+        return static_cast<std::size_t>((z * half[1] + y) * half[0] + x);
+    };
+    std::vector<std::vector<const float*>> cells(
+        static_cast<std::size_t>(half[0] * half[1] * half[2]));
+    for (std::size_t i = positions.size(); i > 0; i -= 3) {
+        const float* const p = &positions[i - 3];
+        const float h[3] = {std::floor(p[0] / 2), std::floor(p[1] / 2), std::floor(p[2] / 2)};
+        const auto isInside = [&](std::size_t a) {
+            return h[a] >= 0 && h[a] < static_cast<float>(half[a]);
+        };
+        if (isInside(0) && isInside(1) && isInside(2))
+            cells[at(int(h[0]), int(h[1]), int(h[2]))].push_back(p);
+    }
+    Field out;
+    for (int vz = 0; vz < size[2]; ++vz)
+        for (int vy = 0; vy < size[1]; ++vy)
+            for (int vx = 0; vx < size[0]; ++vx) {
+                const int h[3] = {vx / 2, vy / 2, vz / 2};
+                bool allFull = true, allEmpty = true;
+                std::vector<std::array<float, 3>> near;
+                for (int n = 0; n < 27; ++n) {
+                    const int place[3] = {h[0] + n % 3 - 1, h[1] + n / 3 % 3 - 1, h[2] + n / 9 - 1};
+                    int cell[3];
+                    for (std::size_t a = 0; a < 3; ++a)
+                        cell[a] = std::clamp(place[a], 0, half[a] - 1);
+                    const auto& list = cells[at(cell[0], cell[1], cell[2])];
+                    if (std::equal(place, place + 3, cell)) {
+                        allFull = allFull && list.size() >= 6;
+                        allEmpty = allEmpty && list.empty();
+                    }
+                    for (const float* const p : list) {
+                        const int voxel[3] = {vx & 1, vy & 1, vz & 1};
+                        std::array<float, 3> d;
+                        for (std::size_t a = 0; a < 3; ++a)
+                            d[a] = p[a] * 0.5f - float(h[a]) + float(place[a] - cell[a]) -
+                                   0.5f * float(voxel[a]);
+                        if (!(d[0] * d[0] + d[1] * d[1] + d[2] * d[2] > 1))
+                            near.push_back(d);
+                    }
+                }
+                out.push_back(allFull ? 1 : allEmpty ? 0 : referenceValue(near));
+            }
+    return out;
+}
+
+Field scattered(const Cell3& size, int count, std::uint32_t seed) {
+    std::mt19937 random(seed);
+    Field positions;
+    for (int i = 0; i < count; ++i)
+        for (std::size_t a = 0; a < 3; ++a)
+            positions.push_back(static_cast<float>(random() % 4096) / 4096.0f *
+                                    static_cast<float>(size[a] + 2) -
+                                1);
+    return positions;
+}
+
+// Odd and small sizes, from a few particles to lists that outgrow their first room.
+TEST(ParticlesToGrid, Values_AreThoseOfEachVoxelForItself) {
+    for (const auto& [size, count] : {std::pair<Cell3, int>{{9, 7, 8}, 12},
+                                      {{9, 7, 8}, 300},
+                                      {{11, 5, 6}, 1500},
+                                      {{1, 1, 1}, 3},
+                                      {{2, 1, 5}, 9},
+                                      {{3, 4, 3}, 9000},
+                                      {{13, 12, 11}, 900}}) {
+        // A half-filled box and crowded corners, so that full, partial and empty cells meet.
+        Field positions = scattered(size, count, 7);
+        for (std::size_t i = 2; i < positions.size(); i += 3)
+            positions[i] *= 0.5f;
+        const Field expected = reference(size, positions);
+        for (int threads : {0, 3}) {
+            const Field got = surfaceOf(size, positions, threads);
+            ASSERT_EQ(got.size(), expected.size());
+            for (std::size_t i = 0; i < got.size(); ++i)
+                ASSERT_EQ(got[i], expected[i])
+                    << size[0] << " x " << size[1] << ", " << count << ", voxel " << i;
+        }
+    }
+}
+
+TEST(ParticlesToGrid, OneParticle_FallsOffLinearlyOverTwoVoxels) {
+    const Field values = surfaceOf({12, 12, 12}, {5, 6, 6});
+    const auto at = [&](int x, int y, int z) {
+        return values[static_cast<std::size_t>((z * 12 + y) * 12 + x)];
+    };
+    EXPECT_EQ(at(5, 6, 6), 1.0f);
+    EXPECT_EQ(at(4, 6, 6), 0.5f);
+    EXPECT_EQ(at(5, 7, 6), 0.5f);
+    EXPECT_NEAR(at(5, 7, 7), 1 - std::sqrt(0.5f), 1e-6f);
+    EXPECT_EQ(at(5, 6, 8), 0.0f);
+    EXPECT_EQ(at(0, 0, 0), 0.0f);
+}
+
+TEST(ParticlesToGrid, FullNeighbours_AreInsideWithoutALook) {
+    // Six particles in the low or in the high corner of each half cell, so that the voxels between
+    // a low and a high one have none near them.
+    Field positions;
+    for (int z = 0; z < 3; ++z)
+        for (int y = 0; y < 3; ++y)
+            for (int x = 0; x < 3; ++x)
+                for (int i = 0; i < 6; ++i)
+                    for (int h : {x, y, z})
+                        positions.push_back(static_cast<float>(2 * h) +
+                                            ((x + y + z) % 2 ? 1.99f : 0.0f));
+    EXPECT_EQ(surfaceOf({6, 6, 6}, positions), Field(216, 1.0f));
+    positions.resize(positions.size() - 3);
+    EXPECT_NE(surfaceOf({6, 6, 6}, positions), Field(216, 1.0f));
+}
+
+TEST(ParticlesToGrid, ParticlesOutside_AreDropped) {
+    constexpr float kInfinity = std::numeric_limits<float>::infinity();
+    const float odd[] = {-0.001f, 10, 1e30f, -1e30f, kInfinity, -kInfinity, std::nanf("")};
+    Field positions;
+    for (float v : odd) {
+        positions.insert(positions.end(), {v, 4, 4});
+        positions.insert(positions.end(), {4, v, 4});
+        positions.insert(positions.end(), {4, 4, v});
+    }
+    EXPECT_EQ(surfaceOf({9, 9, 9}, positions), Field(729, 0.0f));
+}
+
+TEST(ParticlesToGrid, NothingToDo_LeavesTheFrameAsItIs) {
+    const Field positions = {2, 2, 2};
+    for (const char* name : {"liquid", "Liquid ", "Foam"}) {
+        LiquidFrame frame({5, 5, 5}, positions, name);
+        EXPECT_EQ(liquidParticlesToGrid(frame), 0u) << name;
+        EXPECT_EQ(frame.values(), Field(125, 9.0f));
+    }
+    LiquidFrame empty({5, 5, 5}, {});
+    EXPECT_EQ(liquidParticlesToGrid(empty), 0u);
+    EXPECT_EQ(empty.values(), Field(125, 9.0f));
+    LiquidFrame withoutChannel({5, 5, 5}, positions);
+    withoutChannel.freeChannel(kTemperature);
+    EXPECT_EQ(liquidParticlesToGrid(withoutChannel), 0u);
+    NimbraFrameData bare;
+    EXPECT_EQ(liquidParticlesToGrid(bare), 0u);
+}
+
+TEST(ParticlesToGrid, Colours_NeedAllChannelsAndTheParticlesOwn) {
+    const Field positions = {2, 2, 2}, colors = {1, 2, 4};
+    LiquidFrame frame({9, 9, 9}, positions);
+    EXPECT_EQ(liquidParticlesToGrid(frame), kSurface);
+    frame.addColors(colors);
+    EXPECT_EQ(liquidParticlesToGrid(frame), kSurface | kColors);
+    frame.freeChannel(kColorG);
+    EXPECT_EQ(liquidParticlesToGrid(frame), kSurface);
+    frame.addChannel(kColorG);
+    frame.liquid->channelMask &= ~channelBit(kPrtColor);
+    EXPECT_EQ(liquidParticlesToGrid(frame), kSurface);
+    EXPECT_EQ(frame.values(kColorG), Field(729, 9.0f));
+}
+
+// A voxel's colour spreads one voxel up on each axis, then over two faces; beyond that there is
+// none.
+TEST(ParticlesToGrid, Colours_ReachTwoVoxelsBeyondTheSpread) {
+    for (int threads : {0, 3}) {
+        const Threads lent(threads);
+        // Just 1 above the half cell's corner is still the lower voxel, more is the upper one.
+        LiquidFrame frame({11, 11, 11}, {5.0f, 5.001f, 4.5f});
+        frame.addColors({1, 2, 4});
+        liquidParticlesToGrid(frame);
+        const int low[3] = {4, 5, 4};
+        for (int channel = 0; channel < 3; ++channel) {
+            const Field values = frame.values(kColorR + channel);
+            for (int i = 0; i < 1331; ++i) {
+                const int cell[3] = {i % 11, i / 11 % 11, i / 121};
+                int faces = 0;
+                for (int a = 0; a < 3; ++a)
+                    faces += std::max({low[a] - cell[a], cell[a] - low[a] - 1, 0});
+                ASSERT_EQ(values[static_cast<std::size_t>(i)],
+                          faces <= 2 ? static_cast<float>(1 << channel) : 0.0f)
+                    << i;
+            }
+        }
+    }
+}
+
+// Worked out by hand on a row of voxels, where steps along y and z are never taken.
+TEST(ParticlesToGrid, ChannelValues_AreMeansOfTheFlaggedVoxels) {
+    using namespace ParticlesToGrid;
+    // Voxels 0, 1 and 6 of nine; the last one of an odd row has no upper voxel.
+    const Field positions = {0.5f, 0, 0, 0.75f, 0, 0, 1.5f, 0, 0, 6, 0, 0, 9.5f, 0, 0};
+    const Field values = {2, 4, 7, 16, 32};
+    const int size[3] = {9, 1, 1};
+    for (auto mode : {ParticleChannelToGridMT::kVectors, ParticleChannelToGridMT::kFloats}) {
+        const int components = mode == ParticleChannelToGridMT::kVectors ? 3 : 1;
+        Field entries;
+        for (float v : values)
+            for (int c = 0; c < components; ++c)
+                entries.push_back(v * static_cast<float>(c + 1));
+        const BasePrtHolder particles(positions.data(), entries.data(), components);
+        HalfGrid grid;
+        ASSERT_TRUE(grid.allocate(size, 5));
+        ParticlesToHalfGridMT(particles, grid).start(nullptr);
+        Field out(static_cast<std::size_t>(9 * components));
+        std::vector<std::uint8_t> flags(9);
+        ParticleChannelToGridMT(mode, particles, grid, out.data(), flags.data()).Start();
+        // Splat 3 7 - - - - 16 - 32; spread 3 5 7 - - - 16 16 32; then from the sides.
+        const Field expected = {3, 5, 7, 7, 11.5f, 16, 16, 16, 32};
+        for (std::size_t i = 0; i < 9; ++i)
+            for (std::size_t c = 0; c < static_cast<std::size_t>(components); ++c)
+                EXPECT_EQ(out[i * static_cast<std::size_t>(components) + c],
+                          expected[i] * static_cast<float>(c + 1))
+                    << i << ", " << c;
+        EXPECT_EQ(flags, std::vector<std::uint8_t>(9, 1));
+    }
+}
+
+TEST(ParticlesToGrid, WithoutMemory_WhatIsFilledIsTold) {
+    const Cell3 size = {7, 7, 7};
+    const Field positions = scattered(size, 600, 3), colors(1800, 2.0f);
+    const Field whole = surfaceOf(size, positions);
+    int none = 0, surface = 0, all = 0;
+    for (int n = 1; n <= 60; ++n) {
+        LiquidFrame frame(size, positions);
+        frame.addColors(colors);
+        std::uint32_t filled = 0;
+        getGlobalMemoryTracker()->failAllocation(static_cast<std::uint64_t>(n));
+        try {
+            filled = liquidParticlesToGrid(frame);
+        } catch (const std::bad_alloc&) {
+            // The threads' own memory is not this test's matter.
+        }
+        getGlobalMemoryTracker()->failAllocation(0);
+        none += filled == 0;
+        surface += filled == kSurface;
+        all += filled == (kSurface | kColors) && frame.values() == whole;
+        if (!(filled & kColors)) {
+            EXPECT_EQ(frame.values(kColorR), Field(343, 9.0f)) << n;
+        }
+    }
+    EXPECT_GE(none, 2);     // the cells, the lists
+    EXPECT_GE(surface, 4);  // the vectors, the flags, a job's buffers
+    EXPECT_GE(all, 1);
+}
+
+/// A user who wants to stop.
+class Stop : public TessUtils::ProgressCallback {
+public:
+    void setProgressTitle(const char*) override {}
+    bool getAbort() override { return true; }
+    void setAbort(int) override {}
+    void setProgress(int) override {}
+    void processEvents() override {}
+
+private:
+    void message(Level, const char*) override {}
+};
+
+TEST(ParticlesToGrid, Stopped_WritesNoFurther) {
+    const Threads lent(3);
+    LiquidFrame frame({9, 9, 9}, {2, 2, 2});
+    frame.addColors({1, 2, 4});
+    Stop stop;
+    liquidParticlesToGrid(frame, &stop);
+    EXPECT_EQ(frame.values(), Field(729, 9.0f));
+    EXPECT_EQ(frame.values(kColorR), Field(729, 9.0f));
+}
+
+}  // namespace
+}  // namespace nimbra
