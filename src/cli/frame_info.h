@@ -23,12 +23,12 @@ struct ChannelInfo {
     std::string name;
     /// How it is stored: "sequence", "box", "packed rgb", "derived"; of particles "plain", "zip",
     /// "sequence", "planar", "bit planes".
-    std::string form;
+    std::string form{};
     std::uint64_t packedBytes = 0, expandedBytes = 0;
     /// Why it has no values; empty if it has or nobody asked.
-    std::string problem;
+    std::string problem{};
     /// Of its values, one for each component; empty without values.
-    std::vector<FloatSummary> values;
+    std::vector<FloatSummary> values{};
     /// The range that readers take: that of the file, or of the values.
     bool hasRange = false;
     float min = 0, max = 0;
@@ -45,7 +45,7 @@ struct FrameInfo {
     std::uint64_t bytes = 0;
     /// False with a problem; a problem alone tells of damage that doesn't hinder.
     bool readable = false;
-    std::string problem;
+    std::string problem{};
     int status = 0;
     /// The header. Its channels hold no voxels any more.
     std::unique_ptr<NimbraFrameData> frame;
