@@ -45,6 +45,14 @@ std::string problemOf(int status, const std::string& path) {
     }
 }
 
+/// The frame number of a file name: digits that aren't part of a word.
+bool numberOfFile(const std::string& path, std::int64_t& number) {
+    const std::string name = path.substr(fileNameStart(path));
+    const std::size_t last = name.find_last_not_of("0123456789", name.rfind('.') - 1);
+    const bool inWord = last != name.npos && std::isalpha(static_cast<unsigned char>(name[last]));
+    return !inWord && frameNumberOfName(name, number);
+}
+
 /// Gives a frame of a format that knows no frame numbers that of its file name.
 void setFrameNumber(NimbraFrameData& frame, std::int64_t number) {
     if (frame.frameNumber == NimbraFrameData::kNoFrame && number >= INT32_MIN &&
@@ -109,7 +117,7 @@ CacheFrame loadCacheFrame(const std::string& path, const std::string& mapping, b
         return frame;
     }
     std::int64_t number = 0;
-    const bool numbered = frameNumberOfName(path.substr(fileNameStart(path)), number);
+    const bool numbered = numberOfFile(path, number);
     auto data = std::make_unique<NimbraFrameData>();
     if (fileExtension(path) == "prt")
         loadParticles(path, headerOnly, *data, frame);

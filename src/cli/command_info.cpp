@@ -5,46 +5,30 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
-#include <filesystem>
 #include <iostream>
 #include <memory>
 
+#include "cache/file_patterns.h"
+#include "cli/cache_frame.h"
 #include "cli/cache_info.h"
 #include "cli/commands.h"
 #include "cli/console.h"
 #include "cli/exit_codes.h"
-#include "cli/frame_names.h"
+#include "cli/frame_info.h"
 #include "cli/render_options.h"
 
 namespace nimbra::cli {
 namespace {
 
-namespace fs = std::filesystem;
-
 struct InfoCommand {
     ConsoleOptions console;
     std::vector<std::string> inputs;
-    bool json = false;
+    bool json = false, headerOnly = false;
 };
-
-// Patterns and folders become their files; a name that is none of these stays, so that it is
-// reported.
-std::vector<std::string> expand(const std::string& input) {
-    std::error_code error;
-    const bool folder = fs::is_directory(input, error);
-    if (!folder && (fs::exists(input, error) || !hasFramePattern(input)))
-        return {input};
-    const auto sequence = findSequence(input, {".vdb", ".f3d"});
-    if (!sequence)
-        return {input};
-    std::vector<std::string> files;
-    for (const std::int64_t frame : sequence->frames)
-        files.push_back(fillFramePattern(sequence->pattern, frame));
-    return files.empty() ? std::vector<std::string>{sequence->pattern} : files;
-}
 
 /// What to print of a file, and what is wrong with it.
 struct Answer {
+    bool readable = false;
     std::string text, problem;
 };
 
@@ -54,12 +38,17 @@ bool holdsSomething(const VdbFileInfo& file) {
 bool holdsSomething(const F3dFileInfo& file) {
     return !file.layers.empty();
 }
+bool holdsSomething(const FrameInfo&) {
+    return false;
+}
 
 template <class FileInfo>
 Answer describe(const FileInfo& file, bool json) {
     Answer answer;
-    if (!file.readable)
-        answer.problem = file.problem.empty() ? "can't be read" : file.problem;
+    answer.readable = file.readable;
+    answer.problem = file.problem;
+    if (!file.readable && file.problem.empty())
+        answer.problem = "can't be read";
     if (json)
         answer.text = infoJson(file);
     else if (file.readable || holdsSomething(file))
@@ -67,26 +56,57 @@ Answer describe(const FileInfo& file, bool json) {
     return answer;
 }
 
+Answer describeFile(const std::string& path, const InfoCommand& o) {
+    const bool values = !o.headerOnly;
+    const std::string extension = fileExtension(path);
+    if (extension == "f3d")
+        return describe(readF3dInfo(path, values), o.json);
+    if (extension == "kol" || extension == "prt")
+        return describe(readFrameInfo(path, values), o.json);
+    return describe(readVdbInfo(path, values), o.json);
+}
+
+class Info {
+public:
+    Info(const InfoCommand& o, Console& console) : o_(o), console_(console) {}
+
+    int run() {
+        int code = kExitDone;
+        for (const std::string& input : o_.inputs) {
+            const CacheFiles found = findCacheFiles(input, cacheExtensions());
+            for (const CacheFile& file : found.files)
+                if (!print(file.path))
+                    code = kExitInput;
+            if (!found.missing.empty())
+                console_.log().warning(
+                    fmt::format("{}: there are no files of frames {}", input, found.missing));
+        }
+        std::cout << std::flush;
+        return code;
+    }
+
+private:
+    bool print(const std::string& path) {
+        const Answer answer = describeFile(path, o_);
+        const std::string problem = fmt::format("{}: {}", path, answer.problem);
+        if (!answer.readable)
+            console_.log().error(problem);
+        else if (!answer.problem.empty())
+            console_.log().warning(problem);
+        if (!answer.text.empty())
+            std::cout << (first_ || o_.json ? "" : "\n") << answer.text;
+        first_ = first_ && answer.text.empty();
+        return answer.readable;
+    }
+
+    const InfoCommand& o_;
+    Console& console_;
+    bool first_ = true;
+};
+
 int runInfo(const InfoCommand& o) {
     Console console(o.console);
-    int code = kExitDone;
-    bool first = true;
-    for (const std::string& input : o.inputs)
-        for (const std::string& path : expand(input)) {
-            const Answer answer = fs::path(path).extension() == ".f3d"
-                                      ? describe(readF3dInfo(path), o.json)
-                                      : describe(readVdbInfo(path), o.json);
-            if (!answer.problem.empty()) {
-                console.log().error(fmt::format("{}: {}", path, answer.problem));
-                code = kExitInput;
-            }
-            if (answer.text.empty())
-                continue;
-            std::cout << (first || o.json ? "" : "\n") << answer.text;
-            first = false;
-        }
-    std::cout << std::flush;
-    return code;
+    return Info(o, console).run();
 }
 
 }  // namespace
@@ -94,8 +114,10 @@ int runInfo(const InfoCommand& o) {
 void addInfoCommand(CLI::App& app, int& exitCode) {
     auto o = std::make_shared<InfoCommand>();
     CLI::App* command = app.add_subcommand("info", "Tell what cache files hold");
-    command->add_option("files", o->inputs, ".vdb or .f3d files, folders or patterns")->required();
+    command->add_option("files", o->inputs, ".kol, .vdb, .f3d and .prt files, folders or patterns")
+        ->required();
     command->add_flag("--json", o->json, "One JSON object for each file");
+    command->add_flag("--header-only", o->headerOnly, "Look at no values: quick for large files");
     addConsoleOptions(*command, o->console);
     command->callback([o, &exitCode] { exitCode = runInfo(*o); });
 }

@@ -5,13 +5,17 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <limits>
 #include <memory>
 
+#include "cli/cache_frame.h"
 #include "cli/commands.h"
+
 #include "cli/exit_codes.h"
+#include "cli/frame_info.h"
 #include "cli/frame_names.h"
 #include "cli/frame_range.h"
 #include "cli/grid_summary.h"
@@ -63,12 +67,13 @@ std::string stemOf(const std::string& pattern) {
 ViewInput findInput(const ViewCommand& o) {
     if (isOneFile(o.input) && o.render.frames.empty())
         return {absolutePath(o.input), o.input, fs::path(o.input).stem().string(), {1}};
-    const auto sequence = findSequence(o.input, {".vdb", ".f3d"});
+    const auto sequence = findSequence(o.input, {".kol", ".vdb", ".f3d"});
     if (!sequence)
-        throw std::runtime_error(fmt::format(
-            "'{}': no such cache; give a .vdb or .f3d file, a folder with some, or a pattern like "
-            "smoke_####.vdb",
-            o.input));
+        throw std::runtime_error(
+            fmt::format("'{}': no such cache; give a .kol, .vdb or .f3d file, a folder with some, "
+                        "or a pattern like "
+                        "smoke_####.vdb",
+                        o.input));
     if (sequence->frames.empty())
         return {absolutePath(sequence->pattern), sequence->pattern, stemOf(sequence->pattern), {1}};
     ViewInput in;
@@ -118,8 +123,29 @@ ViewScene makeScene(const ViewCommand& o, const ViewInput& in, const ViewLook& l
     return scene;
 }
 
+/// The grids of a .kol file; where it holds particles alone, they are the problem.
+std::vector<GridSummary> readKolSummaries(const std::string& path, std::string& problem) {
+    const CacheFrame frame = loadCacheFrame(path, "", false);
+    if (!frame.data) {
+        // The caller names the file.
+        problem = frame.problem.substr(std::min(path.size() + 2, frame.problem.size()));
+        return {};
+    }
+    std::vector<GridSummary> grids = summarize(*frame.data);
+    if (grids.empty())
+        problem =
+            frame.data->groups.size > 0 ? "holds particles and no grids to show" : "holds no grids";
+    return grids;
+}
+
+bool isKol(const std::string& path) {
+    return fs::path(path).extension() == ".kol";
+}
+
 /// What a file holds; nothing with a problem.
 std::vector<GridSummary> readSummaries(const std::string& path, std::string& problem) {
+    if (isKol(path))
+        return readKolSummaries(path, problem);
     std::vector<GridSummary> grids;
     bool readable = false;
     if (fs::path(path).extension() == ".f3d") {
@@ -147,7 +173,10 @@ int showCache(ViewCommand& o, Console& console) {
         return kExitInput;
     }
     o.wishes.upAxis = upAxisNamed(o.up);
-    const ViewLook look = chooseLook(grids, o.wishes);
+    ViewLook look = chooseLook(grids, o.wishes);
+    // Channels of these files need no mapping.
+    if (isKol(in.sample))
+        look.mapping.clear();
     if (look.subject == Subject::Nothing) {
         console.log().error(fmt::format("{}: {}", in.sample, look.explanation));
         return kExitInput;
@@ -197,7 +226,7 @@ void addViewCommand(CLI::App& app, int& exitCode) {
         "view", "Show a cache: camera, light, mapping and colours are chosen from what it holds");
     command
         ->add_option("cache", o->input,
-                     "A .vdb or .f3d file, a folder, or a pattern like smoke_####.vdb")
+                     "A .kol, .vdb or .f3d file, a folder, or a pattern like smoke_####.vdb")
         ->required();
     command->add_option("--map", o->wishes.mapping,
                         "Channel mapping in place of the chosen one, like '2,density;1,heat;'");

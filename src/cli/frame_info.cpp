@@ -85,7 +85,8 @@ const char* formOfMethod(std::int32_t method) {
 ChannelInfo describeParticles(PGroup& group, int channel, bool values) {
     ChannelInfo info{channel, particleChannelName(channel)};
     const PrtChannelStore& store = group.store[channel];
-    info.form = formOfMethod(store.method);
+    if (store.packed.size > 0)
+        info.form = formOfMethod(store.method);
     info.packedBytes = static_cast<std::uint64_t>(std::max<long long>(store.packed.size, 0));
     info.expandedBytes = static_cast<std::uint64_t>(std::max(group.count, 0)) *
                          static_cast<std::uint64_t>(group.getChannelStride(channel));

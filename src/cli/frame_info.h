@@ -22,9 +22,9 @@ struct ChannelInfo {
     int id = 0;
     std::string name;
     /// How it is stored: "sequence", "box", "packed rgb", "derived"; of particles "plain", "zip",
-    /// "sequence", "planar", "bit planes".
+    /// "sequence", "planar", "bit planes"; empty where that isn't known.
     std::string form{};
-    std::uint64_t packedBytes = 0, expandedBytes = 0;
+    std::uint64_t packedBytes = 0, expandedBytes = 0;  // packed 0: not known
     /// Why it has no values; empty if it has or nobody asked.
     std::string problem{};
     /// Of its values, one for each component; empty without values.

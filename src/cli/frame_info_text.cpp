@@ -16,9 +16,13 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+std::string rangeText(float min, float max) {
+    return fmt::format("{:.5g} to {:.5g}", min, max);
+}
+
 std::string valuesText(const ChannelInfo& c) {
     if (c.values.empty())
-        return c.hasRange ? fmt::format("{:.5g} to {:.5g}", c.min, c.max) : "";
+        return c.hasRange ? rangeText(c.min, c.max) : "";
     const auto list = [&](auto&& of) {
         std::string text;
         for (const FloatSummary& v : c.values)
@@ -35,19 +39,25 @@ std::string valuesText(const ChannelInfo& c) {
     }
     if (nan || infinite)
         text += fmt::format(", {} NaN, {} infinite", nan, infinite);
+    // Packed values may lie a little beside the stated range.
     const FloatSummary& first = c.values.front();
-    if (c.hasRange && (c.min != first.min() || c.max != first.max()))
-        text += fmt::format(", stated as {:.5g} to {:.5g}", c.min, c.max);
+    const std::string stated = rangeText(c.min, c.max);
+    if (c.hasRange && stated != rangeText(first.min(), first.max()))
+        text += ", stated as " + stated;
     return text;
 }
 
-std::string channelText(const ChannelInfo& c) {
-    std::string text = fmt::format("  {:<16} id {}, {}, {} packed, {} expanded\n", c.name, c.id,
-                                   c.form, sizeText(c.packedBytes), sizeText(c.expandedBytes));
+std::string channelText(const ChannelInfo& c, const std::string& indent) {
+    std::string text = fmt::format("{}{:<16} id {}, ", indent, c.name, c.id);
+    if (!c.form.empty())
+        text += c.form + ", ";
+    if (c.packedBytes > 0)
+        text += sizeText(c.packedBytes) + " packed, ";
+    text += sizeText(c.expandedBytes) + " expanded\n";
     if (!c.problem.empty())
-        text += "    not looked at: " + c.problem + "\n";
+        text += indent + "  " + c.problem + "\n";
     if (const std::string values = valuesText(c); !values.empty())
-        text += "    values   " + values + "\n";
+        text += indent + "  values   " + values + "\n";
     return text;
 }
 
@@ -148,12 +158,12 @@ std::string infoText(const FrameInfo& info) {
                     sizeText(info.bytes), sizeText(total(info, &ChannelInfo::expandedBytes)));
     text += headerText(f);
     for (const ChannelInfo& c : info.channels)
-        text += channelText(c);
+        text += channelText(c, "  ");
     for (const GroupInfo& g : info.groups) {
         text += fmt::format("  group '{}': {} particles, flags {:#x}\n", printable(g.name), g.count,
                             static_cast<unsigned>(g.flags));
         for (const ChannelInfo& c : g.channels)
-            text += "  " + channelText(c);
+            text += channelText(c, "    ");
     }
     return text;
 }
