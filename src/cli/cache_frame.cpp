@@ -108,12 +108,12 @@ bool prepareCacheReaders() {
 
 CacheFrame loadCacheFrame(const std::string& path, const std::string& mapping, bool headerOnly) {
     CacheFrame frame{path};
-    if (!isCacheName(path)) {
-        frame.problem = path + ": not a cache; .kol, .vdb, .f3d and .prt files can be read";
-        return frame;
-    }
     if (InputFile file; !file.open(path)) {
         frame.problem = path + ": " + file.problem();
+        return frame;
+    }
+    if (!isCacheName(path)) {
+        frame.problem = path + ": not a cache; .kol, .vdb, .f3d and .prt files can be read";
         return frame;
     }
     std::int64_t number = 0;

@@ -139,46 +139,29 @@ private:
             return abortCode();
         if (!fitsMemory(*frame.data))
             return kExitMemory;
-        host::AtomicFile file(c.to);
-        std::string error;
-        if (!file.open(error)) {
-            console_.log().error(error);
-            return kExitOutput;
-        }
         ConvertReport report;
-        switch (fill(*frame.data, file, report, error)) {
+        std::string bytes, error;
+        switch (toKol_ ? packKol(*frame.data, o_.packing, abort_, bytes, report)
+                       : packVdb(*frame.data, abort_, bytes, report, error)) {
             case ConvertResult::Aborted:
                 return abortCode();
             case ConvertResult::NoMemory:
                 console_.log().error(c.from + ": there isn't enough memory");
                 return kExitMemory;
             case ConvertResult::Failed:
-                console_.log().error(c.to + ": " + error);
-                return kExitOutput;
+                console_.log().error(c.from + ": " + error);
+                return kExitFrameFailed;
             case ConvertResult::Done:
                 break;
         }
         if (abort_.requested())
             return abortCode();
-        if (!file.commit(error)) {
+        if (!host::writeFileAtomically(c.to, bytes, error)) {
             console_.log().error(error);
             return kExitOutput;
         }
         print(c, report);
         return kExitDone;
-    }
-
-    ConvertResult fill(NimbraFrameData& frame, host::AtomicFile& file, ConvertReport& report,
-                       std::string& error) {
-        if (!toKol_)
-            return writeVdbFrame(frame, file.temporaryPath(), abort_, report, error);
-        std::vector<std::uint8_t> bytes;
-        const ConvertResult result = packKol(frame, o_.packing, abort_, bytes, report);
-        if (result != ConvertResult::Done)
-            return result;
-        // The error names the file already.
-        const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-        return file.write(text, error) ? ConvertResult::Done : ConvertResult::Failed;
     }
 
     void print(const Conversion& c, const ConvertReport& report) {

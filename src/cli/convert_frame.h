@@ -43,15 +43,12 @@ enum class ConvertResult { Done, Aborted, NoMemory, Failed };
 /// A frame as a .kol file. Channels are expanded one after the other; what doesn't expand is left
 /// out.
 ConvertResult packKol(NimbraFrameData& frame, const KolPacking& packing,
-                      const host::AbortFlag& abort, std::vector<std::uint8_t>& bytes,
-                      ConvertReport& report);
+                      const host::AbortFlag& abort, std::string& bytes, ConvertReport& report);
 
 /// A frame as an OpenVDB file, one grid of floats for each channel under the channel's own name.
-/// Cells of exactly 0 are left out of the trees. `path` is written as it stands: give a temporary
-/// name. On Failed `error` says why.
-ConvertResult writeVdbFrame(NimbraFrameData& frame, const std::string& path,
-                            const host::AbortFlag& abort, ConvertReport& report,
-                            std::string& error);
+/// Cells of exactly 0 are left out of the trees. On Failed `error` says why.
+ConvertResult packVdb(NimbraFrameData& frame, const host::AbortFlag& abort, std::string& bytes,
+                      ConvertReport& report, std::string& error);
 
 /// The ids of the channels that were stored in a frame, those hidden in the packed colour among
 /// them; derived ones not.

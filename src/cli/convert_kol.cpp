@@ -136,8 +136,7 @@ std::vector<float> takeVoxels(NimbraFrameData& frame, int channel) {
 }
 
 ConvertResult packKol(NimbraFrameData& frame, const KolPacking& packing,
-                      const host::AbortFlag& abort, std::vector<std::uint8_t>& bytes,
-                      ConvertReport& report) try {
+                      const host::AbortFlag& abort, std::string& bytes, ConvertReport& report) try {
     KolWriter writer;
     copyHeader(frame, writer);
     if (voxelCount(frame.gridSize) > 0)
@@ -151,7 +150,11 @@ ConvertResult packKol(NimbraFrameData& frame, const KolPacking& packing,
     for (NimbraFrameData::PGroup* const group : frame.groups)
         if (!addGroup(*group, writer, report))
             return ConvertResult::NoMemory;
-    return writer.finish(bytes) ? ConvertResult::Done : ConvertResult::NoMemory;
+    std::vector<std::uint8_t> file;
+    if (!writer.finish(file))
+        return ConvertResult::NoMemory;
+    bytes.assign(file.begin(), file.end());
+    return ConvertResult::Done;
 } catch (const std::bad_alloc&) {
     return ConvertResult::NoMemory;
 }

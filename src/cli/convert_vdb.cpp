@@ -1,10 +1,13 @@
 // Copyright 2026 The Nimbra Authors
 // SPDX-License-Identifier: Apache-2.0
 #include <fmt/format.h>
+#include <openvdb/io/Archive.h>
 #include <openvdb/openvdb.h>
 
 #include <cmath>
 #include <new>
+#include <sstream>
+#include <utility>
 
 #include "cache/channel_mapping.h"
 #include "cache/prt_group.h"
@@ -70,6 +73,23 @@ openvdb::MetaMap tagsOf(const NimbraFrameData& frame, std::uint32_t mask) {
     return tags;
 }
 
+/// The library writes whole files by name alone, and doesn't tell whether the disk took them.
+class MemoryArchive : public openvdb::io::Archive {
+public:
+    void writeTo(std::ostream& out, const openvdb::GridCPtrVec& grids,
+                 const openvdb::MetaMap& tags) const {
+        constexpr bool kWithPositions = true;
+        write(out, grids, kWithPositions, tags);
+    }
+};
+
+std::string bytesOf(const openvdb::GridCPtrVec& grids, const openvdb::MetaMap& tags) {
+    std::ostringstream out(std::ios::binary);
+    out.exceptions(std::ios::badbit | std::ios::failbit);
+    MemoryArchive().writeTo(out, grids, tags);
+    return std::move(out).str();
+}
+
 void nameGroups(const NimbraFrameData& frame, ConvertReport& report) {
     for (const NimbraFrameData::PGroup* const group : frame.groups)
         report.leftOut.push_back(fmt::format(
@@ -78,12 +98,11 @@ void nameGroups(const NimbraFrameData& frame, ConvertReport& report) {
 
 }  // namespace
 
-ConvertResult writeVdbFrame(NimbraFrameData& frame, const std::string& path,
-                            const host::AbortFlag& abort, ConvertReport& report,
-                            std::string& error) try {
+ConvertResult packVdb(NimbraFrameData& frame, const host::AbortFlag& abort, std::string& bytes,
+                      ConvertReport& report, std::string& error) try {
     prepareVdbLibrary();
     const openvdb::math::Transform::Ptr transform = toWorld(frame, report);
-    openvdb::GridPtrVec grids;
+    openvdb::GridCPtrVec grids;
     std::uint32_t mask = 0;
     for (const int channel : storedChannels(frame)) {
         const std::string name = gridName(channel);
@@ -105,9 +124,7 @@ ConvertResult writeVdbFrame(NimbraFrameData& frame, const std::string& path,
         report.channels.push_back({channelName(channel)});
     }
     nameGroups(frame, report);
-    openvdb::io::File file(path);
-    file.write(grids, tagsOf(frame, mask));
-    file.close();
+    bytes = bytesOf(grids, tagsOf(frame, mask));
     return ConvertResult::Done;
 } catch (const std::bad_alloc&) {
     return ConvertResult::NoMemory;

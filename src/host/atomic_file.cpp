@@ -69,7 +69,6 @@ public:
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
 
-    const std::string& name() const { return name_; }
     // Each answers zero or the error number.
     int create() {
         ::unlink(name_.c_str());
@@ -151,10 +150,6 @@ AtomicFile::AtomicFile(const std::string& path)
     : path_(path), file_(std::make_unique<TemporaryFile>(temporaryName(path))) {}
 
 AtomicFile::~AtomicFile() = default;
-
-const std::string& AtomicFile::temporaryPath() const {
-    return file_->name();
-}
 
 bool AtomicFile::open(std::string& error) {
     return canBeWritten(path_, error) && told(path_, file_->create(), error);

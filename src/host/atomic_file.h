@@ -24,8 +24,6 @@ public:
     bool write(std::string_view bytes, std::string& error);
     /// Has the system put the bytes on the disk and renames.
     bool commit(std::string& error);
-    /// For libraries that write by name: between open and commit.
-    const std::string& temporaryPath() const;
 
 private:
     std::string path_;
