@@ -15,6 +15,7 @@
 #include "cli/console.h"
 #include "cli/exit_codes.h"
 #include "cli/frame_info.h"
+#include "cli/prt_info.h"
 #include "cli/render_options.h"
 
 namespace nimbra::cli {
@@ -41,6 +42,9 @@ bool holdsSomething(const F3dFileInfo& file) {
 bool holdsSomething(const FrameInfo&) {
     return false;
 }
+bool holdsSomething(const PrtFileInfo& file) {
+    return !file.channels.empty();
+}
 
 template <class FileInfo>
 Answer describe(const FileInfo& file, bool json) {
@@ -61,8 +65,10 @@ Answer describeFile(const std::string& path, const InfoCommand& o) {
     const std::string extension = fileExtension(path);
     if (extension == "f3d")
         return describe(readF3dInfo(path, values), o.json);
-    if (extension == "kol" || extension == "prt")
+    if (extension == "kol")
         return describe(readFrameInfo(path, values), o.json);
+    if (extension == "prt")
+        return describe(readPrtInfo(path, values), o.json);
     return describe(readVdbInfo(path, values), o.json);
 }
 

@@ -1,7 +1,7 @@
 // Copyright 2026 The Nimbra Authors
 // SPDX-License-Identifier: Apache-2.0
 //
-// What a .kol or a .prt file holds, told in plain values: for listings, and for choosing what to
+// What a .kol file holds, told in plain values: for listings, and for choosing what to
 // show.
 #pragma once
 
