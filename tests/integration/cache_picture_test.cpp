@@ -35,8 +35,9 @@ float rampAt(int x, int y) {
 }
 
 /// Smoke that is denser to the right and to the top, in the cube's place, as an OpenVDB file and as
-/// a Field3D file.
-void writeRamps(const std::filesystem::path& vdb, const std::filesystem::path& f3d) {
+/// a Field3D file, of which one voxel is multiplied by `spoiled`.
+void writeRamps(const std::filesystem::path& vdb, const std::filesystem::path& f3d,
+                float spoiled = 1) {
     test::GridSpec grid;
     std::vector<float> values;
     for (int z = 0; z < kCells; ++z)
@@ -49,6 +50,7 @@ void writeRamps(const std::filesystem::path& vdb, const std::filesystem::path& f
     spec.grids.push_back(std::move(grid));
     test::writeVdb(vdb, spec);
 
+    values[0] *= spoiled;
     test::LayerSpec layer;
     layer.high = {kCells - 1, kCells - 1, kCells - 1};
     layer.rows = {test::bytesOf(values)};
@@ -141,6 +143,23 @@ TEST_F(CachePicture, Field3dAndOpenVdb_ShowTheSame) {
     EXPECT_GT(vdb.pixel(2, 6)[0], vdb.pixel(13, 6)[0] + 0.03);
     for (std::size_t i = 0; i < vdb.rgba.size(); ++i)
         EXPECT_NEAR(vdb.rgba[i], f3d.rgba[i], 1e-5) << i;
+}
+
+TEST_F(CachePicture, ValuesThatArentFinite_AreSaidOnceForASequence) {
+    for (const char* name : {"ramp_0001", "ramp_0002"})
+        writeRamps(folder_ / "unused.vdb", folder_ / (std::string(name) + ".f3d"), INFINITY);
+    const auto made = make(scene(container("a", 0.3, 50, "ramp_####.f3d")));
+    ASSERT_NE(made, nullptr) << faults_;
+    KeptFrames output;
+    EXPECT_EQ(render(*made, output, {1, 2}, 2).status, RenderStatus::Complete);
+    int said = 0;
+    for (const std::string& line : lines_)
+        said += line.find("ramp_####.f3d: 1 values that aren't finite were set to 0") !=
+                std::string::npos;
+    EXPECT_EQ(said, 1);
+    for (const FrameBuffer& picture : output.pictures)
+        for (const float v : picture.rgba)
+            EXPECT_TRUE(std::isfinite(v));
 }
 
 TEST_F(CachePicture, MissingFrame_RendersWithoutItAndIsSaid) {
