@@ -6,6 +6,7 @@
 
 #include <bit>
 #include <cmath>
+#include <filesystem>
 #include <random>
 
 #include "cache/test_log.h"
@@ -194,6 +195,24 @@ double sumOfAll(const PrtFile& file) {
                 sum += v[0] + v[3];
         }
     return sum;
+}
+
+TEST_F(PrtFileTest, BrokenFiles_AnswerAsTheyShould) {
+    const std::filesystem::path data = NIMBRA_TEST_DATA "/prt_broken";
+    const GoldenCase answers = loadGolden(data / "answers.json");
+    const auto& expected = answers.json.at("files");
+    int found = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(data)) {
+        if (entry.path().extension() != ".prt")
+            continue;
+        SCOPED_TRACE(entry.path().filename());
+        const auto& answer = expected.at(entry.path().filename().string());
+        EXPECT_EQ(file.load(entry.path().c_str()), answer.at("load").get<int>());
+        EXPECT_EQ(file.count, answer.at("count").get<int>());
+        EXPECT_TRUE(std::isfinite(sumOfAll(file)));
+        ++found;
+    }
+    EXPECT_EQ(found, static_cast<int>(expected.size()));
 }
 
 TEST_F(PrtFileTest, MutatedFiles_Answer) {
