@@ -162,9 +162,12 @@ private:
             _mm_store_ps(passed, _mm_sub_ps(_mm_set1_ps(1),
                                             _mm_mul_ps(walk.opacities(), _mm_set1_ps(shadow))));
             const float before = left;
-            for (float& behind : passed)
-                behind = left *= behind;
-            if (_mm_movemask_ps(_mm_cmplt_ps(_mm_load_ps(passed), _mm_set1_ps(stop))) != 0)
+            bool ends = false;
+            for (const float share : passed) {
+                left *= share;
+                ends |= left < stop;
+            }
+            if (ends)
                 return true;
             // As many steps again might be too many.
             endsSoon = left * left < stop * before;
