@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
 
@@ -228,6 +229,40 @@ TEST_F(CacheCommands, Info_TellsWhatFramesHold) {
     const auto quick = nlohmann::json::parse(run("info --json --header-only " + file).out);
     EXPECT_EQ(quick["groups"][0]["count"], 1000);
     EXPECT_FALSE(quick["groups"][0]["channels"][0].contains("max"));
+}
+
+TEST_F(CacheCommands, Field3d_IsTakenLikeTheOthers) {
+    const std::string data = NIMBRA_TEST_DATA "/f3d/", file = data + "mac_velocity_h5.f3d";
+    const Answer text = run("info " + file);
+    EXPECT_EQ(text.code, 0);
+    for (const char* part : {"Field3D 1.7.3 (HDF5), 2 layers", "v_mac            in smoke.0",
+                             "float vector, MACField", "(0 0 0) to (11 8 14)"})
+        EXPECT_NE(text.out.find(part), std::string::npos) << part << "\n" << text.out;
+    std::ifstream in(data + "mac_velocity_h5.json");
+    const auto expected = nlohmann::json::parse(in)["partitions"][0]["layers"][1]["stats"];
+    const auto layer = nlohmann::json::parse(run("info --json " + file).out)["layers"][1];
+    for (int c = 0; c < 3; ++c)
+        EXPECT_NEAR(layer["mean"][c].get<double>(), expected["mean"][c].get<double>(), 1e-7);
+    const auto dumped = nlohmann::json::parse(
+        run("dump --json --map 4,v_mac(x);5,v_mac(y);6,v_mac(z); " + file).out);
+    EXPECT_EQ(dumped["status"], 0);
+    EXPECT_EQ(dumped["frame"]["channelMask"], 0x70);
+    EXPECT_EQ(dumped["frame"]["gridSize"], nlohmann::json({12, 9, 15}));
+
+    std::ofstream(at("cut.f3d")) << "Ogawa\xFF";
+    const Answer cut = run("info " + at("cut.f3d"));
+    EXPECT_EQ(cut.code, kExitInput);
+    EXPECT_NE(cut.err.find("ends too early"), std::string::npos) << cut.err;
+
+    const ViewLook a = chooseLook(summarize(readVdbInfo(kFire + "fluid_data_0046.vdb")));
+    const ViewLook b = chooseLook(summarize(readF3dInfo(data + "campfire_og.f3d")));
+    EXPECT_EQ(a.subject, b.subject);
+    EXPECT_EQ(a.upAxis, b.upAxis);
+    // The copy is cropped, and lies half a cell beside.
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_NEAR(a.boxLow[i], b.boxLow[i], 0.08);
+        EXPECT_NEAR(a.boxHigh[i], b.boxHigh[i], 0.12);
+    }
 }
 
 TEST(FrameLook, PackedCopyOfACache_IsShownLikeTheCache) {
