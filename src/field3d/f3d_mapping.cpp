@@ -44,7 +44,13 @@ Matrix atTimeZero(std::vector<TimeSample> samples) {
 
 /// False (and a problem) where the samples that are promised aren't there.
 bool readSamples(const F3dGroup& group, std::vector<TimeSample>& samples, std::string& problem) {
+    // Each sample is looked up by its name; real files have a few.
+    constexpr std::int64_t kMostSamples = 1000;
     std::int64_t count = 0;
+    if (group.integer("num_time_samples", count) && count > kMostSamples) {
+        problem = fmt::format("has a matrix mapping of {} samples, too many", count);
+        return false;
+    }
     if (!group.integer("num_time_samples", count) || count < 0) {
         problem = "has a matrix mapping without a number of samples";
         return false;

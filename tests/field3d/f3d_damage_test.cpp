@@ -205,6 +205,8 @@ TEST_F(F3dDamage, MappingsThatAreNone) {
     EXPECT_NE(problemWith(matrix(identity, 2)).find("2 samples without sample 1"),
               std::string::npos);
     EXPECT_NE(problemWith(matrix(identity, -1)).find("without a number"), std::string::npos);
+    EXPECT_NE(problemWith(matrix(identity, INT32_MAX)).find("samples, too many"),
+              std::string::npos);
     for (const double bad : {double(NAN), double(INFINITY), 0.5}) {
         std::vector<double> m = identity;
         m[3] = bad;
