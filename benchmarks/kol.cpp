@@ -213,6 +213,7 @@ BENCHMARK(BM_QuantisedZones)
     ->ArgNames({"content", "zones"})
     ->ArgsProduct({{kPlume, kFilled}, {1, 2, 4}})
     ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime()
     ->UseRealTime();
 BENCHMARK(BM_Raw)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Memcpy)->Unit(benchmark::kMillisecond);
