@@ -8,6 +8,8 @@
 #include <new>
 #include <utility>
 
+#include "cache/process_memory.h"
+
 namespace nimbra {
 
 std::int64_t voxelCount(const int size[3]) {
@@ -82,7 +84,12 @@ bool GridChannelProxy<float>::allocate(const int size[3], int spare) {
     GridStorage* made = new (std::nothrow) GridStorage;
     if (!made)
         return false;
-    if (!made->setSize(size) || !made->voxels.SetSize(made->cells + spare, nullptr, true)) {
+    const auto fits = [&] {
+        const std::uint64_t most = memoryOfProcess() / sizeof(float);
+        return static_cast<std::uint64_t>(made->cells) + static_cast<std::uint64_t>(spare) <= most;
+    };
+    if (!made->setSize(size) || !fits() ||
+        !made->voxels.SetSize(made->cells + spare, nullptr, true)) {
         delete made;
         return false;
     }

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "cache/bounded_reader.h"
+#include "cache/process_memory.h"
 #include "cache/prt_group.h"
 #include "cache/sg_compressor.h"
 #include "cache/zip_inflate.h"
@@ -24,6 +25,11 @@ namespace {
 
 constexpr std::int64_t kWordBytes = 4;
 constexpr std::int64_t kPlanes = 32;  // bits of a word, particles of a plane's word
+
+/// A constant of a few bytes may stand for any count.
+bool fitsMemory(std::int64_t bytes) {
+    return static_cast<std::uint64_t>(bytes) <= memoryOfProcess();
+}
 
 /// How many floats the streams' own counts promise: one past the last.
 std::int64_t statedCount(std::span<const std::byte> stream) {
@@ -192,7 +198,8 @@ bool NimbraFrameData::PGroup::inflateWords(std::span<const std::byte> packed, By
                                            std::int64_t bytes) const {
     const auto packedBytes = static_cast<std::int64_t>(packed.size());
     std::int64_t inflated = 0;
-    return zipCanHold(packedBytes, bytes) && out.SetSize(bytes, nullptr, true) &&
+    return zipCanHold(packedBytes, bytes) && fitsMemory(bytes) &&
+           out.SetSize(bytes, nullptr, true) &&
            inflateBuffer(packed.data(), packedBytes, out.data, bytes, &inflated) &&
            inflated == bytes;
 }
@@ -204,7 +211,7 @@ bool NimbraFrameData::PGroup::decodeWords(int channel, std::span<const std::byte
     if (words * kWordBytes > kUnprovenBytes && statedCount(stream) < words)
         return false;
     constexpr unsigned char kZero = 0;
-    if (!out.SetSize(words * kWordBytes, &kZero, true))
+    if (!fitsMemory(words * kWordBytes) || !out.SetSize(words * kWordBytes, &kZero, true))
         return false;
     auto& decoder = compressor[channel];
     bool done = false;

@@ -11,8 +11,6 @@
 #include <openvdb/io/GridDescriptor.h>
 #include <openvdb/io/io.h>
 #include <openvdb/openvdb.h>
-#include <sys/resource.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -198,17 +196,6 @@ bool prepareVdbLibrary() {
         }
     }();
     return ready;
-}
-
-std::uint64_t memoryOfProcess() {
-    const long pages = sysconf(_SC_PHYS_PAGES), pageSize = sysconf(_SC_PAGE_SIZE);
-    std::uint64_t most = UINT64_MAX;
-    if (pages > 0 && pageSize > 0)
-        most = static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageSize);
-    rlimit limit = {};
-    if (getrlimit(RLIMIT_AS, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY)
-        most = std::min<std::uint64_t>(most, limit.rlim_cur);
-    return most;
 }
 
 std::shared_ptr<void> buildVdbTree(const VdbHead& file, const VdbDescriptor& grid,

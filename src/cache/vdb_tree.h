@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 
+#include "cache/process_memory.h"
 #include "cache/vdb_file.h"
 
 namespace nimbra {
@@ -22,9 +23,6 @@ bool prepareVdbLibrary();
 /// on the way.
 std::shared_ptr<void> buildVdbTree(const VdbHead& file, const VdbDescriptor& grid,
                                    VdbGridBytes& bytes, std::string& problem);
-
-/// Bytes that this process may have at most: the machine's memory, or less where a limit is set.
-std::uint64_t memoryOfProcess();
 
 /// Of the active values of a tree, those of tiles counted once for each cell.
 struct VdbStatistics {
