@@ -1,13 +1,13 @@
 // Copyright 2026 The Nimbra Authors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The planes of voxels side by side. This source is compiled once for each instruction set.
+// Particles side by side: which voxels they are near, and what they add to the voxels' planes. This
+// source is compiled once for each instruction set.
 #include "cache/liquid_fit.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <limits>
 #include <utility>
 
 #undef HWY_TARGET_INCLUDE
@@ -19,77 +19,120 @@ HWY_BEFORE_NAMESPACE();
 namespace ParticlesToGrid::HWY_NAMESPACE {
 
 namespace hn = hwy::HWY_NAMESPACE;
-using Floats = hn::CappedTag<float, kVoxels>;
-using Ints = hn::RebindToSigned<Floats>;
+using Floats = hn::CappedTag<float, kGroup>;
 using Vf = hn::Vec<Floats>;
 using Mask = hn::Mask<Floats>;
 constexpr Floats kF{};
-constexpr Ints kI{};
+constexpr int kLanes = static_cast<int>(hn::MaxLanes(kF));
+/// Vectors of a group.
+constexpr int kParts = kGroup / kLanes;
 
-/// Weights of a plane's next step, summed over a list. Without initialisers: the constructor that
-/// these make isn't compiled for the instruction set.
-struct Sums {
-    Vf a, b;
-};
-
-/// With q the distance of each particle from the plane at t: a += (q + 0.5) / (q^2 + 0.0625),
-/// b += 1 / (q^2 + 0.0625).
-template <bool AllLanes>
-HWY_INLINE void addRow(Sums& sums, const OffsetRow& row, int lane, const Vf (&u)[3],
-                       const Vf (&ut)[3], const Mask& inList) {
-    const Vf qx = hn::Mul(hn::Sub(hn::LoadU(kF, row.x + lane), ut[0]), u[0]);
-    const Vf qy = hn::Mul(hn::Sub(hn::LoadU(kF, row.y + lane), ut[1]), u[1]);
-    const Vf qz = hn::Mul(hn::Sub(hn::LoadU(kF, row.z + lane), ut[2]), u[2]);
-    const Vf q = hn::Add(hn::Add(qx, qy), qz);
-    Vf w = hn::Div(hn::Set(kF, 1.0f), hn::Add(hn::Mul(q, q), hn::Set(kF, 0.0625f)));
-    Vf wq = hn::Mul(w, hn::Add(q, hn::Set(kF, 0.5f)));
-    if constexpr (!AllLanes) {
-        w = hn::IfThenElseZero(inList, w);
-        wq = hn::IfThenElseZero(inList, wq);
-    }
-    sums.a = hn::Add(sums.a, wq);
-    sums.b = hn::Add(sums.b, w);
+/// The lanes that lie in front of an end `left` places away.
+HWY_INLINE Mask lanesBefore(std::int64_t left) {
+    return hn::FirstN(kF, static_cast<std::size_t>(std::clamp<std::int64_t>(left, 0, kLanes)));
 }
 
-/// t of the planes of the voxels from `lane` on; `shortest` and `longest` are those of their lists.
-HWY_INLINE Vf fitLanes(const OffsetLists& lists, int lane, const Vf (&u)[3], Mask active,
-                       std::int32_t shortest, std::int32_t longest) {
+/// Sum of a group's lanes, from the first to the last.
+HWY_INLINE float sumOfGroup(const Vf (&parts)[kParts]) {
+    HWY_ALIGN float lanes[kGroup];
+    for (int p = 0; p < kParts; ++p)
+        hn::Store(parts[p], kF, lanes + p * kLanes);
+    float sum = 0;
+    for (float lane : lanes)
+        sum += lane;
+    return sum;
+}
+
+void addParticles(OffsetLists& lists, const float* const positions[3], std::int64_t particles,
+                  const float corner[3], const float shift[3]) {
+    const Vf half = hn::Set(kF, 0.5f), one = hn::Set(kF, 1.0f);
+    for (std::int64_t i = 0; i < particles; i += kLanes) {
+        // From the lower and from the upper voxel of each axis.
+        Vf d[3][2], square[3][2];
+        for (int a = 0; a < 3; ++a) {
+            const Vf p = hn::Mul(hn::LoadU(kF, positions[a] + i), half);
+            d[a][0] = hn::Add(hn::Sub(p, hn::Set(kF, corner[a])), hn::Set(kF, shift[a]));
+            d[a][1] = hn::Sub(d[a][0], half);
+            for (int b = 0; b < 2; ++b)
+                square[a][b] = hn::Mul(d[a][b], d[a][b]);
+        }
+        const Mask there = lanesBefore(particles - i);
+        for (int k = 0; k < kVoxels; ++k) {
+            const int x = k & 1, y = k >> 1 & 1, z = k >> 2;
+            const Vf length2 = hn::Add(hn::Add(square[0][x], square[1][y]), square[2][z]);
+            const Mask near = hn::And(there, hn::Not(hn::Gt(length2, one)));
+            if (hn::AllFalse(kF, near) || !lists.makeRoom(k))
+                continue;
+            OffsetLists::List& list = lists.listToFill(k);
+            float* const end = list.store.data + list.count;
+            hn::CompressStore(d[0][x], near, kF, end);
+            hn::CompressStore(d[1][y], near, kF, end + list.room);
+            hn::CompressStore(d[2][z], near, kF, end + 2 * list.room);
+            list.count += static_cast<std::int64_t>(hn::CountTrue(kF, near));
+        }
+    }
+}
+
+/// s := minus the sum of a list: from the particles towards the voxel.
+void sumList(const OffsetLists::List& list, float s[3]) {
+    for (int a = 0; a < 3; ++a) {
+        Vf sums[kParts];
+        for (Vf& sum : sums)
+            sum = hn::Zero(kF);
+        for (std::int64_t m = 0; m < list.count; m += kGroup)
+            for (int p = 0; p < kParts; ++p) {
+                const std::int64_t at = m + p * kLanes;
+                const Vf d = hn::LoadU(kF, list.axis(a) + at);
+                sums[p] = hn::Sub(sums[p], hn::IfThenElseZero(lanesBefore(list.count - at), d));
+            }
+        s[a] = sumOfGroup(sums);
+    }
+}
+
+/// A step of the plane at t: with q the distance of each particle from it, the mean of q + 0.5 by
+/// the weights 1 / (q^2 + 0.0625).
+HWY_INLINE float planeStep(const OffsetLists::List& list, const float u[3], float t) {
+    const Vf ux = hn::Set(kF, u[0]), uy = hn::Set(kF, u[1]), uz = hn::Set(kF, u[2]);
+    const Vf tx = hn::Set(kF, u[0] * t), ty = hn::Set(kF, u[1] * t), tz = hn::Set(kF, u[2] * t);
+    const Vf one = hn::Set(kF, 1.0f), half = hn::Set(kF, 0.5f), limit = hn::Set(kF, 0.0625f);
+    Vf a[kParts], b[kParts];
+    for (int p = 0; p < kParts; ++p)
+        a[p] = b[p] = hn::Zero(kF);
+    const auto addPart = [&](std::int64_t at, int p, auto limited) HWY_ATTR {
+        const Vf qx = hn::Mul(hn::Sub(hn::LoadU(kF, list.axis(0) + at), tx), ux);
+        const Vf qy = hn::Mul(hn::Sub(hn::LoadU(kF, list.axis(1) + at), ty), uy);
+        const Vf qz = hn::Mul(hn::Sub(hn::LoadU(kF, list.axis(2) + at), tz), uz);
+        const Vf q = hn::Add(hn::Add(qx, qy), qz);
+        Vf w = hn::Div(one, hn::Add(hn::Mul(q, q), limit));
+        Vf wq = hn::Mul(w, hn::Add(q, half));
+        if constexpr (decltype(limited)::value) {
+            const Mask there = lanesBefore(list.count - at);
+            w = hn::IfThenElseZero(there, w);
+            wq = hn::IfThenElseZero(there, wq);
+        }
+        a[p] = hn::Add(a[p], wq);
+        b[p] = hn::Add(b[p], w);
+    };
+    std::int64_t m = 0;
+    for (; m + kGroup <= list.count; m += kGroup)
+        for (int p = 0; p < kParts; ++p)
+            addPart(m + p * kLanes, p, std::false_type());
+    for (int p = 0; p < kParts; ++p)
+        addPart(m + p * kLanes, p, std::true_type());
+    return sumOfGroup(a) / sumOfGroup(b);
+}
+
+float fitPlane(const OffsetLists::List& list, const float u[3]) {
     constexpr int kMostSteps = 10;
     constexpr float kLastStep = 0.01f;
-    const auto counts = hn::LoadU(kI, lists.counts() + lane);
-    Vf t = hn::Zero(kF);
-    for (int i = 0; i < kMostSteps && !hn::AllFalse(kF, active); ++i) {
-        const Vf ut[3] = {hn::Mul(u[0], t), hn::Mul(u[1], t), hn::Mul(u[2], t)};
-        Sums sums;
-        sums.a = sums.b = hn::Zero(kF);
-        std::int32_t m = 0;
-        for (; m < shortest; ++m)
-            addRow<true>(sums, lists.rows()[m], lane, u, ut, active);
-        for (; m < longest; ++m)
-            addRow<false>(sums, lists.rows()[m], lane, u, ut,
-                          hn::RebindMask(kF, hn::Lt(hn::Set(kI, m), counts)));
-        const Vf step = hn::Div(sums.a, sums.b);
-        t = hn::IfThenElse(active, hn::Add(t, step), t);
-        active = hn::And(active, hn::Not(hn::Lt(hn::Abs(step), hn::Set(kF, kLastStep))));
+    float t = 0;
+    for (int i = 0; i < kMostSteps; ++i) {
+        const float step = planeStep(list, u, t);
+        t += step;
+        if (std::fabs(step) < kLastStep)
+            break;
     }
     return t;
-}
-
-/// `units`: directions of the lists; lists without one are left out.
-void fitPlanes(const OffsetLists& lists, const float (&units)[3][kVoxels],
-               const float (&hasPlane)[kVoxels], float* t) {
-    const int lanes = static_cast<int>(hn::Lanes(kF));
-    for (int k = 0; k < kVoxels; k += lanes) {
-        std::int32_t shortest = std::numeric_limits<std::int32_t>::max(), longest = 0;
-        for (int v = k; v < k + lanes; ++v) {
-            shortest = std::min(shortest, lists.count(v));
-            longest = std::max(longest, hasPlane[v] != 0 ? lists.count(v) : 0);
-        }
-        const Vf u[3] = {hn::LoadU(kF, units[0] + k), hn::LoadU(kF, units[1] + k),
-                         hn::LoadU(kF, units[2] + k)};
-        const Mask active = hn::Ne(hn::LoadU(kF, hasPlane + k), hn::Zero(kF));
-        hn::StoreU(fitLanes(lists, k, u, active, std::min(shortest, longest), longest), kF, t + k);
-    }
 }
 
 }  // namespace ParticlesToGrid::HWY_NAMESPACE
@@ -98,106 +141,82 @@ HWY_AFTER_NAMESPACE();
 #if HWY_ONCE
 namespace ParticlesToGrid {
 
-HWY_EXPORT(fitPlanes);
+HWY_EXPORT(addParticles);
+HWY_EXPORT(sumList);
+HWY_EXPORT(fitPlane);
+
+OffsetLists::OffsetLists() {
+    constexpr std::int64_t kFirstRoom = 200;
+    for (int k = 0; k < kVoxels; ++k)
+        grow(k, kFirstRoom + kGroup);
+}
 
 void OffsetLists::clear() {
-    std::fill_n(count_, kVoxels, 0);
-    std::fill_n(sum_[0], 3 * kVoxels, 0.0f);
+    for (List& list : lists_)
+        list.count = 0;
 }
 
 /// Keeps what is there when it can't.
-bool OffsetLists::grow(std::int64_t room) {
-    NMBUtils::NmbArray<OffsetRow, long long> larger;
-    if (!larger.SetSize(room))
+bool OffsetLists::grow(int voxel, std::int64_t room) {
+    List& list = lists_[voxel];
+    NMBUtils::NmbArray<float, long long> larger;
+    constexpr float kZero = 0;
+    if (!larger.SetSize(3 * room, &kZero, true))
         return false;
-    if (rows_.size > 0)
-        std::memcpy(larger.data, rows_.data,
-                    static_cast<std::size_t>(rows_.size) * sizeof *rows_.data);
-    std::swap(rows_.data, larger.data);
-    std::swap(rows_.size, larger.size);
-    std::swap(rows_.capacity, larger.capacity);
+    for (int a = 0; a < 3 && list.count > 0; ++a)
+        std::memcpy(larger.data + a * room, list.axis(a),
+                    static_cast<std::size_t>(list.count) * sizeof(float));
+    std::swap(list.store.data, larger.data);
+    std::swap(list.store.size, larger.size);
+    std::swap(list.store.capacity, larger.capacity);
+    list.room = room;
     return true;
 }
 
-void OffsetLists::add(const float r[3]) {
-    const float offset[3][2] = {{r[0], r[0] - 0.5f}, {r[1], r[1] - 0.5f}, {r[2], r[2] - 0.5f}};
-    float square[3][2];
-    for (int a = 0; a < 3; ++a)
-        for (int b = 0; b < 2; ++b)
-            square[a][b] = offset[a][b] * offset[a][b];
-    // What no voxel reaches.
-    if (std::min(square[0][0], square[0][1]) > 1 || std::min(square[1][0], square[1][1]) > 1 ||
-        std::min(square[2][0], square[2][1]) > 1)
-        return;
-    for (int k = 0; k < kVoxels; ++k) {
-        const int bx = k & 1, by = k >> 1 & 1, bz = k >> 2;
-        if (square[0][bx] + square[1][by] + square[2][bz] > 1)
-            continue;
-        const std::int64_t place = count_[k];
-        if (place >= rows_.size &&
-            (place == std::numeric_limits<std::int32_t>::max() || !grow(place * 5 / 4 + 8)))
-            continue;
-        OffsetRow& row = rows_[place];
-        row.x[k] = offset[0][bx];
-        row.y[k] = offset[1][by];
-        row.z[k] = offset[2][bz];
-        ++count_[k];
-        sum_[0][k] -= offset[0][bx];
-        sum_[1][k] -= offset[1][by];
-        sum_[2][k] -= offset[2][bz];
-    }
+void OffsetLists::add(const float* const positions[3], std::int64_t particles,
+                      const float corner[3], const float shift[3]) {
+    HWY_DYNAMIC_DISPATCH(addParticles)(*this, positions, particles, corner, shift);
 }
 
 namespace {
 
 /// Whether a particle of the list lies in the voxel's own cube.
-bool hasParticleInCube(const OffsetLists& lists, int k) {
+bool hasParticleInCube(const OffsetLists::List& list) {
     const auto inside = [](float d) { return d >= 0 && d < 0.5f; };
-    for (std::int32_t m = 0; m < lists.count(k); ++m) {
-        const OffsetRow& row = lists.rows()[m];
-        if (inside(row.x[k]) && inside(row.y[k]) && inside(row.z[k]))
+    for (std::int64_t m = 0; m < list.count; ++m)
+        if (inside(list.axis(0)[m]) && inside(list.axis(1)[m]) && inside(list.axis(2)[m]))
             return true;
-    }
     return false;
 }
 
-float valueOfOne(const OffsetRow& row, int k) {
-    const float square = row.x[k] * row.x[k] + row.y[k] * row.y[k] + row.z[k] * row.z[k];
-    return std::max(1 - std::sqrt(square), 0.0f);
+float lengthOf(float x, float y, float z) {
+    return std::sqrt(x * x + y * y + z * z);
+}
+
+float valueOf(const OffsetLists::List& list) {
+    if (list.count == 0)
+        return 0;
+    if (list.count == 1)
+        return std::max(1 - lengthOf(*list.axis(0), *list.axis(1), *list.axis(2)), 0.0f);
+    float s[3];
+    HWY_DYNAMIC_DISPATCH(sumList)(list, s);
+    const float length = lengthOf(s[0], s[1], s[2]);
+    const float largest = std::max({std::fabs(s[0]), std::fabs(s[1]), std::fabs(s[2])});
+    constexpr float kNoDirection = 1e18f;
+    if (largest >= length * kNoDirection)
+        return 1;
+    const float u[3] = {s[0] / length, s[1] / length, s[2] / length};
+    const float value = HWY_DYNAMIC_DISPATCH(fitPlane)(list, u) + 0.5f;
+    if (value > 1)
+        return 1;
+    return value < 0 && hasParticleInCube(list) ? 0 : value;
 }
 
 }  // namespace
 
 void surfaceValues(const OffsetLists& lists, float values[kVoxels]) {
-    float units[3][kVoxels] = {}, hasPlane[kVoxels] = {}, t[kVoxels];
-    bool anyPlane = false;
-    for (int k = 0; k < kVoxels; ++k) {
-        const float s[3] = {lists.sum(0)[k], lists.sum(1)[k], lists.sum(2)[k]};
-        const float length = std::sqrt(s[0] * s[0] + s[1] * s[1] + s[2] * s[2]);
-        const float largest = std::max({std::fabs(s[0]), std::fabs(s[1]), std::fabs(s[2])});
-        constexpr float kNoDirection = 1e18f;
-        values[k] = lists.count(k) == 0   ? 0
-                    : lists.count(k) == 1 ? valueOfOne(*lists.rows(), k)
-                                          : 1;
-        if (lists.count(k) < 2 || largest >= length * kNoDirection)
-            continue;
-        hasPlane[k] = 1;
-        anyPlane = true;
-        for (int a = 0; a < 3; ++a)
-            units[a][k] = s[a] / length;
-    }
-    if (!anyPlane)
-        return;
-    HWY_DYNAMIC_DISPATCH(fitPlanes)(lists, units, hasPlane, t);
-    for (int k = 0; k < kVoxels; ++k) {
-        if (hasPlane[k] == 0)
-            continue;
-        const float value = t[k] + 0.5f;
-        if (value > 1)
-            values[k] = 1;
-        else
-            values[k] = value < 0 && hasParticleInCube(lists, k) ? 0 : value;
-    }
+    for (int k = 0; k < kVoxels; ++k)
+        values[k] = valueOf(lists.list(k));
 }
 
 }  // namespace ParticlesToGrid

@@ -13,34 +13,42 @@ namespace ParticlesToGrid {
 
 /// Voxels of a half cell. Bits of an index: 0 for x + 1, 1 for y + 1, 2 for z + 1.
 inline constexpr int kVoxels = 8;
+/// Particles are worked on in groups of this many, whatever the instruction set, so that sums come
+/// out the same.
+inline constexpr int kGroup = 8;
 
-/// One entry of each of the eight lists, from the voxel to a particle.
-struct OffsetRow {
-    float x[kVoxels], y[kVoxels], z[kVoxels];
-};
-
-/// Eight lists of offsets, side by side, and their sums.
+/// Eight lists of offsets from a voxel to the particles near it.
 class OffsetLists {
 public:
-    OffsetLists() { grow(kFirstRoom); }
-    void clear();
-    /// Adds a particle at r from the half cell's low corner to the lists of all voxels not farther
-    /// away than 1. A list without memory goes without it.
-    void add(const float r[3]);
+    struct List {
+        NMBUtils::NmbArray<float, long long> store;  // all x, then all y, then all z
+        std::int64_t room = 0;                       // of each of the three
+        std::int64_t count = 0;
+        const float* axis(int a) const { return store.data + a * room; }
+    };
 
-    const OffsetRow* rows() const { return rows_.data; }
-    std::int32_t count(int voxel) const { return count_[voxel]; }
-    const std::int32_t* counts() const { return count_; }
-    /// The negative sum of a list: from the particles towards the voxel.
-    const float* sum(int axis) const { return sum_[axis]; }
+    OffsetLists();
+    void clear();
+
+    /// Adds particles to the lists of all voxels not farther away than 1. positions[a]: one
+    /// coordinate of all of them, in voxels, readable for kGroup - 1 more. `corner`: the half cell;
+    /// `shift` is added to all positions. Where a list can't grow it goes without them.
+    void add(const float* const positions[3], std::int64_t particles, const float corner[3],
+             const float shift[3]);
+
+    const List& list(int voxel) const { return lists_[voxel]; }
+    /// Room for one group more at the end of a list; false without memory.
+    bool makeRoom(int voxel) {
+        const List& l = lists_[voxel];
+        return l.count + kGroup <= l.room || grow(voxel, l.count + l.count / 4 + kGroup);
+    }
+    /// For the code that fills the room.
+    List& listToFill(int voxel) { return lists_[voxel]; }
 
 private:
-    static constexpr std::int32_t kFirstRoom = 200;
-    bool grow(std::int64_t room);
+    bool grow(int voxel, std::int64_t room);
 
-    NMBUtils::NmbArray<OffsetRow, long long> rows_;
-    std::int32_t count_[kVoxels] = {};
-    float sum_[3][kVoxels] = {};
+    List lists_[kVoxels];
 };
 
 /// The eight values: 0 for a voxel without particles, a linear fall-off from a single one, and

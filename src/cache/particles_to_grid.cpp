@@ -4,6 +4,7 @@
 #include "cache/particles_to_grid.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 #include "cache/liquid_fit.h"
@@ -113,13 +114,65 @@ void ParticlesToHalfGridMT::insert(std::int32_t particle) {
 
 // --- Lists to voxels -----------------------------------------------------------------------------
 
+bool ListedPositions::allocate(const HalfGrid& grid) {
+    if (!first.SetSize(grid.cells.size + 1, nullptr, true))
+        return false;
+    std::int32_t count = 0;
+    for (std::int64_t i = 0; i < grid.cells.size; ++i) {
+        first[i] = count;
+        count += grid.cells[i].count;
+    }
+    first[grid.cells.size] = count;
+    constexpr float kZero = 0;
+    for (auto& coordinates : axis)
+        if (!coordinates.SetSize(std::int64_t(count) + kGroup, &kZero, true))
+            return false;
+    return true;
+}
+
+/// Walks some lists in turn: each step waits for memory, and that way they wait together.
+void ParticlesAndHalfGridToFullGridMT::listPositions(Job* job) {
+    constexpr std::int64_t kTogether = 16;
+    for (std::int64_t cell = job->rangeStart; cell < job->rangeEnd; cell += kTogether) {
+        std::int32_t particle[kTogether], place[kTogether];
+        std::int64_t lists = 0;
+        for (std::int64_t c = cell; c < std::min(cell + kTogether, job->rangeEnd); ++c) {
+            if (grid_.cells[c].head < 0)
+                continue;
+            particle[lists] = grid_.cells[c].head;
+            place[lists++] = positions_.first[c];
+        }
+        while (lists > 0)
+            for (std::int64_t l = 0; l < lists; ++l) {
+                const float* const p = particles_.position(particle[l]);
+                for (int a = 0; a < 3; ++a)
+                    positions_.axis[a][place[l]] = p[a];
+                ++place[l];
+                particle[l] = grid_.nextParticle[particle[l]];
+                if (particle[l] >= 0)
+                    continue;
+                --lists;
+                particle[l] = particle[lists];
+                place[l] = place[lists];
+            }
+    }
+}
+
+bool ParticlesAndHalfGridToFullGridMT::start(ProgressCallback* stop) {
+    if (!positions_.allocate(grid_))
+        return false;
+    StartWithHolder(this, &ParticlesAndHalfGridToFullGridMT::listPositions, stop);
+    Start(0, stop);
+    return true;
+}
+
 namespace {
 
 /// Works on one half cell after the other.
 class SurfaceBuilder {
 public:
-    SurfaceBuilder(const BasePrtHolder& particles, const HalfGrid& grid)
-        : particles_(particles), grid_(grid) {}
+    SurfaceBuilder(const ListedPositions& positions, const HalfGrid& grid)
+        : positions_(positions), grid_(grid) {}
 
     /// The values of the eight voxels of a half cell.
     void valuesOf(const int h[3], float values[kVoxels]) {
@@ -131,10 +184,8 @@ public:
         lists_.clear();
         for (int z = h[2] - 1; z <= h[2] + 1; ++z)
             for (int y = h[1] - 1; y <= h[1] + 1; ++y)
-                for (int x = h[0] - 1; x <= h[0] + 1; ++x)
-                    addNeighbour(h, neighbourOnAxis(x, grid_.size[0]),
-                                 neighbourOnAxis(y, grid_.size[1]),
-                                 neighbourOnAxis(z, grid_.size[2]));
+                addNeighbours(h, neighbourOnAxis(y, grid_.size[1]),
+                              neighbourOnAxis(z, grid_.size[2]));
         surfaceValues(lists_, values);
     }
 
@@ -157,19 +208,31 @@ private:
         return around;
     }
 
-    void addNeighbour(const int h[3], const Neighbour& x, const Neighbour& y, const Neighbour& z) {
-        const float own[3] = {static_cast<float>(h[0]), static_cast<float>(h[1]),
-                              static_cast<float>(h[2])};
-        std::int32_t i = grid_.cells[grid_.indexOf(x.cell, y.cell, z.cell)].head;
-        for (; i >= 0; i = grid_.nextParticle[i]) {
-            const float* const p = particles_.position(i);
-            const float r[3] = {p[0] * 0.5f - own[0] + x.shift, p[1] * 0.5f - own[1] + y.shift,
-                                p[2] * 0.5f - own[2] + z.shift};
-            lists_.add(r);
+    /// The three neighbours of a row: inside the grid their particles follow each other.
+    void addNeighbours(const int h[3], const Neighbour& y, const Neighbour& z) {
+        const std::int64_t row = grid_.indexOf(0, y.cell, z.cell);
+        if (h[0] > 0 && h[0] + 1 < grid_.size[0]) {
+            addCells(h, row + h[0] - 1, row + h[0] + 2, {0, y.shift, z.shift});
+            return;
+        }
+        for (int i = h[0] - 1; i <= h[0] + 1; ++i) {
+            const Neighbour x = neighbourOnAxis(i, grid_.size[0]);
+            addCells(h, row + x.cell, row + x.cell + 1, {x.shift, y.shift, z.shift});
         }
     }
 
-    const BasePrtHolder& particles_;
+    void addCells(const int h[3], std::int64_t cell, std::int64_t end,
+                  const std::array<float, 3>& shift) {
+        const float corner[3] = {static_cast<float>(h[0]), static_cast<float>(h[1]),
+                                 static_cast<float>(h[2])};
+        const std::int64_t first = positions_.first[cell];
+        const float* const from[3] = {positions_.axis[0].data + first,
+                                      positions_.axis[1].data + first,
+                                      positions_.axis[2].data + first};
+        lists_.add(from, positions_.first[end] - first, corner, shift.data());
+    }
+
+    const ListedPositions& positions_;
     const HalfGrid& grid_;
     OffsetLists lists_;
 };
@@ -188,7 +251,7 @@ ParticlesAndHalfGridToFullGridMT::ParticlesAndHalfGridToFullGridMT(const BasePrt
 
 void ParticlesAndHalfGridToFullGridMT::Run(Job* job) {
     const std::int32_t* const size = grid_.gridSize;
-    SurfaceBuilder builder(particles_, grid_);
+    SurfaceBuilder builder(positions_, grid_);
     for (std::int64_t cell = job->rangeStart; cell < job->rangeEnd; ++cell) {
         if (IsAborted())
             return;
@@ -267,7 +330,8 @@ std::uint32_t liquidParticlesToGrid(NimbraFrameData& dst, ProgressCallback* stop
     const BasePrtHolder particles(positions, nullptr, 0);
     ParticlesToHalfGridMT(particles, grid).start(stop);
     NimbraFrameData::Proxy& surface = dst.channels[kTemperature];
-    ParticlesAndHalfGridToFullGridMT(particles, grid, surface).Start(0, stop);
+    if (!ParticlesAndHalfGridToFullGridMT(particles, grid, surface).start(stop))
+        return 0;
     surface.resetRange();
 
     std::uint32_t filled = channelBit(kTemperature);

@@ -90,6 +90,17 @@ private:
     std::atomic<std::int64_t> nextBatch_{0};
 };
 
+/// The positions of all listed particles, cell by cell in the order of the lists.
+struct ListedPositions {
+    /// Where the particles of a cell begin; one entry more than there are cells.
+    NMBUtils::NmbArray<std::int32_t, long long> first;
+    /// One coordinate each, with some spare places at the end.
+    NMBUtils::NmbArray<float, long long> axis[3];
+
+    /// Room for the particles of a grid; false without memory.
+    bool allocate(const HalfGrid& grid);
+};
+
 /// Turns the lists into the values of a channel.
 class ParticlesAndHalfGridToFullGridMT final : public NMBUtils::NmbParallel {
 public:
@@ -97,11 +108,17 @@ public:
                                      GridChannelProxy<float>& target);
     const char* GetName() const override { return "ParticlesAndHalfGridToFullGridMT"; }
     void Run(NMBUtils::Job* job) override;
+    /// False, and nothing is written, without memory.
+    bool start(TessUtils::ProgressCallback* stop);
 
 private:
+    /// Copies the positions of the job's cells.
+    void listPositions(NMBUtils::Job* job);
+
     const BasePrtHolder& particles_;
     const HalfGrid& grid_;
     GridChannelProxy<float>& target_;
+    ListedPositions positions_;
 };
 
 /// Spreads a channel of the particles to the voxels around them.
