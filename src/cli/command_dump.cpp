@@ -30,7 +30,6 @@ struct DumpCommand {
     std::vector<std::string> inputs;
     std::string mapping;
     bool json = false, headerOnly = false;
-    std::int64_t mostVoxels = kMostVoxels;
     std::vector<std::string> voxels;
     DumpArrays arrays;
 };
@@ -59,31 +58,26 @@ std::vector<Cell> parseCells(const std::vector<std::string>& texts) {
     return cells;
 }
 
-int reportTooLarge(const CacheFrame& frame, const std::vector<int>& channels,
-                   std::int64_t mostVoxels, Console& console) {
-    if (channels.empty())
-        return kExitDone;
-    const auto* const n = frame.data->gridSize;
-    console.log().error(
-        fmt::format("{}: {} channels of {} x {} x {} cells are more than --max-voxels {} allows",
-                    frame.path, channels.size(), n[0], n[1], n[2], mostVoxels));
-    return kExitMemory;
-}
-
 int printJson(const CacheFrame& frame, const DumpCommand& o, Console& console) {
     nlohmann::ordered_json out{{"file", fs::path(frame.path).filename().string()},
                                {"status", frame.status}};
     std::vector<int> tooLarge;
     if (frame.data)
-        out["frame"] = frameJson(*frame.data, {o.headerOnly, o.mostVoxels}, tooLarge);
+        out["frame"] = frameJson(*frame.data, {o.headerOnly, o.arrays.mostVoxels}, tooLarge);
     std::cout << jsonText(out) << std::endl;
-    return reportTooLarge(frame, tooLarge, o.mostVoxels, console);
+    if (tooLarge.empty())
+        return kExitDone;
+    console.log().error(beyondLimitText(frame, tooLarge.size(), o.arrays.mostVoxels));
+    return kExitMemory;
 }
 
 int printCells(const CacheFrame& frame, const std::vector<Cell>& cells, const DumpCommand& o,
                Console& console) {
     NimbraFrameData& data = *frame.data;
-    const std::vector<int> channels = chosenChannels(data, o.arrays);
+    std::vector<int> channels = chosenChannels(data, o.arrays);
+    // The one channel that takes memory for the whole grid even where that is a tree.
+    if (!withinLimit(data, 1, o.arrays.mostVoxels))
+        std::erase(channels, static_cast<int>(kSpeed));
     std::cout << frame.path << "\nx y z";
     for (const int c : channels)
         std::cout << " " << channelName(c);
@@ -217,11 +211,10 @@ void addDumpCommand(CLI::App& app, int& exitCode) {
                         "Which grids of .vdb and .f3d files become which channels, like "
                         "'2,density;1,heat;'; known names otherwise");
     command
-        ->add_option("--max-voxels", o->mostVoxels,
-                     "With --json: leave channels out that have more cells together")
+        ->add_option("--max-voxels", o->arrays.mostVoxels,
+                     "Leave channels out that have more cells together")
         ->check(CLI::PositiveNumber)
-        ->capture_default_str()
-        ->needs(json);
+        ->capture_default_str();
     addConsoleOptions(*command, o->console);
     command->callback([o, &exitCode] { exitCode = runDump(*o); });
 }

@@ -85,6 +85,18 @@ std::vector<int> chosenChannels(const NimbraFrameData& frame, const DumpArrays& 
     return channels;
 }
 
+bool withinLimit(const NimbraFrameData& frame, std::size_t channels, std::int64_t mostVoxels) {
+    const auto count = std::max<std::int64_t>(static_cast<std::int64_t>(channels), 1);
+    return voxelCount(frame.gridSize) <= mostVoxels / count;
+}
+
+std::string beyondLimitText(const CacheFrame& frame, std::size_t channels,
+                            std::int64_t mostVoxels) {
+    const auto* const n = frame.data->gridSize;
+    return fmt::format("{}: {} channels of {} x {} x {} cells are more than --max-voxels {} allows",
+                       frame.path, channels, n[0], n[1], n[2], mostVoxels);
+}
+
 ArrayWriter::ArrayWriter(const DumpArrays& arrays, Console& console)
     : arrays_(arrays), console_(console), signals_(abort_) {}
 
@@ -131,6 +143,10 @@ int ArrayWriter::writeGrids(const CacheFrame& frame, std::int64_t number) {
                             ? "; for particles give --group NAME, " + groupNames(*frame.data)
                             : ""));
         return kExitInput;
+    }
+    if (!withinLimit(*frame.data, channels.size(), arrays_.mostVoxels)) {
+        console_.log().error(beyondLimitText(frame, channels.size(), arrays_.mostVoxels));
+        return kExitMemory;
     }
     int worst = kExitDone;
     for (const int c : channels) {

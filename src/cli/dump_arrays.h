@@ -12,20 +12,27 @@
 #include "cli/array_files.h"
 #include "cli/cache_frame.h"
 #include "cli/console.h"
+#include "cli/frame_json.h"
 #include "host/abort_flag.h"
 
 namespace nimbra::cli {
 
 /// What the user wants written.
 struct DumpArrays {
-    std::string output;                 // "FILE.npy" or "FILE.ply"; empty: nothing
-    std::vector<std::string> channels;  // names or numbers; empty: all
-    std::string group;                  // empty: voxels in .npy, all groups in .ply
+    std::string output;                     // "FILE.npy" or "FILE.ply"; empty: nothing
+    std::vector<std::string> channels;      // names or numbers; empty: all
+    std::string group;                      // empty: voxels in .npy, all groups in .ply
+    std::int64_t mostVoxels = kMostVoxels;  // cells of all channels of a frame together
 };
 
 /// The grid channels of a frame that are asked for, all that it has if none are named. Throws
 /// std::invalid_argument for a name that isn't known.
 std::vector<int> chosenChannels(const NimbraFrameData& frame, const DumpArrays& arrays);
+
+/// Whether so many channels of the frame stay within the limit.
+bool withinLimit(const NimbraFrameData& frame, std::size_t channels, std::int64_t mostVoxels);
+/// The line that tells the user that they don't.
+std::string beyondLimitText(const CacheFrame& frame, std::size_t channels, std::int64_t mostVoxels);
 
 /// Writes the arrays of one frame after the other. Stops for signals while it lives.
 class ArrayWriter {

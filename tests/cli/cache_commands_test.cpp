@@ -316,6 +316,7 @@ TEST_F(CacheCommands, Failures_LeaveNothingBehind) {
         {"dump -o OUT.txt GOOD", kExitUsage, ".npy or .ply"},
         {"dump --channel smok -o OUT.npy GOOD", kExitUsage, "did you mean 'smoke'"},
         {"dump --channel fuel -o OUT.npy GOOD", kExitFrameFailed, "isn't in the file"},
+        {"dump --max-voxels 319679 -o OUT.npy GOOD", kExitMemory, "2 channels of 45 x 48 x 74"},
         {"dump --group x -o OUT.npy GOOD", kExitInput, "it has none"},
         {"dump -o OUT.ply GOOD", kExitInput, "no such particles"},
         {"dump --json BAD.kol", kExitInput, "bad.kol: "},
