@@ -131,12 +131,16 @@ bool ListedPositions::allocate(const HalfGrid& grid) {
 }
 
 /// Walks some lists in turn: each step waits for memory, and that way they wait together.
-void ParticlesAndHalfGridToFullGridMT::listPositions(Job* job) {
+void ParticlesAndHalfGridToFullGridMT::listPositions(Job*) {
     constexpr std::int64_t kTogether = 16;
-    for (std::int64_t cell = job->rangeStart; cell < job->rangeEnd; cell += kTogether) {
+    const std::int64_t cells = grid_.cells.size;
+    for (;;) {
+        const std::int64_t cell = nextCell_.fetch_add(kTogether, std::memory_order_relaxed);
+        if (cell >= cells)
+            return;
         std::int32_t particle[kTogether], place[kTogether];
         std::int64_t lists = 0;
-        for (std::int64_t c = cell; c < std::min(cell + kTogether, job->rangeEnd); ++c) {
+        for (std::int64_t c = cell; c < std::min(cell + kTogether, cells); ++c) {
             if (grid_.cells[c].head < 0)
                 continue;
             particle[lists] = grid_.cells[c].head;
@@ -161,7 +165,9 @@ void ParticlesAndHalfGridToFullGridMT::listPositions(Job* job) {
 bool ParticlesAndHalfGridToFullGridMT::start(ProgressCallback* stop) {
     if (!positions_.allocate(grid_))
         return false;
+    nextCell_ = 0;
     StartWithHolder(this, &ParticlesAndHalfGridToFullGridMT::listPositions, stop);
+    nextCell_ = 0;
     Start(0, stop);
     return true;
 }
@@ -249,11 +255,18 @@ ParticlesAndHalfGridToFullGridMT::ParticlesAndHalfGridToFullGridMT(const BasePrt
     SplitRange(grid_.cells.size);
 }
 
-void ParticlesAndHalfGridToFullGridMT::Run(Job* job) {
+/// Jobs take a few cells in turn, since all the work may lie in one layer of the grid.
+void ParticlesAndHalfGridToFullGridMT::Run(Job*) {
+    constexpr std::int64_t kBatch = 32;
+    const std::int64_t cells = grid_.cells.size;
     const std::int32_t* const size = grid_.gridSize;
     SurfaceBuilder builder(positions_, grid_);
-    for (std::int64_t cell = job->rangeStart; cell < job->rangeEnd; ++cell) {
-        if (IsAborted())
+    for (std::int64_t cell = 0, end = 0;; ++cell) {
+        if (cell >= end) {
+            cell = nextCell_.fetch_add(kBatch, std::memory_order_relaxed);
+            end = std::min(cell + kBatch, cells);
+        }
+        if (cell >= cells || IsAborted())
             return;
         const int h[3] = {static_cast<int>(cell % grid_.size[0]),
                           static_cast<int>(cell / grid_.size[0] % grid_.size[1]),

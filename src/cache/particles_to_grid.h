@@ -112,13 +112,14 @@ public:
     bool start(TessUtils::ProgressCallback* stop);
 
 private:
-    /// Copies the positions of the job's cells.
+    /// Copies the positions, some cells at a time.
     void listPositions(NMBUtils::Job* job);
 
     const BasePrtHolder& particles_;
     const HalfGrid& grid_;
     GridChannelProxy<float>& target_;
     ListedPositions positions_;
+    std::atomic<std::int64_t> nextCell_{0};
 };
 
 /// Spreads a channel of the particles to the voxels around them.
