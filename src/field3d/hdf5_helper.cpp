@@ -32,7 +32,7 @@ void limit(__rlimit_resource what, std::uint64_t value) {
 /// Processor time for unpacking the whole file a few times; memory for the library, its caches and
 /// one chunk; no core file, no files to write, no new rights.
 void limitSelf(std::uint64_t fileBytes) {
-    constexpr std::uint64_t kLeastSeconds = 4, kBytesPerSecond = 2u << 20;
+    constexpr std::uint64_t kLeastSeconds = 2, kBytesPerSecond = 2u << 20;
     const std::uint64_t seconds = kLeastSeconds + fileBytes / kBytesPerSecond;
     limit(RLIMIT_CORE, 0);
     limit(RLIMIT_FSIZE, 0);
