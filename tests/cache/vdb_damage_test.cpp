@@ -14,8 +14,8 @@
 #include "cache/frame_data.h"
 #include "cache/vdb_info.h"
 #include "cache/vdb_walk.h"
-#include "support/vdb_writer.h"
 #include "support/temp_folder.h"
+#include "support/vdb_writer.h"
 
 namespace nimbra {
 namespace {

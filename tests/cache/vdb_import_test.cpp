@@ -14,8 +14,8 @@
 #include "cache/channel_mapping.h"
 #include "cache/external_readers.h"
 #include "cache/frame_data.h"
-#include "support/vdb_writer.h"
 #include "support/temp_folder.h"
+#include "support/vdb_writer.h"
 
 namespace nimbra {
 namespace {
