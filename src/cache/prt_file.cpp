@@ -45,6 +45,10 @@ bool readBlock(nimbra::InputFile& file, std::uint64_t& at, std::byte* out, std::
     return true;
 }
 
+void logNoMemory(double bytes) {
+    NMBUtils::logLine("[ERROR] newArray failed to allocate %.0f\n", bytes);
+}
+
 }  // namespace
 
 std::string PRTChannelDefinition::nameText() const {
@@ -159,8 +163,10 @@ bool PrtFile::allocateData(std::uint64_t packedBytes) {
     if (particles < 0 || record < 0 ||
         !nimbra::checkedMultiply(static_cast<std::uint64_t>(particles),
                                  static_cast<std::uint64_t>(record), bytes) ||
-        bytes > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()))
+        bytes > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
+        logNoMemory(static_cast<double>(particles) * static_cast<double>(record));
         return fail("has particles of no sensible count");
+    }
     // Lists take memory for particles without channels, too.
     const auto most =
         static_cast<std::int64_t>(std::max(bytes, static_cast<std::uint64_t>(particles)));
@@ -168,7 +174,7 @@ bool PrtFile::allocateData(std::uint64_t packedBytes) {
         data = static_cast<unsigned char*>(
             NMBUtils::allocZeroedArrayStore(std::max<std::size_t>(bytes, 1)));
     if (!data) {
-        NMBUtils::logLine("[ERROR] newArray failed to allocate %.0f\n", static_cast<double>(bytes));
+        logNoMemory(static_cast<double>(bytes));
         return fail("states more particles than it can hold");
     }
     recordSize = static_cast<std::int32_t>(record);

@@ -8,6 +8,7 @@
 #include <new>
 #include <type_traits>
 
+#include "cache/env_path.h"
 #include "cache/file_patterns.h"
 #include "tessra/renderer.h"
 
@@ -71,12 +72,20 @@ PluginInterface* NimbraPrtLoaderPlugin::getInterface(InterfaceID id) {
     return TessraPlugin::getInterface(id);
 }
 
+bool NimbraPrtLoaderPlugin::isInWorldSpace() {
+    // This may be the first question of all, and it has no time.
+    if (!asked_)
+        paramList->cacheParams(0);
+    return usetm_ == 0;
+}
+
 int NimbraPrtLoaderPlugin::prepare(double time) {
     // Whoever asks may be earlier in the frame than this plug-in.
+    asked_ = true;
     paramList->cacheParams(time);
     if (filesrc_.empty())
         return 0;
-    const FilePattern pattern(adjustRelativePath(this, filesrc_));
+    const FilePattern pattern(networkPath(expandEnvironment(adjustRelativePath(this, filesrc_))));
     std::string path = pattern.fill(frameOfTime(time));
     if (path != loadedPath_) {
         file_.load(path.c_str());

@@ -32,7 +32,7 @@ public:
     void getChannels(TessUtils::PerParticleChannels& out, double time, std::uint32_t mask) override;
     void getAges(double time, std::vector<float>& out) override;
 
-    bool isInWorldSpace() override { return usetm_ == 0; }
+    bool isInWorldSpace() override;
 
 private:
     int prepare(double time);
@@ -42,6 +42,8 @@ private:
     PrtIO::PrtFile file_;
     /// Path of the file in `file_`, whether it could be read or not.
     TessUtils::CharString loadedPath_;
+    /// Some time was asked for: the rows were read.
+    bool asked_ = false;
     // The rows.
     TessUtils::CharString filesrc_;
     int usetm_ = 1;

@@ -60,7 +60,10 @@ public:
                 position = static_cast<float>(cell + position);
             }
         extendBox(*group.frame, positions);
-        group.setChannel(kPrtPosition, positions.data());
+        if (!group.setChannel(kPrtPosition, positions.data())) {
+            problem = "there isn't enough memory";
+            return false;
+        }
         for (const auto& [name, channel] : kChannelNames)
             fillChannel(group, name, channel);
         return true;

@@ -26,10 +26,10 @@ struct F3dTarget {
 /// on a side, of which none is occupied.
 std::uint64_t largestExpansion(std::uint64_t fileBytes);
 
-/// Fills the targets, cells outside the layer's window with `outsideValue`. Of a MAC field cell
-/// centres get the mean of two faces, rounded to the type of the file. Values too large for a float
-/// become infinite. False (and `problem`) when the file's data isn't sound; the targets are then
-/// filled in part.
+/// Fills the targets. Cells outside the layer's window get the value of the first block of a sparse
+/// field, and stay as they are for others. Of a MAC field cell centres get the mean of two faces,
+/// rounded to the type of the file. Values too large for a float become infinite. False (and
+/// `problem`) when the file's data isn't sound; the targets are then filled in part.
 bool readVoxels(F3dFile& file, const F3dLayer& layer, const std::vector<F3dTarget>& targets,
                 std::string& problem);
 

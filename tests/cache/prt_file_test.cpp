@@ -172,6 +172,9 @@ TEST_F(PrtFileTest, StatedSizes_TakeNoMoreThanTheFileCanHold) {
     bomb.particles = 100000000;
     EXPECT_EQ(load(prtBytes(bomb)), 0);
     EXPECT_EQ(log.take(), "[ERROR] newArray failed to allocate 2400000000\n");
+    bomb.particles = -100000000;
+    EXPECT_EQ(load(prtBytes(bomb)), 0);
+    EXPECT_EQ(log.take(), "[ERROR] newArray failed to allocate -2400000000\n");
 }
 
 TEST_F(PrtFileTest, TruncatedAnywhere_Answers) {
