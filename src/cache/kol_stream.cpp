@@ -113,14 +113,14 @@ void KolStream::require(std::uint64_t bytes, const char* line) {
         fail(line, "ends too early");
 }
 
-void KolStream::fillWindow() {
+bool KolStream::fillWindow() {
     const std::uint64_t bytes = std::min<std::uint64_t>(kWindowBytes, remaining());
     window_.resize(bytes);
     windowStart_ = position_;
     if (file_.readAt(position_, window_))
-        return;
+        return true;
     window_.clear();
-    throw KolDamage{file_.problem()};
+    return false;
 }
 
 void KolStream::read(std::span<std::byte> out, const char* line) {
@@ -132,8 +132,9 @@ void KolStream::read(std::span<std::byte> out, const char* line) {
         return;
     }
     while (!out.empty()) {
-        if (position_ < windowStart_ || position_ - windowStart_ >= window_.size())
-            fillWindow();
+        const bool held = position_ >= windowStart_ && position_ - windowStart_ < window_.size();
+        if (!held && !fillWindow())
+            fail(line, file_.problem());
         const std::uint64_t at = position_ - windowStart_;
         const std::size_t n = std::min<std::size_t>(out.size(), window_.size() - at);
         std::memcpy(out.data(), window_.data() + at, n);

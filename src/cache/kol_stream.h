@@ -77,7 +77,7 @@ public:
 private:
     bool openFile(const std::string& path, bool noRetry);
     bool lockFile();
-    void fillWindow();
+    bool fillWindow();
 
     InputFile file_;
     std::string path_;  // while it is guarded

@@ -21,25 +21,17 @@
 // A field behind the zone's last byte fails the zone.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "cache/bit_coder.h"
+#include "cache/input_file.h"
 #include "foundation/array.h"
 #include "foundation/parallel.h"
 
 namespace NMBUtils {
-
-/// One part of a stream.
-struct Zone {
-    const std::uint8_t* src = nullptr;     // behind the zone's magic
-    const std::uint8_t* srcEnd = nullptr;  // end of all input: bits may reach up to here
-    std::uint64_t readPos = 0;             // bytes read so far
-    std::uint64_t readLimit = 0;           // bytes that the zone's header fields may take
-    float* dst = nullptr;
-    std::uint64_t maxCount = 0;  // most elements it may produce
-    int result = 0;
-};
 
 /// What the encoder is told.
 struct ZoneEncoding {
@@ -52,21 +44,47 @@ struct ZoneEncoding {
     SymbolForm form = SymbolForm::Smaller;
 };
 
-/// Decodes one stream at a time; work memory is kept between streams.
+/// One part of a stream.
+struct Zone {
+    const std::uint8_t* src = nullptr;     // behind the zone's magic
+    const std::uint8_t* srcEnd = nullptr;  // end of all input: bits may reach up to here
+    nimbra::InputFile* file = nullptr;     // where the bytes come from; null: from `src`
+    std::uint64_t offset = 0;              // behind the zone's magic, from the stream's begin
+    std::uint64_t readPos = 0;             // bytes read so far
+    std::uint64_t readLimit = 0;           // bytes that the zone's header fields may take
+    float* dst = nullptr;
+    std::uint64_t maxCount = 0;  // most elements it may produce
+    int result = 0;
+    // Of the encoder: what is to be written, and the zone with its magic.
+    const float* values = nullptr;
+    std::size_t count = 0;
+    ZoneEncoding encoding;
+    std::vector<std::uint8_t> out;
+};
+
+/// Codes one stream at a time; work memory is kept between streams.
 template <int N>
 class SGCompressor : public NmbParallel {
 public:
     /// `threads`: -1 as many as there are processors.
     explicit SGCompressor(int threads = -1, TessUtils::ThreadManager* manager = nullptr);
 
+    /// Encodes or decodes every zone whose index is the job's plus a multiple of their number, as
+    /// the job's argument (JobKind) tells.
     void Run(Job* job) override;
     const char* GetName() const override { return "SGCompressor"; }
 
     /// Fills `dst`, which holds `elementLimit` floats, from a stream of `bytes` bytes. 0 on
     /// failure, `dst` may then be written in parts. A stream of several zones answers 1 even if
-    /// single zones failed; what those didn't get to stays as it was.
-    int Decode(const std::uint8_t* src, std::uint64_t bytes, float* dst,
-               std::uint64_t elementLimit);
+    /// single zones failed; what those didn't get to stays as it was. `fromFile`: the path of a
+    /// file that begins with the stream and is read in place of `src`.
+    int Decode(const std::uint8_t* src, std::uint64_t bytes, float* dst, std::uint64_t elementLimit,
+               const char* fromFile = nullptr);
+
+    /// Appends a stream of `zoneCount` zones of nearly equal length (one zone: no tables) to
+    /// `out`. False without memory, with a line in the log, and for a stream of over 2 GB.
+    bool Encode(const float* values, std::size_t count, int zoneCount, const ZoneEncoding& encoding,
+                std::vector<std::uint8_t>& out) requires(N == 1);
 
     /// Bytes that the work arrays hold now.
     std::size_t workBytes() const;
@@ -74,8 +92,12 @@ public:
 private:
     using WorkArray = NmbArray<int, long long>;
 
-    int decodeZones(const std::uint8_t* src, std::uint64_t bytes, float* dst,
+    enum JobKind : std::int32_t { kEncodeZones = 0, kDecodeZones = 1 };
+
+    int decodeFile(const char* path, std::uint64_t bytes, float* dst, std::uint64_t elementLimit);
+    bool readTables(const std::uint8_t* head, std::uint64_t bytes, float* dst,
                     std::uint64_t elementLimit);
+    void decodeZones();
     void makeWorkArrays(int count);
 
     int threadRequest_;
@@ -89,7 +111,7 @@ private:
 bool encodeZone(const float* values, std::size_t count, const ZoneEncoding& encoding,
                 std::vector<std::uint8_t>& out);
 
-/// Appends a stream of `zoneCount` zones of nearly equal length (one zone: no tables) to `out`.
+/// SGCompressor<1>::Encode with an object for this one stream.
 bool encodeStream(const float* values, std::size_t count, int zoneCount,
                   const ZoneEncoding& encoding, std::vector<std::uint8_t>& out);
 

@@ -156,29 +156,4 @@ bool encodeZone(const float* values, std::size_t count, const ZoneEncoding& e,
     return encodeQuantised(values, count, e, range, out);
 }
 
-bool encodeStream(const float* values, std::size_t count, int zoneCount, const ZoneEncoding& e,
-                  std::vector<std::uint8_t>& out) {
-    const auto zones = static_cast<std::size_t>(std::clamp<std::int64_t>(
-        zoneCount, 1,
-        std::min<std::int64_t>(65535,
-                               std::max<std::int64_t>(1, static_cast<std::int64_t>(count)))));
-    if (zones == 1)
-        return encodeZone(values, count, e, out);
-    std::vector<std::uint8_t> data;
-    put(out, std::uint16_t{0xFC03});
-    put(out, static_cast<std::uint16_t>(zones));
-    std::vector<std::int32_t> offsets;
-    for (std::size_t i = 0; i < zones; ++i) {
-        const std::size_t first = count * i / zones, end = count * (i + 1) / zones;
-        put(out, static_cast<std::int32_t>(first));
-        offsets.push_back(static_cast<std::int32_t>(data.size()));
-        if (!encodeZone(values + first, end - first, e, data) || data.size() > INT32_MAX)
-            return false;
-    }
-    for (const std::int32_t offset : offsets)
-        put(out, offset);
-    out.insert(out.end(), data.begin(), data.end());
-    return true;
-}
-
 }  // namespace NMBUtils

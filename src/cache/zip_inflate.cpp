@@ -39,7 +39,7 @@ int inflateAll(z_stream& stream, std::int64_t packedLeft, std::int64_t outLeft) 
 bool inflateBuffer(const void* packed, std::int64_t packedBytes, void* out, std::int64_t outBytes,
                    std::int64_t* inflated) {
     z_stream stream = {};
-    int code = inflateInit(&stream);
+    int code = inflateInit_(&stream, "1.2.8", sizeof stream);
     if (code == Z_OK) {
         stream.next_in = static_cast<Bytef*>(const_cast<void*>(packed));
         stream.next_out = static_cast<Bytef*>(out);

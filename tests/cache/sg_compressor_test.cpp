@@ -97,6 +97,40 @@ TEST(SGCompressor, WrittenStreams_ComeBackWithinHalfAStep) {
                 }
 }
 
+TEST(SGCompressor, StreamsInAFile_DecodeAsThoseInMemory) {
+    const std::string path = testing::TempDir() + "sg_stream_in_a_file";
+    const std::vector<float> in = smoke(5000, 5);
+    SGCompressor<1> compressor;
+    for (const int zones : {1, 3}) {
+        ZoneEncoding e;
+        e.bits = 10;
+        Bytes bytes;
+        ASSERT_TRUE(compressor.Encode(in.data(), in.size(), zones, e, bytes));
+        std::vector<float> expected(in.size(), -7.0f), out(in.size(), -7.0f);
+        ASSERT_EQ(decode(1, bytes, expected), 1);
+        std::filesystem::remove(path);
+        EXPECT_EQ(compressor.Decode(nullptr, 100, out.data(), out.size(), path.c_str()), 0);
+        // A length beyond the file's end, then files that end too early.
+        for (const std::size_t left : {bytes.size(), bytes.size() - 40, std::size_t{30},
+                                       std::size_t{10}, std::size_t{3}, std::size_t{0}}) {
+            std::ofstream(path, std::ios::binary)
+                .write(reinterpret_cast<const char*>(bytes.data()),
+                       static_cast<std::streamsize>(left));
+            std::vector<float> fromMemory(in.size(), -7.0f), fromFile(in.size(), -7.0f);
+            const Bytes cut(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(left));
+            EXPECT_EQ(compressor.Decode(nullptr, bytes.size() + 9, fromFile.data(), in.size(),
+                                        path.c_str()),
+                      decode(1, cut, fromMemory))
+                << zones << " zones, " << left << " bytes";
+            EXPECT_EQ(fromFile, fromMemory) << zones << " zones, " << left << " bytes";
+            if (left == bytes.size()) {
+                EXPECT_EQ(fromFile, expected);
+            }
+        }
+    }
+    std::filesystem::remove(path);
+}
+
 TEST(SGCompressor, ConstantAndNonFiniteZones_TakeElevenBytes) {
     std::vector<float> v(300, 2.5f);
     Bytes bytes;
