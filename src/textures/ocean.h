@@ -21,14 +21,16 @@ enum OceanAnimMode : int {
     kOceanLoop = 2,    // the time that is asked for, repeating
 };
 
-/// The arguments of Ocean::setup. Lengths are in metres, or in scene units without the wind.
+/// The arguments of Ocean::setup. With the wind, places and the wind's speed are multiplied by
+/// `meterScale` and movements divided by it: since lengths and heights of waves grow with the
+/// square of the speed, the waves become larger by that factor.
 struct OceanSettings {
     bool vector = true;  // movement in three directions, not heights
     float sharpness = 0.9f;
     float bell = 0.2f;    // width of a wavelet
     float velcoh = 0.2f;  // 1: all waves run along the wind
     int seed = 345344;
-    float meterScale = 1;  // metres in a scene unit
+    float meterScale = 1;  // scene units in a metre
     bool useWind = true;
     float wind = 3;  // m/s
     float velmult = 1;

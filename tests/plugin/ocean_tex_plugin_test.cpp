@@ -83,6 +83,37 @@ TEST_F(OceanTex, Defaults_SwapTheAxesAndMapThoseThatStandInXAndY) {
     EXPECT_EQ(texture->getInterface(ids::kTexture), static_cast<TextureInterface*>(texture));
 }
 
+TEST_F(OceanTex, Rows_EachReachTheirOwnSettingOfTheSea) {
+    const struct {
+        const char* name;
+        ParamScalar value;
+        float expected;
+        float (*seen)(const Ocean&);
+    } rows[] = {
+        {"wind", 5.0f, 15, [](const Ocean& o) { return o.wind[0]; }},
+        {"meter_scale", 3.0f, 3, [](const Ocean& o) { return o.meterScale; }},
+        {"lod", 6, 6, [](const Ocean& o) { return float(o.waves.size); }},
+        {"sharpness", 0.7f, 0.7f, [](const Ocean& o) { return o.sharpness; }},
+        {"velmult", 1.5f, 1.5f * 8.5946f / 15, [](const Ocean& o) { return o.waves[0].omega; }},
+        {"velcoh", 0.6f, -std::log(0.600001f), [](const Ocean& o) { return o.spread; }},
+        {"rgbmult", 1.7f, 1.7f, [](const Ocean& o) { return o.heightScale; }},
+        {"rgboffset", 0.125f, 0.125f, [](const Ocean& o) { return o.rgbOffset; }},
+        {"seed", 99, 99, [](const Ocean& o) { return float(o.seed); }},
+        {"bell", 0.4f, 1.1f, [](const Ocean& o) { return o.latticeDensity; }},
+        {"animmode", 1, 1, [](const Ocean& o) { return float(o.animMode); }},
+        {"directTime", 2.75f, 2.75f, [](const Ocean& o) { return o.directTime; }},
+        {"loopLength", 3.5f, 3.5f, [](const Ocean& o) { return o.loopLength; }},
+    };
+    for (const auto& row : rows)
+        set(row.name, row.value);
+    ask();
+    for (const auto& row : rows)
+        EXPECT_NEAR(row.seen(texture->ocean()), row.expected, 1e-5f) << row.name;
+    set("usewind", false);
+    ask();
+    EXPECT_EQ(texture->ocean().wind[0], 0.5f);
+}
+
 TEST_F(OceanTex, Time_FollowsTheShutterAndTheHostsFrames) {
     set("vector", false);
     at_.time = 0.5f;
@@ -123,10 +154,10 @@ TEST_F(OceanTex, LoopMode_ShowsTheFirstFrameAgainAfterItsLength) {
     renderer.sequence.removeInterface(&units);
 }
 
-TEST_F(OceanTex, Filter_IsInMetresAndIgnoredWhereTheRaySaysSo) {
+TEST_F(OceanTex, Filter_IsScaledLikeThePlaceAndIgnoredWhereTheRaySaysSo) {
     set("up_vector", 0);
     set("meter_scale", 2.0f);
-    set("wind", 1.5f);  // 3 m/s
+    set("wind", 1.5f);  // times the scale the default
     set("rgboffset", 0.25f);
     at_.filterSize = 0.5f;
     const Vector coarse = wave(6, 8, 11 / 30.0f, 1), fine = wave(6, 8, 11 / 30.0f, -1);
