@@ -392,6 +392,7 @@ TEST_F(F3dDamage, Hdf5_HelperThatIsGone) {
         other[n] = static_cast<char>(random());
         unpackTree(std::as_bytes(std::span(other)), group);
     }
+#ifndef NIMBRA_SANITIZED  // whose check of virtual tables needs descriptors itself
     // No file descriptor is left for a helper: an answer all the same.
     rlimit before{};
     getrlimit(RLIMIT_NOFILE, &before);
@@ -401,6 +402,7 @@ TEST_F(F3dDamage, Hdf5_HelperThatIsGone) {
     setrlimit(RLIMIT_NOFILE, &before);
     EXPECT_NE(problem.find("can't be"), std::string::npos) << problem;
     EXPECT_EQ(problemOf((test::f3dFolder() / "dense_half_h5.f3d").string()), "");
+#endif
 }
 
 }  // namespace
