@@ -193,17 +193,15 @@ bool NimbraFrameData::PGroup::expandPacked(int channel) {
     }
 }
 
-/// A sound stream may hold less than the particles need; the others are 0.
+/// Less than the particles need would leave some without values: that isn't a sound channel.
 bool NimbraFrameData::PGroup::inflateWords(std::span<const std::byte> packed, Bytes& out,
                                            std::int64_t bytes) const {
     const auto packedBytes = static_cast<std::int64_t>(packed.size());
     std::int64_t inflated = 0;
-    if (!zipCanHold(packedBytes, bytes) || !fitsMemory(bytes) ||
-        !out.SetSize(bytes, nullptr, true) ||
-        !inflateBuffer(packed.data(), packedBytes, out.data, bytes, &inflated))
-        return false;
-    std::fill(out.data + inflated, out.data + bytes, static_cast<unsigned char>(0));
-    return true;
+    return zipCanHold(packedBytes, bytes) && fitsMemory(bytes) &&
+           out.SetSize(bytes, nullptr, true) &&
+           inflateBuffer(packed.data(), packedBytes, out.data, bytes, &inflated) &&
+           inflated == bytes;
 }
 
 /// A stream may state fewer floats than there are; the others are 0.
