@@ -10,6 +10,7 @@
 #include "support/kol_walk.h"
 #include "support/memory_file.h"
 #include "support/temp_folder.h"
+#include "tessra/allocator.h"
 
 namespace nimbra {
 namespace {
@@ -63,6 +64,17 @@ TEST_P(KolDamage, AnyNumberAnywhere_GetsAnAnswer) {
     }
     EXPECT_GT(loaded, 0);
     EXPECT_GT(refused, 0);
+}
+
+TEST_P(KolDamage, AnyAllocationThatFails_GetsAnAnswer) {
+    const std::string sound = golden(GetParam());
+    for (std::uint64_t n = 1; n <= 300; ++n) {
+        getGlobalMemoryTracker()->failAllocation(n);
+        const int status = walk(sound);
+        getGlobalMemoryTracker()->failAllocation(0);
+        ASSERT_TRUE(isStatus(status)) << n;
+    }
+    EXPECT_EQ(walk(sound), kLoadOk);
 }
 
 INSTANTIATE_TEST_SUITE_P(Files, KolDamage, testing::ValuesIn(kFiles), [](const auto& file) {

@@ -14,6 +14,7 @@
 #include "support/memory_file.h"
 #include "support/prt_writer.h"
 #include "support/temp_folder.h"
+#include "tessra/allocator.h"
 
 namespace nimbra {
 namespace {
@@ -175,6 +176,20 @@ TEST_F(PrtFileTest, StatedSizes_TakeNoMoreThanTheFileCanHold) {
     bomb.particles = -100000000;
     EXPECT_EQ(load(prtBytes(bomb)), 0);
     EXPECT_EQ(log.take(), "[ERROR] newArray failed to allocate -2400000000\n");
+}
+
+TEST_F(PrtFileTest, AnyAllocationThatFails_GetsAnAnswer) {
+    CaughtLog log;
+    const std::string bytes = prtBytes(simplePrt(2000));
+    int refused = 0;
+    for (std::uint64_t n = 1; n <= 300; ++n) {
+        getGlobalMemoryTracker()->failAllocation(n);
+        refused += load(bytes) == 0;
+        getGlobalMemoryTracker()->failAllocation(0);
+    }
+    EXPECT_GT(refused, 0);
+    EXPECT_EQ(load(bytes), 1);
+    EXPECT_EQ(position(10), 10.0f);
 }
 
 TEST_F(PrtFileTest, TruncatedAnywhere_Answers) {
