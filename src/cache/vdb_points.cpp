@@ -13,15 +13,6 @@ namespace {
 
 // More than anybody has; damaged counts are seen before they cost anything.
 constexpr std::uint64_t kMostAttributes = 1024;
-constexpr std::uint32_t kLongestText = 65536;
-
-bool readText(BoundedReader& in, std::string& out) {
-    const auto size = in.get<std::uint32_t>();
-    if (size > kLongestText)
-        return in.fail();
-    out = in.text(size);
-    return in.ok();
-}
 
 class PointsWalk {
 public:

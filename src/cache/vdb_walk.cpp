@@ -14,18 +14,17 @@
 
 namespace nimbra {
 
-namespace {
-
-// Longest name or type that anybody writes; the rest are damaged lengths.
-constexpr std::uint32_t kLongestText = 65536;
-
 bool readText(BoundedReader& in, std::string& out) {
+    // Longest name or type that anybody writes; the rest are damaged lengths.
+    constexpr std::uint32_t kLongestText = 65536;
     const auto size = in.get<std::uint32_t>();
     if (size > kLongestText)
         return in.fail();
     out = in.text(size);
     return in.ok();
 }
+
+namespace {
 
 /// A type of metadata that the library knows, with the bytes that it takes whatever the stored size
 /// says.

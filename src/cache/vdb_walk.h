@@ -126,6 +126,9 @@ int treeKindOfType(const std::string& treeType);
 /// "float" of "Tree_float_5_4_3"; the type itself where it isn't made like that.
 std::string valueTypeOf(const std::string& treeType);
 
+/// A text behind its length in 32 bits; false (and failed) for one that nobody writes.
+bool readText(BoundedReader& in, std::string& out);
+
 // Each walk reads on from where `in` stands and leaves it behind what it read. False: `problem`
 // says what is wrong.
 bool walkHead(BoundedReader& in, VdbHead& head, std::string& problem);
