@@ -44,19 +44,6 @@ TEST(NmbArray, Growth_LeavesTheGreaterOfEightAndAQuarterSpare) {
     EXPECT_EQ(undivided.capacity, 108);
 }
 
-TEST(NmbArray, SizeWithinTheCapacity_MovesNothingAndKeepsTheValues) {
-    NmbArray<float> array;
-    fillUp(array, 9);
-    float* const store = array.data;
-    EXPECT_EQ(array.capacity, 9);
-    EXPECT_EQ(array.SetSize(2), 1);
-    EXPECT_EQ(array.SetSize(9), 1);
-    EXPECT_EQ(array.data, store);
-    EXPECT_EQ(array[8], 8.0f);  // shrinking touched no element
-    EXPECT_EQ(array.SetSize(0), 1);
-    EXPECT_EQ(array.capacity, 9);
-}
-
 TEST(NmbArray, FailedGrowth_LosesEverythingAndAnswersZero) {
     for (const bool zeroFill : {false, true}) {
         NmbArray<float> plain;
@@ -180,17 +167,6 @@ TEST(NmbArray, Growth_RelocatesByRawCopy) {
     EXPECT_EQ(Counting::events, 0);
     EXPECT_EQ(array.data, nullptr);
     EXPECT_EQ(array.capacity, 0);
-}
-
-TEST(NmbArray, StoreGoesBackToTheHost) {
-    const std::size_t before = getGlobalMemoryTracker()->currentBytes();
-    {
-        NmbArray<double, long long, 1> array;
-        array.SetSize(100000);
-        array.SetSize(300000);
-        EXPECT_GE(getGlobalMemoryTracker()->currentBytes(), before + 300000 * sizeof(double));
-    }
-    EXPECT_EQ(getGlobalMemoryTracker()->currentBytes(), before);
 }
 
 }  // namespace

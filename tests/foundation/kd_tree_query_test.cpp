@@ -161,16 +161,6 @@ TEST(KDTreeQuery, OrientedBoxes_AreFoundAsByBruteForce) {
     EXPECT_TRUE(oblique) << "no set was divided by an oblique plane";
 }
 
-TEST(KDTreeQuery, HugeSet_IsSearchedAsByBruteForce) {
-    Random random(24);
-    PointTree tree(randomPoints(random, 200000, 0, 100));
-    ASSERT_EQ(tree.build(), 1);
-    std::vector<Probe> probes;
-    for (int i = 0; i < 3; ++i)
-        probes.push_back({randomVector(random, -5, 105), uniform(random, 0, 10)});
-    expectLikeBruteForce(tree, tree.count(), probes);
-}
-
 TEST(KDTreeQuery, ADistanceFunctionOfItsOwn_RulesTheNearest) {
     // Spheres: the distance to their surface, 0 inside.
     class SurfaceTree : public SphereTree {
@@ -225,20 +215,6 @@ TEST(KDTreeQuery, PointsThatAreNoNumbers_AreNeverFound) {
     EXPECT_GT(leavesOf(tree).size(), 10u);
     EXPECT_EQ(collect(tree, {0, 0, 0}, 1e4f).size(), 980u);
     EXPECT_EQ(nearestDistances(tree, {0, 0, 0}, 1000, 1e4f).size(), 980u);
-}
-
-TEST(KDTreeQuery, PointsOnADividingPlane_BelongToTheFirstSide) {
-    // 0 to 63 on a line, so that the mean is 31.5; a leaf is found by the planes alone.
-    std::vector<Vector> points;
-    for (int i = 0; i < 64; ++i)
-        points.push_back({static_cast<float>(i), 0, 0});
-    PointTree tree(points);
-    tree.build();
-    ASSERT_EQ(tree.root().split, 31.5f);
-    const KDNode* const first = tree.FindPointLeaf({31.5f, 900, -900});
-    const KDNode* const second = tree.FindPointLeaf({std::nextafter(31.5f, 32.0f), 0, 0});
-    EXPECT_LT(first->max[0], 31.5f);
-    EXPECT_GT(second->min[0], 31.5f);
 }
 
 TEST(KDTreeQuery, TheLeafOfAPoint_HoldsAllThatContainIt) {

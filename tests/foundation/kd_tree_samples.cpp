@@ -2,8 +2,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "foundation/kd_tree_samples.h"
 
-#include <algorithm>
-
 #include "foundation/parallel.h"
 
 namespace NMBUtils::test {

@@ -10,8 +10,6 @@
 #include <limits>
 #include <ostream>
 #include <set>
-#include <thread>
-#include <utility>
 #include <vector>
 
 #include "foundation/kd_tree/cone_box.h"
@@ -149,51 +147,6 @@ TEST(KDTreeTrace, RaysInDividingPlanes_HitOnBothSides) {
     }
 }
 
-TEST(KDTreeTrace, ReciprocalOfZero_IsFinite) {
-    const KDRay ray({0, 0, 0}, {0.0f, -0.0f, 1e-30f});
-    EXPECT_EQ(ray.reciprocal, (Vector{1e18f, -1e18f, 1e18f}));
-    EXPECT_EQ(ray.signMask, 2u);
-    EXPECT_EQ(KDRay({0, 0, 0}, {-4, 2, -0.5f}).reciprocal, (Vector{-0.25f, 0.5f, -2}));
-    EXPECT_EQ(KDRay({0, 0, 0}, {-4, 2, -0.5f}).signMask, 5u);
-    EXPECT_EQ(KDRay({0, 0, 0}, {0, 2, 0}).rcpLengthSq, 0.25f);
-}
-
-TEST(KDTreeTrace, ControlIsTold_LeafByLeafUpToTheFirstHit) {
-    // A row of spheres: a ray along it needs the first leaf only.
-    class Recorder : public NmbKDTree::TraverseControl {
-    public:
-        void BeginLeaf() override { ++leaves; }
-        int Skip(int index) override {
-            asked.insert(index);
-            return 0;
-        }
-        int Accept(int index, float t, int code) override {
-            EXPECT_EQ(t, static_cast<float>(index) + 9.75f);
-            EXPECT_EQ(code, 1);
-            return index < rejectBelow;
-        }
-        int leaves = 0;
-        int rejectBelow = 0;
-        std::set<int> asked;
-    };
-    std::vector<SphereTree::Sphere> row;
-    for (int i = 0; i < 200; ++i)
-        row.push_back({{static_cast<float>(i), 0, 0}, 0.25f, {}});
-    SphereTree tree(row);
-    ASSERT_EQ(tree.build(false), 1);
-    Recorder first;
-    KDRay ray({-10, 0, 0}, {1, 0, 0});
-    EXPECT_EQ(tree.TraceRay(ray, &first, 0), 0);
-    EXPECT_EQ(first.leaves, 1);
-    EXPECT_LT(first.asked.size(), 16u);
-    // Rejected hits leave the ray as it was.
-    Recorder later;
-    later.rejectBelow = 77;
-    KDRay same({-10, 0, 0}, {1, 0, 0});
-    EXPECT_EQ(tree.TraceRay(same, &later, 0), 77);
-    EXPECT_EQ(same.tMax, 86.75f);
-}
-
 TEST(KDTreeTrace, Inside_IsWhereTheFirstHitLeaves) {
     Random random(42);
     // Spheres apart from each other.
@@ -215,33 +168,6 @@ TEST(KDTreeTrace, Inside_IsWhereTheFirstHitLeaves) {
         inside += expected;
     }
     EXPECT_GT(inside, 100);
-}
-
-TEST(KDTreeTrace, ManyThreads_HitWhatOneHits) {
-    Random random(43);
-    SphereTree tree(randomSpheres(random, 5000, 0.5f, 2));
-    {
-        const LentThreads lent(4);
-        ASSERT_EQ(tree.build(true, true), 1);
-    }
-    std::vector<KDRay> rays;
-    for (int i = 0; i < 300; ++i)
-        rays.push_back(randomRay(random, 12));
-    const auto traceAll = [&] {
-        std::vector<Hit> hits;
-        for (const KDRay& ray : rays)
-            hits.push_back(trace(tree, ray, 0.5f, nullptr));
-        return hits;
-    };
-    const std::vector<Hit> expected = traceAll();
-    std::vector<std::vector<Hit>> answers(8);
-    std::vector<std::thread> threads;
-    for (auto& answer : answers)
-        threads.emplace_back([&] { answer = traceAll(); });
-    for (std::thread& thread : threads)
-        thread.join();
-    for (const auto& answer : answers)
-        EXPECT_EQ(answer, expected);
 }
 
 // --- Cones ---------------------------------------------------------------------------------------
@@ -356,23 +282,6 @@ TEST(KDTreeCone, NodesAwayFromTheCone_AreNotEntered) {
     EXPECT_EQ(none.count, 0);
 }
 
-/// By sampling: a cone and a box meet if a point of the box lies in the cone.
-bool meetBySampling(const KDRay& cone, const Box& box) {
-    constexpr int kSteps = 24;
-    for (int i = 0; i < kSteps * kSteps * kSteps; ++i) {
-        const int steps[3] = {i % kSteps, i / kSteps % kSteps, i / kSteps / kSteps};
-        Vector point;
-        for (int k = 0; k < 3; ++k) {
-            const float part = static_cast<float>(steps[k]) / (kSteps - 1);
-            point[k] = box.min[k] + (box.max[k] - box.min[k]) * part;
-        }
-        float t = 0;
-        if (pointInCone(cone, point, t) && t >= cone.tMin && t <= cone.tMax)
-            return true;
-    }
-    return false;
-}
-
 TEST(KDTreeCone, BoxTest_SeesEveryWayToMeet) {
     struct Case {
         const char* name;
@@ -405,34 +314,6 @@ TEST(KDTreeCone, BoxTest_SeesEveryWayToMeet) {
         const float high[3] = {1, 1, 1};
         EXPECT_EQ(ConeBoxTest(cone).touches(low, high, c.tMin, c.tMax), c.touches) << c.name;
     }
-}
-
-TEST(KDTreeCone, BoxTest_MissesNoPointOfTheBox) {
-    Random random(46);
-    int touching = 0;
-    int apart = 0;
-    int undecided = 0;
-    for (int i = 0; i < 400; ++i) {
-        Box box{randomVector(random), randomVector(random)};
-        for (int k = 0; k < 3; ++k) {
-            if (box.min[k] > box.max[k])
-                std::swap(box.min[k], box.max[k]);
-        }
-        const KDRay cone =
-            randomCone(random, {randomVector(random, -2, 2), randomVector(random, -2, 2)});
-        const float low[3] = {box.min.x, box.min.y, box.min.z};
-        const float high[3] = {box.max.x, box.max.y, box.max.z};
-        const bool touches = ConeBoxTest(cone).touches(low, high, cone.tMin, cone.tMax);
-        const bool sampled = meetBySampling(cone, box);
-        EXPECT_TRUE(touches || !sampled) << "cone " << i;
-        touching += touches && sampled;
-        apart += !touches && !sampled;
-        undecided += touches && !sampled;
-    }
-    EXPECT_GT(touching, 30);
-    EXPECT_GT(apart, 30);
-    // Thin cones slip between the samples.
-    EXPECT_LT(undecided, touching);
 }
 
 }  // namespace

@@ -35,32 +35,6 @@ TEST(NmbSpline, GoldenValuesAndSolutions) {
     }
 }
 
-TEST(NmbSpline, NaturalCubic_IsSmoothAndStraightAtItsEnds) {
-    const std::vector<float> values{3, -1, 4, 1, 5, -9, 2, 6};
-    NmbSpline spline;
-    ASSERT_TRUE(spline.setValues(values.data(), int(values.size())));
-    const int last = spline.count - 1;
-    for (int i = 0; i < last; ++i) {
-        const NmbSpline::Knot &k = spline.knots[i], &next = spline.knots[i + 1];
-        EXPECT_EQ(k.d, values[i]);
-        EXPECT_NEAR(k.a + k.b + k.c + k.d, values[i + 1], 1e-4f);
-        if (i + 1 < last) {
-            EXPECT_NEAR(3 * k.a + 2 * k.b + k.c, next.c, 1e-4f);
-            EXPECT_NEAR(3 * k.a + k.b, next.b, 1e-4f);
-        }
-    }
-    EXPECT_EQ(spline.knots[0].b, 0);
-    EXPECT_NEAR(3 * spline.knots[last - 1].a + spline.knots[last - 1].b, 0, 1e-4f);
-}
-
-TEST(NmbSpline, TwoValues_AreALine) {
-    const float values[] = {2, 5};
-    NmbSpline spline;
-    ASSERT_TRUE(spline.setValues(values, 2));
-    for (float u : {-1.0f, 0.0f, 0.4f, 1.0f, 3.0f})
-        EXPECT_FLOAT_EQ(spline.eval(u), 2 + 3 * u);
-}
-
 TEST(NmbSpline, OneKnot_HoldsItsValue) {
     const float value = 7;
     NmbSpline spline(NmbSpline::kExtrapolateSolve);

@@ -9,7 +9,6 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <numeric>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -95,20 +94,6 @@ TEST(NmbParallel, SplitRange_MatchesTheGoldenRanges) {
     EXPECT_GT(checked, 0);
 }
 
-TEST(NmbParallel, SplitRange_CoversHugeCountsWithoutGaps) {
-    const ManagerPtr manager = managerOf(7);
-    Computation computation(manager.get());
-    const std::int64_t count = (std::int64_t{1} << 40) + 3;
-    computation.SplitRange(count);
-    std::int64_t at = 0;
-    for (const auto& [start, end] : rangesOf(computation)) {
-        EXPECT_EQ(start, at);
-        EXPECT_LE(std::abs((end - start) - count / 7), 1);
-        at = end;
-    }
-    EXPECT_EQ(at, count);
-}
-
 TEST(NmbParallel, RepeatedRuns_ReuseTheJobsAndTheirThreads) {
     const ManagerPtr manager = managerOf(4);
     std::mutex mutex;
@@ -132,18 +117,6 @@ TEST(NmbParallel, RepeatedRuns_ReuseTheJobsAndTheirThreads) {
     EXPECT_EQ(threads.size(), 4u);
     EXPECT_EQ(threads.count(std::this_thread::get_id()), 0u);
     EXPECT_TRUE(std::all_of(hits.begin(), hits.end(), [](int n) { return n == 100; }));
-}
-
-TEST(NmbParallel, InitJobs_TakesTheCountOrAllProcessors) {
-    const ManagerPtr manager = managerOf(3);
-    Computation computation(manager.get());
-    computation.InitJobs(5);
-    EXPECT_EQ(computation.jobCount(), 5);
-    computation.InitJobs(kAllProcessors);
-    EXPECT_EQ(computation.jobCount(), 3);
-    const Job* const kept = computation.jobs();
-    computation.InitJobs(kAllProcessors - 1);
-    EXPECT_EQ(computation.jobs(), kept);
 }
 
 /// Two bodies of one class, chosen run by run.
@@ -262,19 +235,6 @@ TEST(GlobalThreadManager, IsCountedAndItsLastReleaseEndsAllJobs) {
     releaseGlobalThreadManager();
 }
 
-TEST(GlobalThreadManager, ReplacesTheSingleJobOfAnEarlierRunWithoutIt) {
-    std::thread::id ranOn;
-    Computation computation(nullptr,
-                            [&](Computation&, Job*) { ranOn = std::this_thread::get_id(); });
-    computation.InitJobs(1);
-    const ManagerPtr manager = managerOf(1);
-    setGlobalThreadManager(manager.get());
-    computation.InitJobs(1);
-    computation.Start();
-    EXPECT_NE(ranOn, std::this_thread::get_id());
-    releaseGlobalThreadManager();
-}
-
 // --- Abort, barrier, failures --------------------------------------------------------------------
 
 TEST(NmbParallel, LongRun_ReportsProgressAndLetsTheUserAbort) {
@@ -350,18 +310,6 @@ TEST(Barrier, AbortAnywhere_LetsAllJobsLeaveAndTheNextRunIsWhole) {
     }
 }
 
-TEST(Barrier, AbortSetBefore_AnswersOneToEveryJob) {
-    const ManagerPtr manager = managerOf(4);
-    std::atomic<int> ones{0};
-    Computation computation(manager.get(), [&](Computation& self, Job*) {
-        self.aborted = 1;
-        ones += self.Barrier();
-    });
-    computation.SplitRange(4);
-    computation.Start();
-    EXPECT_EQ(ones, 4);
-}
-
 TEST(YieldToWake, HandsTheTurnFromJobToJob) {
     const ManagerPtr manager = managerOf(4);
     std::vector<int> order;
@@ -403,23 +351,6 @@ TEST(NmbParallel, BodyThatThrows_AbortsTheRunAndReachesTheCaller) {
         computation.Start(0);
         EXPECT_FALSE(computation.IsAborted());
     }
-}
-
-TEST(Job, Payload_GoesWithTheJob) {
-    struct Payload : JobPayload {
-        explicit Payload(int& counter) : gone(counter) {}
-        ~Payload() override { ++gone; }
-        int& gone;
-    };
-    int gone = 0;
-    {
-        const ManagerPtr manager = managerOf(2);
-        Computation computation(manager.get());
-        computation.SplitRange(2);
-        for (Job* job = computation.jobs(); job; job = job->next)
-            job->payload = std::make_unique<Payload>(gone);
-    }
-    EXPECT_EQ(gone, 2);
 }
 
 }  // namespace

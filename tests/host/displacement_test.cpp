@@ -6,7 +6,6 @@
 
 #include <cmath>
 #include <functional>
-#include <set>
 
 #include "host/mesh_shapes.h"
 
@@ -29,26 +28,6 @@ protected:
     FunctionTexture texture_;
     float amount_ = 1;
 };
-
-TEST(PlaneMesh, Cells_TileThePlaneOnceAndFaceUp) {
-    const TriangleMesh mesh = planeMesh({6, 1, 4}, 5);
-    ASSERT_EQ(mesh.positions.size(), 36u);
-    ASSERT_EQ(mesh.indices.size(), 150u);
-    float area = 0;
-    for (std::size_t i = 0; i < mesh.indices.size(); i += 3) {
-        const Vector& a = mesh.positions[mesh.indices[i]];
-        const Vector n =
-            cross(mesh.positions[mesh.indices[i + 1]] - a, mesh.positions[mesh.indices[i + 2]] - a);
-        EXPECT_GT(n.y, 0);
-        area += 0.5f * n.y;
-    }
-    EXPECT_NEAR(area, 24, 1e-4f);
-    for (std::size_t i = 0; i < mesh.positions.size(); ++i) {
-        EXPECT_FLOAT_EQ(mesh.positions[i].x, mesh.uvw[i].x * 6 - 3);
-        EXPECT_FLOAT_EQ(mesh.positions[i].z, 2 - mesh.uvw[i].y * 4);
-    }
-    EXPECT_EQ(planeMesh({1, 1, 1}, -3).indices.size(), 6u);
-}
 
 TEST_F(DisplacementTest, Movement_IsThatOfTheWorldWhateverThePlace) {
     // Mirrored, turned, stretched and moved.
@@ -105,15 +84,6 @@ TEST_F(DisplacementTest, Question_HasTheFilterOfTheEdgesAndTheMiddleOfTheShutter
     EXPECT_EQ(moved.positions, flat.positions) << "what is not finite moves nothing";
     place.f[1] = place.f[0];
     EXPECT_EQ(displace(flat, place, DisplacementType::Vector).positions, flat.positions);
-}
-
-TEST_F(DisplacementTest, BrokenMesh_IsLeftAlone) {
-    texture_.at = [](const TextureContext&) { return Color{1, 0.5f, 0}; };
-    TriangleMesh mesh = planeMesh({1, 1, 1});
-    mesh.indices = {0, 1, 99, 2};
-    const TriangleMesh moved = displace(mesh, {}, DisplacementType::Vector);
-    EXPECT_FLOAT_EQ(moved.positions[0].x, mesh.positions[0].x + 1);
-    EXPECT_EQ(moved.normals[0], Vector());
 }
 
 }  // namespace

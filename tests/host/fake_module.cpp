@@ -3,17 +3,10 @@
 //
 // A module for the registry's tests: prints to standard output while it loads, offers one kind.
 #include <cstdio>
-#include <stdexcept>
 
 #include "tessra/tessra_plugin.h"
 
 namespace {
-
-class FakePlugin final : public TessUtils::TessraPlugin {
-public:
-    explicit FakePlugin(TessUtils::TessraPluginDesc* desc) : TessraPlugin(desc) {}
-    void frameBegin(TessUtils::TessraRenderer*) override { throw std::runtime_error("not today"); }
-};
 
 class FakeDesc final : public TessUtils::TessraPluginDesc {
 public:
@@ -23,7 +16,7 @@ public:
         parameters_ = &table_;
     }
     PluginID getPluginID() const override { return 5; }
-    Plugin* newPlugin() override { return new FakePlugin(this); }
+    Plugin* newPlugin() override { return new TessUtils::TessraPlugin(this); }
     void deletePlugin(Plugin* plugin) override { delete plugin; }
     bool supportsInterface(InterfaceID id) const override {
         return id == TessUtils::ids::kTessraPlugin;

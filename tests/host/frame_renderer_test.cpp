@@ -8,10 +8,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstring>
-#include <map>
-#include <mutex>
 #include <new>
-#include <set>
 #include <thread>
 
 namespace nimbra::host {
@@ -66,17 +63,6 @@ TEST(FrameRenderer, ThreadsAndTiles_DoNotChangeThePicture) {
     EXPECT_EQ(first.layers[1], 2.5f);  // the mean sample number of 0 to 5
 }
 
-TEST(FrameRenderer, Strips_AreTiledInNoTime) {
-    FunctionTracer tracer;
-    for (const auto& [width, height] : {std::pair{65536, 1}, {3, 20000}, {1, 1}}) {
-        FrameBuffer out;
-        const FrameRenderResult result = renderFrame(makeJob(tracer, width, height, 1, 2, 1), out);
-        EXPECT_EQ(result.cameraSamples, std::uint64_t(width) * std::uint64_t(height));
-        for (std::size_t i = 3; i < out.rgba.size(); i += 4)
-            ASSERT_EQ(out.rgba[i], 0.5f) << i / 4;
-    }
-}
-
 TEST(FrameRenderer, Crop_IsAPartOfTheWholePicture) {
     FunctionTracer tracer;
     FrameBuffer whole, part;
@@ -121,16 +107,6 @@ TEST(FrameRenderer, Samples_LieInTheFilterAroundThePixel) {
         else
             EXPECT_NEAR(deviation, 0.37, 0.03);  // 0.4 less what the cut takes away
     }
-}
-
-TEST(FrameRenderer, Seed_ChangesTheNoise) {
-    FunctionTracer tracer;
-    FrameBuffer a, b;
-    FrameRenderJob job = makeJob(tracer, 8, 8, 1, 1, 8);
-    renderFrame(job, a);
-    job.settings.seed = 1;
-    renderFrame(job, b);
-    EXPECT_NE(a.rgba, b.rgba);
 }
 
 TEST(FrameRenderer, NonFiniteSamples_CountAsBlack) {
@@ -227,22 +203,6 @@ TEST(FrameRenderer, Abort_EndsWithinOneSampleAndClearsOpenTiles) {
     EXPECT_LT(std::chrono::duration<double>(Clock::now() - asked).count(), 2.0);
     for (const float value : out.rgba)
         ASSERT_EQ(value, 0.0f);
-}
-
-TEST(FrameRenderer, ThreadIndices_AreDistinctAndBelowTheCount) {
-    std::mutex mutex;
-    std::map<int, std::set<std::thread::id>> threads;
-    LambdaTracer tracer;
-    tracer.body = [&](const CameraSample& s, SampleValue&) {
-        std::lock_guard lock(mutex);
-        threads[s.threadIndex].insert(std::this_thread::get_id());
-    };
-    FrameBuffer out;
-    renderFrame(makeJob(tracer, 64, 64, 1, 200, 4), out);
-    for (const auto& [index, ids] : threads) {
-        EXPECT_TRUE(index >= 0 && index < 64) << index;
-        EXPECT_EQ(ids.size(), 1u) << index;
-    }
 }
 
 }  // namespace

@@ -67,17 +67,6 @@ TEST(AbortFlag, Signal_SetsItsNumberAndTheDefaultComesBack) {
     EXPECT_EQ(after.sa_handler, SIG_DFL);
 }
 
-TEST(NearestName, EditDistance_CountsTheFourEdits) {
-    EXPECT_EQ(editDistance("rendstep", "rendstep"), 0);
-    EXPECT_EQ(editDistance("RendStep", "rendstep"), 0);
-    EXPECT_EQ(editDistance("rendstp", "rendstep"), 1);
-    EXPECT_EQ(editDistance("rendsteep", "rendstep"), 1);
-    EXPECT_EQ(editDistance("rentstep", "rendstep"), 1);
-    EXPECT_EQ(editDistance("rednstep", "rendstep"), 1);
-    EXPECT_EQ(editDistance("", "abc"), 3);
-    EXPECT_EQ(editDistance("kitten", "sitting"), 3);
-}
-
 TEST(NearestName, OnlyTypingErrors_AreSuggested) {
     const std::vector<std::string> names{"tmult", "emult", "etmult", "rendstep"};
     EXPECT_EQ(nearestName("rendsteps", names), "rendstep");

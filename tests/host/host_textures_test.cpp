@@ -94,45 +94,11 @@ TEST_F(HostTextures, Checker_AlternatesAlongItsPlacement) {
     EXPECT_EQ(at("c", {-98.9, 1e-12, 0.1}), at("c", {-98.9, -1e-12, 0.1}));
 }
 
-TEST_F(HostTextures, Checker_FollowsTheSurfaceWhereAsked) {
-    load(R"("c": {"plugin": "TessraTexChecker", "color_a": 0, "color_b": 1, "size": 0.5,
-        "use_uvw": true})");
-    TextureContext context;
-    context.position = {0.1, 0.1, 0.1};
-    context.uvw = {0.75f, 0.1f, 0};
-    auto* texture = dynamic_cast<TextureInterface*>(scene_->findPlugin("c"));
-    EXPECT_EQ(texture->getTexColor(context).color.r, 0);
-    context.hasUVW = true;
-    EXPECT_EQ(texture->getTexColor(context).color.r, 1);
-}
-
 TEST_F(HostTextures, SingularPlacement_StaysFinite) {
     load(R"("c": {"plugin": "TessraTexNoise", "transform": {"scale": [1, 0, 1]}})");
     const AColor color = at("c", {0.3, 0.3, 0.3});
     EXPECT_TRUE(std::isfinite(color.color.r));
     EXPECT_TRUE(std::isfinite(at("c", {1e300, NAN, 0}).color.r));
-}
-
-TEST_F(HostTextures, Noise_IsSmoothAndFillsItsRange) {
-    load(R"("n": {"plugin": "TessraTexNoise", "color_a": 0, "color_b": 1, "octaves": 1,
-        "contrast": 1})");
-    double sum = 0;
-    float low = 1, high = 0;
-    const int n = 20000;
-    for (int i = 0; i < n; ++i) {
-        const TracePoint p{i * 0.37, i * 0.11, -i * 0.23};
-        const float v = at("n", p).color.r;
-        // Continuous: along x two corners differ by 3 at most, the fade's slope is 15/8 at most, a
-        // gradient's is 1, so that half of 1 + 45/8 bounds the colour's.
-        EXPECT_NEAR(v, at("n", p + TracePoint{1e-4, 0, 0}).color.r, 3.4e-4);
-        sum += v;
-        low = std::min(low, v);
-        high = std::max(high, v);
-    }
-    EXPECT_NEAR(sum / n, 0.5, 0.01);
-    EXPECT_LT(low, 0.15f);
-    EXPECT_GT(high, 0.85f);
-    EXPECT_EQ(gradientNoise({3, -7, 1e6}), 0);
 }
 
 TEST_F(HostTextures, CurveAndGradient_FollowTimeBeforeAnyFrame) {
@@ -152,18 +118,6 @@ TEST_F(HostTextures, CurveAndGradient_FollowTimeBeforeAnyFrame) {
     EXPECT_EQ(ramp->evalColor(0.9f, 0), (Color{0, 0, 0}));
     // The third position has no colour.
     EXPECT_EQ(ramp->evalColor(5, 0), (Color{1, 0.5f, 0}));
-}
-
-TEST(PlanckTable, Luminance_MatchesKnownTemperatures) {
-    const PlanckTable table(1);
-    // Luminance of a black body at the platinum point, 2041.4 K, defined the candela until 1979 as
-    // 60 cd/cm2.
-    EXPECT_NEAR(table.entry(2041).g * 683, 600000, 600000 * 0.02);
-    for (int k = 1000; k < PlanckTable::kEntries; ++k)
-        ASSERT_GT(table.entry(k).g, table.entry(k - 1).g) << k;
-    EXPECT_EQ(table.entry(-5), table.entry(0));
-    EXPECT_EQ(table.entry(20000), table.entry(9999));
-    EXPECT_FLOAT_EQ(PlanckTable(100).entry(3000).g * 100, table.entry(3000).g);
 }
 
 }  // namespace

@@ -67,14 +67,6 @@ TEST(ObjReader, PolygonsIndicesAndContinuedLines) {
     EXPECT_EQ(mesh.normals[3], (Vector{0, 0, 1}));
 }
 
-TEST(ObjReader, CornersWithOtherTextureCoordinatesAreVerticesOfTheirOwn) {
-    const TriangleMesh mesh =
-        readObjText("v 0 0 0\nv 1 0 0\nv 0 1 0\nvt 0 0\nvt 1 1\nf 1/1 2/1 3/1\nf 1/2 2/1 3/1\n");
-    EXPECT_EQ(mesh.positions.size(), 4u);
-    EXPECT_EQ(mesh.indices, (std::vector<std::uint32_t>{0, 1, 2, 3, 1, 2}));
-    EXPECT_TRUE(mesh.normals.empty());
-}
-
 TEST(ObjReader, FaultsNameTheLine) {
     EXPECT_EQ(objError("v 0 0 0\nv 0 x 0\n"), "test.obj:2: 'x' is not a finite number");
     EXPECT_EQ(objError("v 0 0 nan\n"), "test.obj:1: 'nan' is not a finite number");

@@ -5,9 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <sstream>
 
-#include "host/camera.h"
 #include "host/tracer_fixture.h"
 #include "support/temp_folder.h"
 
@@ -125,8 +123,8 @@ TEST_F(PictureOutputTest, FaultsAreFoundBeforeTheFirstRay) {
     EXPECT_EQ(result.error, gone + ": No such file or directory");
 }
 
-// What only a session knows, and a camera that is easy to follow by hand.
-TEST_F(PictureOutputTest, CacheFramesWarningsAndCamera_GoIntoTheFile) {
+// What only a session knows.
+TEST_F(PictureOutputTest, CacheFramesAndWarnings_GoIntoTheFile) {
     const auto scene = makeScene(R"("cam": {"plugin": "TessraCamera", "position": [1, 2, 9],
                                     "target": [1, 2, 0], "fov": 90, "pixel_aspect": 2})",
                                  "");
@@ -148,17 +146,6 @@ TEST_F(PictureOutputTest, CacheFramesWarningsAndCamera_GoIntoTheFile) {
     EXPECT_EQ(a["pixelAspectRatio"], "2");
     EXPECT_EQ(attributes({1, 2.5})["nimbra/cacheTime"], "1 2.5");
     EXPECT_FALSE(attributes({}).contains("nimbra/cacheTime"));
-
-    std::istringstream text(a["worldToNDC"]);
-    float m[16], clip[4] = {};
-    for (float& entry : m)
-        ASSERT_TRUE(text >> entry);
-    const float target[4] = {1, 2, 0, 1};
-    for (int i = 0; i < 16; ++i)
-        clip[i % 4] += target[i / 4] * m[i];
-    EXPECT_NEAR(clip[0] / clip[3], 0.5, 1e-6);
-    EXPECT_NEAR(clip[1] / clip[3], 0.5, 1e-6);
-    EXPECT_NEAR(clip[3], 9, 1e-5);
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <vector>
 
 namespace nimbra::host {
@@ -68,23 +67,6 @@ TEST(PixelSampler, PixelsAndPairs_AreNotCorrelated) {
     EXPECT_NEAR(neighbours / n, 0.25, 0.017);
     EXPECT_NEAR(pairs / n, 0.25, 0.017);
     EXPECT_NEAR(seeds / n, 0.25, 0.017);
-}
-
-TEST(PixelSampler, Integral_ConvergesFasterThanRandom) {
-    // The area of a quarter disc: n stratified points miss it by about n^-0.75, random ones by
-    // 0.41 n^-0.5 = 0.0128 at 1024.
-    double worst = 0;
-    for (int pixel = 0; pixel < 50; ++pixel) {
-        int inside = 0;
-        for (int s = 0; s < 1024; ++s) {
-            PixelSampler sampler;
-            sampler.start(9, pixel, 0, s);
-            const float u = sampler.next(), v = sampler.next();
-            inside += u * u + v * v < 1;
-        }
-        worst = std::max(worst, std::abs(inside / 1024.0 - M_PI / 4));
-    }
-    EXPECT_LT(worst, 0.0128);
 }
 
 }  // namespace

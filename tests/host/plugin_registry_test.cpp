@@ -60,33 +60,6 @@ TEST(PluginRegistry, BadModule_IsReportedByName) {
     EXPECT_EQ(error, "'libm.so.6' has no function getLibDesc, so it is no plug-in module");
 }
 
-TEST(PluginRegistry, ThrowInsideAModule_ReachesTheHostAsAMessage) {
-    LogLines log;
-    PluginRegistry registry(log.log);
-    addHostPlugins(registry);
-    std::string error;
-    ASSERT_TRUE(registry.loadModule(NIMBRA_FAKE_MODULE, error)) << error;
-    SceneDiagnostics diagnostics;
-    const auto scene = Scene::create(
-        SceneDocument::parse(R"({"nimbra": 1, "a": {"plugin": "FakeModulePlugin", "first": 3}})",
-                             "s.json", diagnostics),
-        registry, diagnostics);
-    ASSERT_NE(scene, nullptr) << diagnostics.str();
-    struct : FrameTracer {
-        void beginFrame(TessUtils::TessraRenderer&, Scene&, const RenderSettings&) override {}
-        void endFrame() override {}
-        void radiance(const CameraSample&, SampleValue&) override {}
-    } tracer;
-    struct : FrameOutput {
-        bool write(const FinishedFrame&, std::string&) override { return true; }
-    } output;
-    AbortFlag abort;
-    SessionOptions options;
-    options.frames = {1};
-    const SessionResult result = RenderSession(*scene, tracer, output, log.log, abort).run(options);
-    EXPECT_EQ(result.error, "a: frameBegin: not today");
-}
-
 TEST(PluginRegistry, HostKinds_HaveDistinctNamesAndTexts) {
     TestRegistry registry;
     std::set<std::string> names;

@@ -109,15 +109,6 @@ TEST(SceneFile, EveryTruncation_IsAFaultAndNoCrash) {
         EXPECT_NE(faults(text.substr(0, length)), "") << length;
 }
 
-TEST(SceneFile, ManyFaults_AreCutAtTheLimit) {
-    std::string text = "{\"nimbra\": 1";
-    for (int i = 0; i < 200; ++i)
-        text += ", \"p" + std::to_string(i) + "\": 0";
-    SceneDiagnostics diagnostics;
-    SceneDocument::parse(text + "}", "s.json", diagnostics);
-    EXPECT_EQ(diagnostics.messages().size(), SceneDiagnostics::kMostMessages);
-}
-
 class SceneFolder : public ::testing::Test {
 protected:
     SceneFolder() { fs::create_directories(folder_.path() / "parts"); }

@@ -197,18 +197,6 @@ TEST_F(SceneTest, Values_ReachThePlugin) {
     EXPECT_EQ(parameter(*scene, "b", "place")->getTransform(0, 0).offs, (TracePoint{1e7, 0.5, 0}));
 }
 
-TEST_F(SceneTest, Keys_AreBlendedOverTime) {
-    const auto scene = make(R"("a": {"plugin": "Recorder", "amount": {"keys": [[10, 5], [0, 1]]},
-        "text": {"keys": [[0, "x"], [10, "y"]]}, "numbers": {"keys": [[1, [1]], [2, [3, 4]]]},
-        "place": {"keys": [[0, {"translate": [0, 0, 0]}], [4, {"translate": [4, 0, 0]}]]}})");
-    ASSERT_NE(scene, nullptr) << faults_;
-    EXPECT_EQ(parameter(*scene, "a", "amount")->getFloat(0, 2.5), 2.0f);
-    EXPECT_EQ(parameter(*scene, "a", "amount")->getFloat(0, -3), 1.0f);
-    EXPECT_EQ(parameter(*scene, "a", "text")->getString(0, 9.9), "x");
-    EXPECT_EQ(parameter(*scene, "a", "numbers")->getCount(2), 2);
-    EXPECT_EQ(parameter(*scene, "a", "place")->getTransform(0, 1).offs.x, 1.0);
-}
-
 TEST_F(SceneTest, TextureSlots_TakeTexturesOutputsAndConstants) {
     const auto scene =
         make(R"("tex": {"plugin": "TessraTexConstant", "color": [0.2, 0.4, 0.6, 0.5]},
@@ -249,20 +237,6 @@ TEST_F(SceneTest, TextureSlots_TakeTexturesOutputsAndConstants) {
     EXPECT_EQ(dynamic_cast<TessraPlugin*>(scene->findPlugin("none"))->getParameter("map"), nullptr);
 }
 
-TEST_F(SceneTest, Overrides_AreCheckedLikeTheFile) {
-    const std::string body = R"("a": {"plugin": "Recorder", "text": "x"})";
-    const auto scene = make(body, {"a.amount=2", "a.text=007"});
-    ASSERT_NE(scene, nullptr) << faults_;
-    EXPECT_EQ(parameter(*scene, "a", "amount")->getFloat(0, 0), 2.0f);
-    EXPECT_EQ(parameter(*scene, "a", "text")->getString(0, 0), "007");
-    make(body, {"a.amount=abc"});
-    EXPECT_EQ(faults_, "a.amount=abc: a.amount: found the text 'abc', allowed is a number\n");
-    make(body, {"a.amont=1"});
-    EXPECT_EQ(faults_,
-              "a.amont=1: a.amont: found a parameter that Recorder doesn't have (did you "
-              "mean 'amount'?)\n");
-}
-
 TEST_F(SceneTest, FilesOfAnIncludedScene_StartAtItsFolder) {
     const nimbra::test::TempFolder folder;
     folder.write("parts/p.json", R"({"nimbra": 1, "inner": {"plugin": "Recorder",
@@ -291,13 +265,6 @@ TEST_F(SceneTest, LimitsOfHostRows_AreKept) {
     // The hints of a library's rows are for editors alone.
     EXPECT_EQ(faultOf(R"("amount": 11)"), "");
     EXPECT_EQ(faultOf(R"("count": 9)"), "");
-}
-
-TEST_F(SceneTest, Settings_AreThereWithoutAnEntry) {
-    const auto scene = make(R"("a": {"plugin": "Recorder"})");
-    ASSERT_NE(scene, nullptr);
-    EXPECT_NE(scene->findPlugin("settings"), nullptr);
-    EXPECT_EQ(scene->plugins().size(), 2u);
 }
 
 TEST_F(SceneTest, Plugins_AreDeletedUsersFirst) {

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 
 #include "host/fake_library.h"
 
@@ -195,21 +194,6 @@ TEST_F(SessionTest, Renderer_AnswersWhatPluginsAskFor) {
     };
     run({9});
     EXPECT_EQ(seen, 1);
-}
-
-TEST_F(SessionTest, AttachedInterface_StaysFromFrameToFrame) {
-    struct Extra final : PluginInterface {
-        InterfaceID getInterfaceID() const override { return 4711; }
-    } extra;
-    int found = 0;
-    registry_.record.hook = [&](const std::string& call, TessraRenderer* renderer) {
-        if (call == "used.preRenderBegin")
-            renderer->addInterface(&extra, false);
-        if (call == "user.frameBegin")
-            found += renderer->getInterface(4711) == &extra;
-    };
-    run({1, 2});
-    EXPECT_EQ(found, 2);
 }
 
 TEST_F(SessionTest, FramesOfTheSettings_AreRenderedWithoutAList) {
@@ -440,13 +424,6 @@ TEST_F(SessionTest, Messages_GoToTheLogByLevel) {
     EXPECT_EQ(registry_.log.lines, expected);
     EXPECT_EQ(observer_.events.at(1), "phase mapping light");
     EXPECT_EQ(observer_.events.at(2), "phase ");
-}
-
-TEST_F(SessionTest, TwoRuns_RenderTheSamePixels) {
-    run({6});
-    run({6});
-    EXPECT_EQ(output_.firstPixels.at(0), output_.firstPixels.at(1));
-    EXPECT_EQ(countOf("used.renderEnd"), 2);
 }
 
 }  // namespace

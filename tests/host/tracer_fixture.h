@@ -175,49 +175,6 @@ private:
     };
 };
 
-/// Three lamps at distances 1, 2 and 3 along +x, of light 1, 0 and 3, as one light.
-class Lamps final : public TessUtils::TessraPlugin, public TessUtils::LightInterface {
-public:
-    static HostPluginInfo info() {
-        return {"Lamps", 0x1A3B, HostCategory::Light, "", {TessUtils::ids::kLight}};
-    }
-    static void defineParameters(TessUtils::TessraParameterListDesc&) {}
-    explicit Lamps(TessUtils::TessraPluginDesc* desc) : TessraPlugin(desc) {}
-    Plugin* getPlugin() override { return this; }
-    PluginInterface* getInterface(InterfaceID id) override {
-        if (id == TessUtils::ids::kLight)
-            return static_cast<LightInterface*>(this);
-        return TessraPlugin::getInterface(id);
-    }
-    TessUtils::LightSampler* newLightSampler(TessUtils::ShadingContext&,
-                                             const TessUtils::ShadeData&) override {
-        ++open();
-        return new Sampler;
-    }
-    void deleteLightSampler(TessUtils::LightSampler* sampler, int) override {
-        --open();
-        delete sampler;
-    }
-    /// Samplers not given back.
-    static int& open() {
-        static int count = 0;
-        return count;
-    }
-
-private:
-    struct Sampler final : TessUtils::LightSampler {
-        int next = 0;
-        int sampleCount() const override { return 3; }
-        bool eval(const float*, TessUtils::LightSample& out) override {
-            const auto distance = static_cast<float>(++next);
-            out.direction = {1, 0, 0};
-            out.distance = distance;
-            out.color = {distance, distance, distance};
-            return next != 2;
-        }
-    };
-};
-
 /// A context that no tracer made.
 class PlainContext final : public TessUtils::ShadingContext {};
 
@@ -235,7 +192,6 @@ protected:
     TracerFixture() {
         registry_.registry.addHostPlugin(std::make_unique<HostPluginDesc<Slab>>());
         registry_.registry.addHostPlugin(std::make_unique<HostPluginDesc<Ball>>());
-        registry_.registry.addHostPlugin(std::make_unique<HostPluginDesc<Lamps>>());
         slabRecord().calls.clear();
         slabRecord().onShade = nullptr;
     }

@@ -57,17 +57,6 @@ TEST_F(Tracer, Mirror_ShowsTheSkyByItsFresnelShareAndDimsWhatIsBelow) {
     expectColor(centreOf(all({kDown, white})), {1, 1, 1}, 1e-4f);
 }
 
-TEST_F(Tracer, FacingMirrors_EndWithWhatLiesBehind) {
-    const std::string walls = R"("a": {"plugin": "TessraMesh", "shape": "Plane",
-        "size": [500, 1, 500], "material": "@m"},
-        "b": {"plugin": "TessraMesh", "shape": "Plane", "size": [500, 1, 500], "material": "@m",
-        "transform": {"translate": [0, 12, 0]}},
-        "m": {"plugin": "TessraMaterial", "diffuse": 0, "reflection": 1, "reflection_ior": 10})";
-    const Color c = centreOf(all({kDown, walls}), R"("background": [1, 1, 1], "ray_depth": 3)");
-    const float share = 81.0f / 121;
-    EXPECT_NEAR(c.r, std::pow(share, 4.0f), 1e-3f);
-}
-
 // --- Direct light --------------------------------------------------------------------------------
 
 TEST_F(Tracer, PointLight_FallsOffWithSquareAndCosine) {
@@ -87,34 +76,6 @@ TEST_F(Tracer, PointLight_FallsOffWithSquareAndCosine) {
             EXPECT_NEAR(v[2], 0.2 * light * 2, 1e-4);
             EXPECT_EQ(v[3], 1);
         }
-}
-
-TEST_F(Tracer, PointLight_OtherDecays) {
-    const std::string light =
-        R"("l": {"plugin": "TessraLightPoint", "position": [0, 4, 0], "decay": )";
-    expectColor(centreOf(all({kDown, kFloor, light + "0}"})), {0.8f, 0.4f, 0.2f}, 1e-5f);
-    expectColor(centreOf(all({kDown, kFloor, light + "1}"})), {0.2f, 0.1f, 0.05f}, 1e-5f);
-}
-
-TEST_F(Tracer, BallLight_ShinesLikeAPointFromAfar) {
-    const Color c = centreOf(all({kDown, kFloor,
-                                  R"("l": {"plugin": "TessraLightPoint", "position": [0, 10, 0],
-        "intensity": 100, "radius": 0.5, "samples": 64})"}),
-                             R"("samples": 64)");
-    // The mean over a shell is larger by r^2 / d^2 / 3 and its like; the noise is below that.
-    expectColor(c, {0.8f, 0.4f, 0.2f}, 4e-3f);
-}
-
-TEST_F(Tracer, DirectionalLight_IsColorTimesCosine) {
-    expectColor(centreOf(all({kDown, kFloor,
-                              R"("l": {"plugin": "TessraLightDirectional",
-        "direction": [0, -3, -4], "color": [1, 2, 3]})"})),
-                {0.8f * 0.6f, 0.4f * 2 * 0.6f, 0.2f * 3 * 0.6f}, 1e-5f);
-    // From below nothing comes.
-    expectColor(centreOf(all({kDown, kFloor,
-                              R"("l": {"plugin": "TessraLightDirectional",
-        "direction": [0, 1, 0]})"})),
-                {0, 0, 0}, 0);
 }
 
 TEST_F(Tracer, SoftSun_MeanOfTheDiscAndHalfOfItBehindAnEdge) {
@@ -191,21 +152,6 @@ TEST_F(Tracer, ConvexBodyInTheSky_HasNoDarkOrBrightSpots) {
 }
 
 // --- Volumes -------------------------------------------------------------------------------------
-
-TEST_F(Tracer, ShadowThroughAVolume_IsItsTransmittance) {
-    const std::string light = R"("l": {"plugin": "TessraLightDirectional"})";
-    const std::string smoke =
-        R"("v": {"plugin": "Slab", "low": [-50, 1, -50], "high": [50, 3, 50],
-             "extinction": [0.1, 0.5, 2]},
-           "cam": {"plugin": "TessraCamera", "type": 1, "film_width": 2, "position": [0, 0.5, 0],
-             "target": [0, 0, 0], "up": [0, 0, -1]})";
-    const Color c = centreOf(all({smoke, kFloor, light}));
-    expectColor(c, {0.8f * std::exp(-0.2f), 0.4f * std::exp(-1.0f), 0.2f * std::exp(-4.0f)}, 1e-6f);
-    // Without shadow rays nothing is taken away.
-    expectColor(centreOf(all({smoke, kFloor,
-                              R"("l": {"plugin": "TessraLightDirectional", "shadows": false})"})),
-                {0.8f, 0.4f, 0.2f}, 1e-6f);
-}
 
 TEST_F(Tracer, ShadowThroughGlassPanesAndAVolume_Multiplies) {
     const Color c =

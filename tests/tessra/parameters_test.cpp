@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 #include "tessra/parameter_values.h"
 #include "tessra/texture.h"
@@ -59,30 +58,6 @@ protected:
     TextureObject object;
 };
 
-TEST_F(ParametersTest, Table_KeepsOrderTypesAndDefaults) {
-    ASSERT_EQ(table.rows().size(), 16u);
-    const ParameterDef& on = table.rows()[0];
-    EXPECT_EQ(on.name, "on");
-    EXPECT_EQ(on.type, paramtype_bool);
-    EXPECT_EQ(on.count, -1);
-    EXPECT_STREQ(on.description, "a switch");
-    EXPECT_STREQ(on.uiHint, "displayName(On)");
-    EXPECT_TRUE(on.defaultValue->getBool(0, 0));
-
-    EXPECT_EQ(table.findParamDef("tex")->interfaceID, ids::kTexture);
-    EXPECT_EQ(table.findParamDef("tex")->defaultValue->getAColor(0, 0).alpha, 1.0f);
-    EXPECT_FALSE(table.findParamDef("ftex")->hasDefault);
-    EXPECT_EQ(table.findParamDef("cache")->interfaceID, 77u);
-    EXPECT_EQ(table.findParamDef("four")->defaultValue->getCount(0), 4);
-    EXPECT_EQ(table.findParamDef("four")->defaultValue->getFloat(3, 0), 3.0f);
-    EXPECT_EQ(table.findParamDef("several")->defaultValue, nullptr);
-    EXPECT_TRUE(table.findParamDef("out")->isOutput);
-    EXPECT_TRUE(table.findParamDef("tm")->isAnimated);
-    EXPECT_EQ(table.findParamDef("On"), nullptr);
-    EXPECT_EQ(table.findParamDef(nullptr), nullptr);
-    EXPECT_EQ(table.rowIndex("fout"), 15);
-}
-
 TEST_F(ParametersTest, UnsetRows_GiveTheirDefaults) {
     TessraParameterList list(&table);
     int on = 5, steps = 0;
@@ -126,39 +101,6 @@ TEST_F(ParametersTest, UnsetRows_GiveTheirDefaults) {
     EXPECT_TRUE(caches.empty());
     EXPECT_EQ(several, 12);  // neither a value nor a default
     EXPECT_EQ(list.getParam("steps"), nullptr);
-}
-
-TEST_F(ParametersTest, SceneValues_FollowTheTime) {
-    TessraParameterList list(&table);
-    float scale = 0;
-    int steps = 0;
-    CharString path;
-    list.setParamCache("scale", &scale);
-    list.setParamCache("steps", &steps);
-    list.setParamCache("path", &path);
-    DefParam keyed("scale", 0.0f);
-    keyed.setKey(0, 1.0f);
-    keyed.setKey(10, 2.0f);
-    DefParam fixed("steps", 7);
-    DefParam text("path", std::string("b.vdb"));
-    DefParam stranger("stranger", 1);
-    EXPECT_TRUE(list.setParameter(&keyed));
-    EXPECT_TRUE(list.setParameter(&fixed));
-    EXPECT_TRUE(list.setParameter(&text));
-    EXPECT_FALSE(list.setParameter(&stranger));
-    EXPECT_FALSE(list.setParameter(nullptr));
-    list.cacheParams(5);
-    EXPECT_EQ(scale, 1.5f);
-    EXPECT_EQ(steps, 7);
-    EXPECT_EQ(path, "b.vdb");
-    list.cacheParams(10);
-    EXPECT_EQ(scale, 2.0f);
-    EXPECT_EQ(list.getParam("scale"), &keyed);
-
-    DefParam other("scale", 9.0f);
-    list.setParameter(&other);
-    list.cacheParams(10);
-    EXPECT_EQ(scale, 9.0f);
 }
 
 TEST_F(ParametersTest, ConnectedObjects_ComeAsTheirInterfaces) {

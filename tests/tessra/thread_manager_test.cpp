@@ -11,7 +11,6 @@
 #include <mutex>
 #include <set>
 #include <thread>
-#include <vector>
 
 namespace TessUtils {
 namespace {
@@ -47,23 +46,6 @@ TEST(ThreadManager, Bodies_RunAtTheSameTimeWithTheirNumbers) {
     manager->waitThreads(this);
     EXPECT_EQ(numbers.size(), 10u);
     EXPECT_FALSE(manager->runThread(nullptr, 0, this));
-}
-
-TEST(ThreadManager, WaitThreads_WaitsForItsOwnerOnly) {
-    const ManagerPtr manager(newThreadManager());
-    std::latch release(1);
-    Body slow([&](int) { release.wait(); });
-    std::atomic<int> done{0};
-    Body quick([&](int) { ++done; });
-    const int owners[2] = {};
-    manager->runThread(&slow, 0, &owners[0]);
-    for (int i = 0; i < 3; ++i)
-        manager->runThread(&quick, i, &owners[1]);
-    manager->waitThreads(&owners[1]);
-    EXPECT_EQ(done, 3);
-    release.count_down();
-    manager->waitThreads(&owners[0]);
-    manager->waitThreads(&done);  // owns nothing
 }
 
 TEST(ThreadManager, EndedThreads_AreLentAgain) {

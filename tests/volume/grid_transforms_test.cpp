@@ -10,28 +10,8 @@ namespace nimbra {
 namespace {
 
 using NMBUtils::Matrix34;
-using TessUtils::TracePoint;
 using TessUtils::Transform;
 using TessUtils::Vector;
-
-TEST(GridTransforms, Spaces_FollowEachOther) {
-    // Cells of 0.25 with their origin at object (-1, -2, -3); the object turned by a quarter about
-    // z, doubled and moved.
-    const Matrix34 objectToGrid{{{4, 0, 0}, {0, 4, 0}, {0, 0, 4}}, {4, 8, 12}};
-    Transform node;
-    node.f[0] = {0, 2, 0};
-    node.f[1] = {-2, 0, 0};
-    node.f[2] = {0, 0, 2};
-    node.offs = {100, 0, 0};
-    GridTransforms t;
-    t.set(objectToGrid, node);
-    EXPECT_EQ(t.gridFromObject, objectToGrid);
-    EXPECT_EQ(t.objectFromGrid.applyPoint(Vector{4, 8, 16}), (Vector{0, 0, 1}));
-    EXPECT_EQ(t.worldFromObject.applyPoint(Vector{1, 2, 3}), (Vector{96, 2, 6}));
-    EXPECT_EQ(t.worldFromGrid.applyPoint(Vector{8, 16, 24}), (Vector{96, 2, 6}));
-    EXPECT_EQ(t.gridFromWorld.applyPoint(Vector{96, 2, 6}), (Vector{8, 16, 24}));
-    EXPECT_EQ(t.objectFromWorld.applyPoint(Vector{96, 2, 6}), (Vector{1, 2, 3}));
-}
 
 // Each matrix is rounded once: the one through object space doesn't take the rounding of a factor
 // along.

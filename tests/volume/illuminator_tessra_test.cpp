@@ -4,9 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <functional>
-
 #include "volume/ray_kind.h"
 #include "volume/ray_segment.h"
 #include "volume/volume_shader_tessra.h"
@@ -14,7 +11,6 @@
 namespace nimbra {
 namespace {
 
-using NMBUtils::Matrix34;
 using namespace TessUtils;
 
 /// A host with one light, which keeps what it was asked.
@@ -152,13 +148,6 @@ TEST(IlluminatorTessra, NearLights_AreSoftened) {
     expectColor(host.illuminate(), {1, 1, 1});
 }
 
-TEST(IlluminatorTessra, IndirectLight_IsScaledByItsOwnFactor) {
-    Host host;
-    host.shader.brdfscatter = 0.25f;
-    host.lights.indirect = {4, 4, 4};
-    expectColor(host.illuminate({0.5f, 1, 1}), {1, 2, 2});
-}
-
 TEST(IlluminatorTessra, ScatteredLight_IsLeftOutWhereItIsApproximated) {
     const Color lit{1, 1, 1}, dark;
     struct Case {
@@ -181,18 +170,6 @@ TEST(IlluminatorTessra, ScatteredLight_IsLeftOutWhereItIsApproximated) {
         expectColor(host.illuminate(), c.expected);
         EXPECT_EQ(host.lights.calls, c.expected == lit ? 1 : 0);
     }
-}
-
-TEST(IlluminatorTessra, SelectShader_KnowsTheShaderThatTheRayLeft) {
-    Host host;
-    VolumeShaderTessra other;
-    host.context.ray.origin = host.shader.hostObject();
-    IlluminatorTessra illuminator(&host.context, nullptr);
-    illuminator.selectShader(host.shader);
-    EXPECT_TRUE(illuminator.kind & kKindOwnShader);
-    illuminator.selectShader(other);
-    EXPECT_FALSE(illuminator.kind & kKindOwnShader);
-    EXPECT_EQ(illuminator.currentShader, &other);
 }
 
 TEST(IlluminatorTessra, WithoutARay_RandomNumbersAreItsOwn) {
@@ -308,17 +285,6 @@ TEST(RayKind, FollowsTheClassOfTheHostRay) {
     EXPECT_TRUE(isSecondaryKind(rayKind(ray)));
     ray.flags = kRayCaustics;
     EXPECT_EQ(rayKind(ray), std::uint32_t(kKindGI | kKindAlwaysVisible | kKindCacheFill));
-}
-
-TEST(MyWhiteBRDF, SurfaceRays_GetNothingFromBehind) {
-    MyWhiteBRDF brdf;
-    brdf.normal = {0, 1, 0};
-    TraceRay ray;
-    Color light{1, 1, 1}, raw{1, 1, 1};
-    EXPECT_EQ(brdf.eval(ray, {0, -1, 0}, light, raw, -1), Color());
-    EXPECT_EQ(light, Color());
-    light = {1, 1, 1};
-    EXPECT_EQ(brdf.eval(ray, {0, 1, 0}, light, raw, -1), (Color{1, 1, 1}));
 }
 
 TEST(MyWhiteBRDF, SampledDirections_CoverTheSphereEvenly) {

@@ -7,11 +7,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <limits>
 #include <memory>
-#include <numeric>
 #include <thread>
 
 #include "volume/gizmo_split.h"
@@ -22,7 +20,6 @@ namespace {
 
 using TessUtils::Color;
 using TessUtils::TracePoint;
-using TessUtils::Vector;
 
 /// Relative error of the cheap exponential; a product of n has n times that.
 constexpr double kFastExpError = 7.5e-5;

@@ -116,21 +116,5 @@ TEST(QndTree, EqualBoxes_StayInOrderAndTheTreeShallow) {
     EXPECT_EQ(tree.intersect({2, 2, -5}, {0, 0, 1}, 100, 0, entries.data(), 64), 0);
 }
 
-TEST(VolumeShaderTessra, WorldBounds_CoverTheWholeFrame) {
-    VolumeShaderTessra shader;
-    TracePoint low, high;
-    shader.worldBounds(low, high);
-    EXPECT_GT(low.x, high.x);
-    const int size[3] = {2, 3, 4};
-    shader.setGridSize(size);
-    const Matrix34 unit;
-    shader.setTransforms(unit, {{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}, {10, 0, 0}}, false);
-    shader.setTransforms(unit, {{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}, {0, 0, -20}}, true);
-    shader.worldBounds(low, high);
-    EXPECT_EQ(low, (TracePoint{0, 0, -20}));
-    EXPECT_EQ(high, (TracePoint{12, 3, 4}));
-    EXPECT_EQ(shader.worldFromGridPoint({1, 1, 1}, 0.25f), (TracePoint{8.5, 1, -4}));
-}
-
 }  // namespace
 }  // namespace nimbra

@@ -4,7 +4,6 @@
 
 #include <bit>
 #include <cmath>
-#include <memory>
 #include <numeric>
 #include <vector>
 
@@ -141,34 +140,7 @@ TEST(ShadingTables, GoldenTablesAndReads) {
     }
 }
 
-TEST(EmissionTable, ChannelRange_IsThatOfTheCurve) {
-    NimbraVolumeRenderLUTholder luts;
-    luts.eRange = {100, 400};
-    luts.buildEmissionTable(CurveOf([](float x) { return x; }), kWhite, {});
-    EXPECT_FLOAT_EQ(luts.emission[0], 100);
-    EXPECT_FLOAT_EQ(luts.emission[3 * 4000], 300);
-    EXPECT_FLOAT_EQ(luts.emission[3 * 7999 + 2], 100 + 400 * (7999 / 8000.0f));
-}
-
-TEST(EmissionTable, Brightness_DoesNotDependOnTheColor) {
-    NimbraVolumeRenderLUTholder luts;
-    EmissionTableSettings s;
-    s.emult = 2;
-    s.physMult = 3;
-    luts.buildEmissionTable(CurveOf([](float) { return 5.0f; }), GradientOf([](float) {
-                                return Color{0.3f, 0.06f, -1};
-                            }),
-                            s);
-    EXPECT_NEAR(luts.emission[0] + luts.emission[1] + luts.emission[2], 3 * 5 * 2 * 3, 1e-3f);
-    EXPECT_NEAR(luts.emission[0], 5 * luts.emission[1], 1e-3f);
-    EXPECT_EQ(luts.emission[2], 0);
-    // Black stays black.
-    luts.buildEmissionTable(CurveOf([](float) { return 5.0f; }),
-                            GradientOf([](float) { return Color{}; }), s);
-    EXPECT_EQ(luts.emission[0], 0);
-}
-
-TEST(EmissionTable, StrengthsThatAreNone_AreDark) {
+TEST(ColorTables, StrengthsAndColorsThatAreNone_AreDark) {
     NimbraVolumeRenderLUTholder luts;
     EmissionTableSettings s;
     s.rawIndex = true;
@@ -176,12 +148,6 @@ TEST(EmissionTable, StrengthsThatAreNone_AreDark) {
     EXPECT_EQ(luts.emission[3 * 1000], 0);  // below 0
     EXPECT_EQ(luts.emission[3 * 4000], 0);  // infinite
     EXPECT_GT(luts.emission[3 * 5000], 0);
-    luts.buildEmissionTable(CurveOf([](float) { return std::nanf(""); }), kWhite, s);
-    EXPECT_EQ(luts.emission[3 * 5000], 0);
-}
-
-TEST(ColorTables, ColorsThatAreNone_AreDark) {
-    NimbraVolumeRenderLUTholder luts;
     const auto broken = GradientOf([](float) { return Color{std::nanf(""), 1, -1}; });
     luts.buildEmissionTable(CurveOf([](float) { return 1.0f; }), broken, {});
     luts.buildDiffuseTable(broken, true);
@@ -316,19 +282,6 @@ TEST(ReadTables, WithoutTables_SimpleSmokeAndGridColors) {
     EXPECT_EQ(shader.getDiffuse(sample), shader.simpleColor);
     shader.sampleMask = kSampleColor;
     EXPECT_EQ(shader.getDiffuse(sample), sample.gridColor);
-}
-
-TEST(ReadTables, FaintFire_LeavesTheOpacityToTheSmoke) {
-    const auto table = std::make_unique<float[]>(kLutEntries);
-    VolumeShader shader;
-    shader.fireOpacityTable = table.get();
-    VoxelSample sample;
-    Color out;
-    table[0] = -0.001f;
-    EXPECT_FALSE(shader.getFireOpacity(sample, 1000, out));
-    table[0] = -0.0011f;
-    EXPECT_TRUE(shader.getFireOpacity(sample, 1000, out));
-    EXPECT_NEAR(out.r, 1 - std::exp(-1.1f), 1e-4f);
 }
 
 TEST(ReadTables, Textures_ReplaceOrModulate) {
