@@ -47,6 +47,46 @@ const ChannelInfo& infoOf(int channel) {
     return channel >= 0 && channel < kNamedChannels ? kChannels[channel] : kFurtherChannel;
 }
 
+/// Places in rising order of their IDs, equal ones in rising order, by one stable pass for each
+/// byte in which the IDs differ (D. Knuth, The Art of Computer Programming 3, 5.2.5). False without
+/// memory.
+bool sortByDigits(const std::int64_t* ids, IDORD& order) {
+    struct Entry {
+        std::uint64_t key;
+        std::int32_t place;
+    };
+    constexpr std::size_t kDigits = sizeof(std::uint64_t), kDigitValues = 256;
+    constexpr std::uint64_t kSign = std::uint64_t{1} << 63;  // negative IDs come first
+    const auto digitOf = [](std::uint64_t key, std::size_t d) { return key >> (8 * d) & 0xFF; };
+    NMBUtils::NmbArray<Entry> from, to;
+    if (!from.SetSize(order.size, nullptr, true) || !to.SetSize(order.size, nullptr, true))
+        return false;
+    std::int32_t places[kDigits][kDigitValues] = {};
+    for (int i = 0; i < order.size; ++i) {
+        from[i] = {static_cast<std::uint64_t>(ids[i]) ^ kSign, i};
+        for (std::size_t d = 0; d < kDigits; ++d)
+            ++places[d][digitOf(from[i].key, d)];
+    }
+    for (std::size_t d = 0; d < kDigits; ++d) {
+        if (places[d][digitOf(from[0].key, d)] == order.size)
+            continue;
+        std::exclusive_scan(places[d], places[d] + kDigitValues, places[d], 0);
+        for (const Entry& entry : from)
+            to[places[d][digitOf(entry.key, d)]++] = entry;
+        std::swap(from.data, to.data);
+    }
+    for (int i = 0; i < order.size; ++i)
+        order[i] = from[i].place;
+    return true;
+}
+
+/// The same without further memory.
+void sortInPlace(const std::int64_t* ids, IDORD& order) {
+    std::iota(order.begin(), order.end(), 0);
+    std::sort(order.begin(), order.end(),
+              [ids](int a, int b) { return ids[a] != ids[b] ? ids[a] < ids[b] : a < b; });
+}
+
 }  // namespace
 
 int prtChannelWords(int channel) {
@@ -95,33 +135,46 @@ bool NimbraFrameData::PGroup::getValue(int index, int channel, void* out) {
     return true;
 }
 
+bool NimbraFrameData::PGroup::gridVelocity(Proxy velocity[3]) const {
+    if (flags != kPrtVelocityInGrid || !frame)
+        return false;
+    for (int axis = 0; axis < 3; ++axis)
+        velocity[axis] = frame->getChannelProxy(kVelocityX + axis);
+    return velocity[0].loaded && velocity[1].loaded && velocity[2].loaded;
+}
+
 bool NimbraFrameData::PGroup::velocityFromGrid(int index, float out[3]) {
     std::fill_n(out, 3, 0.0f);
     float position[3];
-    if (flags != kPrtVelocityInGrid || !frame || !getValue(index, kPrtPosition, position))
-        return false;
-    const Proxy velocity[3] = {frame->getChannelProxy(kVelocityX),
-                               frame->getChannelProxy(kVelocityY),
-                               frame->getChannelProxy(kVelocityZ)};
-    if (!velocity[0].loaded || !velocity[1].loaded || !velocity[2].loaded)
+    Proxy velocity[3];
+    if (!gridVelocity(velocity) || !getValue(index, kPrtPosition, position))
         return false;
     kSampleKernels[kLinearSampler * 8](velocity, position, out, 3, 7, 0);
     return true;
 }
 
-bool NimbraFrameData::PGroup::setChannel(int channel, const void* values) {
+bool NimbraFrameData::PGroup::allocateChannel(int channel) {
     if (channel < 0 || channel >= kPrtChannelSlots || count < 0)
         return false;
     PrtChannelStore& s = store[channel];
     const std::int64_t bytes = std::int64_t(count) * getChannelStride(channel);
     const std::lock_guard guard(s.lock);
     s.packed.Clear();
+    channelMask &= ~channelBit(channel);
+    s.expanded.store(false, std::memory_order_release);
     if (!s.data.SetSize(bytes, nullptr, true))
         return false;
-    if (bytes > 0)
-        std::memcpy(s.data.data, values, static_cast<std::size_t>(bytes));
     channelMask |= channelBit(channel);
     s.expanded.store(bytes > 0, std::memory_order_release);
+    return true;
+}
+
+bool NimbraFrameData::PGroup::setChannel(int channel, const void* values) {
+    if (!allocateChannel(channel))
+        return false;
+    const auto& data = store[channel].data;
+    if (data.size > 0)
+        std::memcpy(data.data, values, static_cast<std::size_t>(data.size));
     return true;
 }
 
@@ -137,10 +190,10 @@ const std::int64_t* NimbraFrameData::PGroup::ids() {
     return reinterpret_cast<const std::int64_t*>(channelData(kPrtId));
 }
 
-void NimbraFrameData::PGroup::buildIdOrder() {
+bool NimbraFrameData::PGroup::buildIdOrder() {
     const std::lock_guard guard(lock);
     if (orderKnown_.load(std::memory_order_relaxed))
-        return;
+        return true;
     idPointer = ids();
     std::int64_t before = 0;
     bool ascending = true;
@@ -148,14 +201,12 @@ void NimbraFrameData::PGroup::buildIdOrder() {
         ascending = ascending && idPointer[i] >= before;
         before = idPointer[i];
     }
-    if (!ascending && idOrder.SetSize(count, nullptr, true)) {
-        std::iota(idOrder.begin(), idOrder.end(), 0);
-        std::sort(idOrder.begin(), idOrder.end(), [this](int a, int b) {
-            return idPointer[a] != idPointer[b] ? idPointer[a] < idPointer[b] : a < b;
-        });
-    }
+    const bool done = ascending || idOrder.SetSize(count, nullptr, true);
+    if (done && !ascending && !sortByDigits(idPointer, idOrder))
+        sortInPlace(idPointer, idOrder);
     idPointer = nullptr;
-    orderKnown_.store(true, std::memory_order_release);
+    orderKnown_.store(done, std::memory_order_release);
+    return done;
 }
 
 int NimbraFrameData::PGroup::findById(std::int64_t id) {
@@ -164,8 +215,10 @@ int NimbraFrameData::PGroup::findById(std::int64_t id) {
         return -1;
     if (count <= 1)
         return count == 1 && values[0] == id ? 0 : -1;
-    if (!orderKnown_.load(std::memory_order_acquire))
-        buildIdOrder();
+    if (!orderKnown_.load(std::memory_order_acquire) && !buildIdOrder()) {
+        const std::int64_t* const found = std::find(values, values + count, id);
+        return found != values + count ? static_cast<int>(found - values) : -1;
+    }
     const auto indexAt = [this](int place) { return idOrder.size ? idOrder[place] : place; };
     int low = 0, high = count;
     while (low < high) {

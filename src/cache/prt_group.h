@@ -73,6 +73,9 @@ struct PrtChannelStore {
     NMBUtils::NmbArray<unsigned char, long long, 0, 1> packed;
     /// Particle after particle, components of a particle together.
     NMBUtils::NmbArray<unsigned char, long long, 0, 1> data;
+    /// While a group is blended, in the store of its ID: the places of each particle in the earlier
+    /// and in the later frame's group, -1 where it isn't there.
+    NMBUtils::NmbArray<std::int32_t> blendFrom, blendTo;
     /// Set once `data` is there: it doesn't change any more, and may be read without the lock.
     std::atomic<bool> expanded{false};
 };
@@ -121,7 +124,10 @@ public:
     /// Room for a channel as it is stored: `bytes` bytes at store[channel].packed.data, which the
     /// caller fills.
     bool allocatePacked(int channel, std::int32_t method, std::int64_t bytes);
-    /// `count` particles of prtChannelWords(channel) words each, copied as they are.
+    /// Room for `count` particles of prtChannelWords(channel) words each at store[channel].data,
+    /// which the caller fills before anybody else sees the group.
+    bool allocateChannel(int channel);
+    /// The same, filled with a copy of `values`.
     bool setChannel(int channel, const void* values);
     /// Expands a kPrtPlanar stream, which may be longer than it needs. False, too, if it can't be.
     bool setPlanar(int channel, std::span<const std::byte> stream);
@@ -132,9 +138,13 @@ public:
     /// Expanded values, null when the channel is absent or can't be expanded.
     const unsigned char* channelData(int channel);
 
+    /// Handles of the frame's velocities for a group that has them there; false when it hasn't, or
+    /// when they can't be expanded.
+    bool gridVelocity(Proxy velocity[3]) const;
+
     /// Fills idOrder; a negative first ID counts as disorder too. Done once, when somebody first
-    /// searches.
-    void buildIdOrder();
+    /// searches. False without memory: the next call tries again.
+    bool buildIdOrder();
 
 private:
     using Bytes = NMBUtils::NmbArray<unsigned char, long long, 0, 1>;

@@ -165,6 +165,8 @@ bool NimbraFrameData::PGroup::decompressChannel(int channel, bool freePacked) {
                           s.method);
         s.data.Clear();
         s.packed.Clear();
+        s.blendFrom.Clear();
+        s.blendTo.Clear();
     }
     if (freePacked)
         s.packed.Clear();
