@@ -15,6 +15,7 @@
 #include "cache/smooth_frame.h"
 #include "cache/smoothing_noise.h"
 #include "cache/test_grids.h"
+#include "cache/test_jobs.h"
 #include "cache/test_log.h"
 #include "support/golden.h"
 #include "tessra/allocator.h"
@@ -31,12 +32,6 @@ struct Request {
     Matrix34 gridToObject = {};
     int threads = 1;
 };
-
-Field valuesOf(const Proxy& channel) {
-    Field values(static_cast<std::size_t>(channel.storage->cells));
-    channel.readRun(0, channel.storage->cells, values.data());
-    return values;
-}
 
 void smooth(Proxy& channel, const Request& r, TessUtils::ProgressCallback* stop = nullptr) {
     const std::unique_ptr<TessUtils::ThreadManager, void (*)(TessUtils::ThreadManager*)> threads(
@@ -238,21 +233,6 @@ TEST(GridSmoothing, WithoutMemory_TheChannelIsSmoothedOrStaysAsItWas) {
         EXPECT_GE(whole, 1);
     }
 }
-
-/// Wants to stop from the n-th question on.
-class Stop : public TessUtils::ProgressCallback {
-public:
-    explicit Stop(int questions) : left(questions) {}
-    void setProgressTitle(const char*) override {}
-    bool getAbort() override { return --left < 0; }
-    void setAbort(int) override {}
-    void setProgress(int) override {}
-    void processEvents() override {}
-    int left;
-
-private:
-    void message(Level, const char*) override {}
-};
 
 TEST(GridSmoothing, Stopped_NoHalfStepIsStored) {
     const Cell3 size = {9, 9, 9};

@@ -15,6 +15,7 @@
 
 #include "cache/prt_group.h"
 #include "cache/test_grids.h"
+#include "cache/test_jobs.h"
 #include "support/golden.h"
 #include "tessra/allocator.h"
 
@@ -26,23 +27,6 @@ using Field = std::vector<float>;
 
 constexpr std::uint32_t kSurface = channelBit(kTemperature);
 constexpr std::uint32_t kColors = 7u << kColorR;
-
-/// Threads for all jobs of a scope; 0: none are lent.
-class Threads {
-public:
-    explicit Threads(int count) : manager_(count ? TessUtils::newThreadManager(count) : nullptr) {
-        NMBUtils::setGlobalThreadManager(manager_);
-    }
-    ~Threads() {
-        NMBUtils::releaseGlobalThreadManager();
-        TessUtils::deleteThreadManager(manager_);
-    }
-    Threads(const Threads&) = delete;
-    Threads& operator=(const Threads&) = delete;
-
-private:
-    TessUtils::ThreadManager* manager_;
-};
 
 /// A frame of these sizes with a surface channel full of 9 and some particles.
 struct LiquidFrame : NimbraFrameData {
@@ -371,19 +355,6 @@ TEST(ParticlesToGrid, WithoutMemory_WhatIsFilledIsTold) {
     EXPECT_GE(surface, 4);  // the vectors, the flags, a job's buffers
     EXPECT_GE(all, 1);
 }
-
-/// A user who wants to stop.
-class Stop : public TessUtils::ProgressCallback {
-public:
-    void setProgressTitle(const char*) override {}
-    bool getAbort() override { return true; }
-    void setAbort(int) override {}
-    void setProgress(int) override {}
-    void processEvents() override {}
-
-private:
-    void message(Level, const char*) override {}
-};
 
 TEST(ParticlesToGrid, Stopped_WritesNoFurther) {
     const Threads lent(3);

@@ -85,6 +85,12 @@ Proxy treeChannel(std::int32_t kind, const Cell3& size, const CellField& field,
     }
 }
 
+std::vector<float> valuesOf(const Proxy& channel) {
+    std::vector<float> values(static_cast<std::size_t>(channel.storage->cells));
+    channel.readRun(0, channel.storage->cells, values.data());
+    return values;
+}
+
 float noiseAt(int x, int y, int z, int seed, int low) {
     std::uint32_t h =
         static_cast<std::uint32_t>(x) * 73856093u ^ static_cast<std::uint32_t>(y) * 19349663u ^

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <vector>
 
 #include "cache/grid_channel.h"
 #include "cache/tree_access.h"
@@ -32,6 +33,9 @@ struct TreeOptions {
 /// hold 1000 and more.
 Proxy treeChannel(std::int32_t kind, const Cell3& size, const CellField& field,
                   const TreeOptions& options = {});
+
+/// All cells, x fastest.
+std::vector<float> valuesOf(const Proxy& channel);
 
 /// A whole number in [-low, low] that looks random, a pure function of cell and seed.
 float noiseAt(int x, int y, int z, int seed, int low = 20);

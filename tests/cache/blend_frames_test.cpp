@@ -1,0 +1,333 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+//
+// Blending of two frames: golden values, grids cell by cell, what is refused, header values, and
+// what happens without memory or when the user stops.
+#include "cache/blend_frames.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <memory>
+
+#include "cache/test_grids.h"
+#include "cache/test_jobs.h"
+#include "cache/test_log.h"
+#include "foundation/memory.h"
+#include "support/golden.h"
+#include "tessra/allocator.h"
+
+namespace nimbra {
+namespace {
+
+using namespace test;
+using Field = std::vector<float>;
+
+/// A frame on cells of length 1, cell 0 lying at minus `offset`.
+struct TestFrame : NimbraFrameData {
+    explicit TestFrame(const Cell3& size, std::array<float, 3> offset = {}) {
+        resetHeader(false);
+        std::copy_n(size.data(), 3, gridSize);
+        std::copy_n(offset.data(), 3, transform + 9);
+    }
+    void add(int channel, const CellField& field, bool tree = false) {
+        const Cell3 size = {gridSize[0], gridSize[1], gridSize[2]};
+        channels[channel] = tree ? treeChannel(kFloatTree, size, field, {.origin = {-3, 5, 9}})
+                                 : denseChannel(size, field);
+        channelMask |= channelBit(channel);
+    }
+    /// The value of a cell of another frame on the same cells, 0 outside.
+    float at(int channel, const NimbraFrameData& of, int x, int y, int z) const {
+        const int cell[3] = {x, y, z};
+        std::int64_t index = 0;
+        for (int i = 2; i >= 0; --i) {
+            const int c = cell[i] + static_cast<int>(transform[9 + i] - of.transform[9 + i]);
+            if (c < 0 || c >= gridSize[i])
+                return 0;
+            index = index * gridSize[i] + c;
+        }
+        return channels[channel].read(index);
+    }
+};
+
+/// Sources of a holder.
+struct Sources {
+    float* positions[kChannelSlots] = {};
+    ~Sources() {
+        for (float* p : positions)
+            NMBUtils::freeMem(p);
+    }
+};
+
+/// The frame that a blend makes, as a holder keeps it.
+class Blended {
+public:
+    Blended(NimbraFrameData& a, NimbraFrameData& b, float weight, int method = kInterpolateGrids,
+            TessUtils::ProgressCallback* stop = nullptr)
+        : Blended(a, b, weight, method, nullptr, true, stop) {}
+    Blended(NimbraFrameData& a, NimbraFrameData& b, float weight, int method, Sources* sources,
+            bool recompute, TessUtils::ProgressCallback* stop = nullptr)
+        : frame_(std::make_unique<TestFrame>(Cell3{})) {
+        Sources own;
+        const int live = NimbraFrame::frameDataArray.size;
+        result = blendFrames(*frame_, a, b, weight, method, recompute,
+                             (sources ? *sources : own).positions, stop);
+        shared_ = NimbraFrame::frameDataArray.size > live;
+        EXPECT_EQ(shared_, result.status != kFrameScaleMismatch);
+        EXPECT_EQ(frame_->refCount, shared_ ? 1 : 0);
+    }
+    ~Blended() {
+        if (shared_)
+            NimbraFrame::frameDataArray.releaseFrame(frame_.release());
+    }
+    Blended(const Blended&) = delete;
+    Blended& operator=(const Blended&) = delete;
+
+    TestFrame* operator->() const { return frame_.get(); }
+    TestFrame& operator*() const { return *frame_; }
+    Field values(int channel) const { return valuesOf(frame_->channels[channel]); }
+
+    BlendResult result;
+
+private:
+    std::unique_ptr<TestFrame> frame_;
+    bool shared_ = false;
+};
+
+/// Fills a frame with the arrays of a golden file.
+void fill(TestFrame& frame, const nlohmann::json& j, const GoldenCase& golden, bool trees) {
+    std::copy_n(j["size"].get<Cell3>().data(), 3, frame.gridSize);
+    std::copy_n(j["transform"].get<Field>().data(), 12, frame.transform);
+    frame.timeStep = j["timeStep"];
+    for (const auto& [channel, source] : j["channels"].items()) {
+        const Field values = readNpy<float>(golden.file(source["file"])).values;
+        const auto field = [&](int x, int y, int z) {
+            return values[static_cast<std::size_t>((z * frame.gridSize[1] + y) * frame.gridSize[0] +
+                                                   x)];
+        };
+        frame.add(std::stoi(channel), field, trees);
+    }
+}
+
+TEST(BlendFrames, GoldenValues_DenseOrSparseWhateverTheThreads) {
+    for (const GoldenCase& golden : goldenCases("blend")) {
+        SCOPED_TRACE(golden.name());
+        const nlohmann::json& j = golden.json;
+        if (j["method"] != kInterpolateGrids)
+            continue;
+        for (const auto& [threads, trees] : {std::pair{0, false}, {5, false}, {3, true}}) {
+            const Threads lent(threads);
+            TestFrame a({}), b({});
+            fill(a, j["a"], golden, trees);
+            fill(b, j["b"], golden, trees);
+            const Blended blended(a, b, j["weight"], j["method"]);
+            const nlohmann::json& expected = j["expected"];
+            ASSERT_EQ(blended.result.status, expected["status"]);
+            if (blended.result.status == kFrameScaleMismatch)
+                continue;
+            EXPECT_EQ(Cell3({blended->gridSize[0], blended->gridSize[1], blended->gridSize[2]}),
+                      expected["size"]);
+            EXPECT_EQ(Field(blended->transform, blended->transform + 12), expected["transform"]);
+            EXPECT_FLOAT_EQ(blended->timeStep, expected["timeStep"]);
+            for (const auto& [channel, out] : expected["channels"].items()) {
+                std::vector<std::uint8_t> mask;
+                if (out.contains("mask"))
+                    mask = readNpy<std::uint8_t>(golden.file(out["mask"])).values;
+                EXPECT_TRUE(areNear(blended.values(std::stoi(channel)),
+                                    readNpy<float>(golden.file(out["file"])).values,
+                                    Tolerance(j["tolerance"]), mask))
+                    << channel << ", " << threads << " threads";
+            }
+        }
+    }
+}
+
+/// The value of a cell of `dst` by plain interpolation.
+float interpolated(const TestFrame& a, const TestFrame& b, float w, int channel,
+                   const NimbraFrameData& dst, int x, int y, int z) {
+    const float va = a.at(channel, dst, x, y, z), vb = b.at(channel, dst, x, y, z);
+    if (channel < kColorR || channel > kColorB || !dst.channels[kSmoke].loaded)
+        return (1 - w) * va + w * vb;
+    const float ta = (1 - w) * a.at(kSmoke, dst, x, y, z), tb = w * b.at(kSmoke, dst, x, y, z);
+    return ta + tb > 0.0001f ? (tb / (ta + tb)) * vb + (1 - tb) * va : 0;
+}
+
+void expectInterpolated(const TestFrame& a, const TestFrame& b, float w, const TestFrame& dst) {
+    std::int64_t i = 0;
+    for (int z = 0; z < dst.gridSize[2]; ++z)
+        for (int y = 0; y < dst.gridSize[1]; ++y)
+            for (int x = 0; x < dst.gridSize[0]; ++x, ++i)
+                for (int c : {2, 7, 10, 31})
+                    ASSERT_EQ(dst.channels[c].read(i), interpolated(a, b, w, c, dst, x, y, z))
+                        << c << " at " << x << " " << y << " " << z;
+}
+
+// Rows longer than the runs that jobs work in, grids beside, inside and across each other.
+TEST(BlendFrames, Union_EachCellIsMixedForItself) {
+    struct Case {
+        Cell3 sizeA, sizeB;
+        std::array<float, 3> offsetA, offsetB;
+        Cell3 size;
+    };
+    for (const Case& c : {Case{{2100, 3, 2}, {2100, 3, 2}, {}, {}, {2100, 3, 2}},
+                          Case{{1500, 2, 3}, {1200, 3, 2}, {7, 1, 0}, {-990, 0, 1}, {2197, 4, 4}},
+                          Case{{5, 5, 5}, {3, 2, 1}, {2, 2, 2}, {1, 1, 1}, {5, 5, 5}},
+                          Case{{3, 2, 1}, {5, 6, 7}, {-4, 0, 0}, {-1, 2, 1}, {6, 6, 7}},
+                          Case{{2, 2, 2}, {2, 2, 2}, {0, 0, 0}, {6, -6, 6}, {8, 8, 8}}})
+        for (const auto& [threads, trees] : {std::pair{0, false}, {7, false}, {2, true}}) {
+            const Threads lent(threads);
+            TestFrame a(c.sizeA, c.offsetA), b(c.sizeB, c.offsetB);
+            for (int channel : {2, 7, 10, 31}) {
+                const auto field = [&](int x, int y, int z) {
+                    return std::abs(noiseAt(x, y, z, channel));
+                };
+                a.add(channel, field, trees && channel != 10);
+                b.add(
+                    channel, [&](int x, int y, int z) { return field(x + 3, y, z); }, trees);
+            }
+            const Blended blended(a, b, 0.375f);
+            ASSERT_EQ(blended.result.status, kFrameLoaded);
+            EXPECT_TRUE(std::equal(c.size.begin(), c.size.end(), blended->gridSize));
+            expectInterpolated(a, b, 0.375f, *blended);
+        }
+}
+
+TEST(BlendFrames, OffsetsBetweenCells_AreRounded) {
+    for (const auto& [offset, cells, shift] :
+         {std::tuple{0.5f, 4, 0.0f}, {-0.5f, 5, 0.0f}, {0.51f, 5, 1.0f}, {-0.49f, 4, 0.0f}}) {
+        TestFrame a({4, 4, 4}), b({4, 4, 4}, {0, offset, 0});
+        const Blended blended(a, b, 0.5f);
+        EXPECT_EQ(blended->gridSize[1], cells) << offset;
+        EXPECT_EQ(blended->transform[10], shift) << offset;
+    }
+}
+
+TEST(BlendFrames, Colors_AreWeightedBySmokeWhereBothHaveIt) {
+    TestFrame a({4, 1, 1}), b({4, 1, 1});
+    const float smokeA[] = {0, 0.5f, 0.0001f, 1}, smokeB[] = {0, 0.25f, 0.00003f, 0};
+    for (TestFrame* f : {&a, &b}) {
+        f->add(kSmoke, [&](int x, int, int) { return f == &a ? smokeA[x] : smokeB[x]; });
+        f->add(kColorG, [&](int, int, int) { return f == &a ? 0.8f : 0.4f; });
+    }
+    // 0.75 of a's smoke and 0.25 of b's: 0.375 and 0.0625 in cell 1.
+    const Field mixed = Blended(a, b, 0.25f).values(kColorG);
+    EXPECT_EQ(mixed[0], 0);
+    EXPECT_FLOAT_EQ(mixed[1], 0.0625f / 0.4375f * 0.4f + (1 - 0.0625f) * 0.8f);
+    EXPECT_EQ(mixed[2], 0) << "less smoke than counts";
+    EXPECT_FLOAT_EQ(mixed[3], 0.8f);
+    b.freeChannel(kSmoke);
+    const Field plain = Blended(a, b, 0.25f).values(kColorG);
+    EXPECT_FLOAT_EQ(plain[0], 0.7f);
+}
+
+TEST(BlendFrames, Channels_AreThoseOfBothFrames) {
+    const CellField one = [](int, int, int) { return 1.0f; };
+    TestFrame a({3, 2, 1}), b({3, 2, 1});
+    for (int c : {1, 4, 5, 6, 20})
+        a.add(c, one);
+    for (int c : {2, 4, 5, 6, 20})
+        b.add(c, one);
+    const Blended blended(a, b, 0.5f);
+    EXPECT_EQ(blended->channelMask, 1u << 4 | 1u << 5 | 1u << 6 | 1u << 20);
+    for (int c = 0; c < kChannelSlots; ++c)
+        // Speed is derived in both.
+        EXPECT_EQ(blended->channels[c].loaded, (c >= 3 && c <= 6) || c == 20) << c;
+    EXPECT_EQ(blended->channels[20].rangeKnown(), false);
+    // A method without grids, and a channel that isn't of its frame's size.
+    EXPECT_FALSE(Blended(a, b, 0.5f, 65535)->channels[20].loaded);
+    b.channels[20] = denseChannel({2, 2, 1}, one);
+    EXPECT_FALSE(Blended(a, b, 0.5f)->channels[20].loaded);
+}
+
+TEST(BlendFrames, GridsThatDoNotFit_AreRefused) {
+    CaughtLog log;
+    constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
+    const auto statusWith = [](int element, float value, bool inFirst = false) {
+        TestFrame a({4, 4, 4}), b({4, 4, 4}, {0, element > 8 ? 5e8f : 0, 0});
+        a.add(kSmoke, [](int, int, int) { return 1.0f; });
+        b.add(kSmoke, [](int, int, int) { return 1.0f; });
+        (inFirst ? a : b).transform[element] = value;
+        return Blended(a, b, 0.5f).result.status;
+    };
+    EXPECT_EQ(statusWith(0, 1.0009f), kFrameLoaded);
+    EXPECT_EQ(log.take().find("different"), std::string::npos);
+    for (const auto& [element, value, inFirst] : {std::tuple{8, 1.0011f, false},
+                                                  {4, 0.99f, true},
+                                                  {1, 0.002f, false},
+                                                  {0, -1.0f, false},
+                                                  {0, 0.0f, true}}) {
+        EXPECT_EQ(statusWith(element, value, inFirst), kFrameScaleMismatch) << element;
+        EXPECT_EQ(log.take(), "Blending frames with different scale!\n");
+    }
+    // Too far apart for any grid, or for memory.
+    for (float offset : {4e8f, -1e9f, 3e9f, 1e30f, kNan}) {
+        EXPECT_EQ(statusWith(9, offset), kFrameScaleMismatch) << offset;
+        EXPECT_EQ(statusWith(11, offset, true), kFrameScaleMismatch) << offset;
+    }
+    EXPECT_EQ(log.take().find("different"), std::string::npos);
+}
+
+TEST(BlendFrames, AFrameThatAHolderHasFlipped_FitsItsNeighbour) {
+    for (bool second : {false, true}) {
+        TestFrame a({4, 4, 4}), b({4, 4, 4});
+        (second ? b : a).flipUpAxis(2);
+        const Blended blended(a, b, 0.5f);
+        EXPECT_EQ(blended.result.status, kFrameLoaded);
+        EXPECT_EQ(blended->upAxisFlipped, second ? 0 : 1);
+        EXPECT_TRUE(std::equal(a.transform, a.transform + 12, blended->transform));
+    }
+}
+
+TEST(BlendFrames, HeaderValues) {
+    TestFrame a({2, 2, 2}), b({2, 2, 2});
+    const auto fillHeader = [](TestFrame& f, int n) {
+        f.frameNumber = -7 * n;
+        f.flushOnClose = static_cast<std::uint8_t>(n);
+        f.timeStep = 0.5f * static_cast<float>(n);
+        f.simInfo.setSimTime(10.1 * n);
+        f.simInfo.setSimInfo2(-3 * n);
+        f.simInfo.setSimInfo3(1e300 * n);
+        f.simInfo.setSimStep(40 + n);
+        f.simInfo.setSimInfo4(99);
+        f.fileTime = 2 * n + 5;
+        f.path = "/some/where";
+        for (int i = 0; i < 3; ++i) {
+            f.bboxMin[i] = static_cast<float>(i - n);
+            f.bboxMax[i] = static_cast<float>(i + 5 * n);
+        }
+    };
+    fillHeader(a, 1);
+    fillHeader(b, 2);
+    b.description = "later";
+    {
+        const Blended blended(a, b, 0.25f);
+        EXPECT_EQ(blended->frameNumber, -8) << "-8.75 without its fraction";
+        EXPECT_EQ(blended->flushOnClose, 1);
+        EXPECT_EQ(blended->timeStep, 0.125f) << "without b's";
+        EXPECT_DOUBLE_EQ(blended->simInfo.simTime(), 12.625);
+        EXPECT_DOUBLE_EQ(blended->simInfo.simInfo2(), -3.75);
+        EXPECT_DOUBLE_EQ(blended->simInfo.simInfo3(), 1.25e300);
+        EXPECT_EQ(blended->simInfo.simStep(), 41);
+        EXPECT_EQ(blended->simInfo.simInfo4(), 0);
+        EXPECT_EQ(blended->fileTime, 3 + 4);
+        EXPECT_EQ(blended->path, "");
+        EXPECT_EQ(blended->description, "later");
+        EXPECT_EQ(blended->compressedInts, 1);
+        EXPECT_EQ(blended->bboxMin[1], 1 - 1.25f);
+        EXPECT_EQ(blended->bboxMax[2], 2 + 6.25f);
+    }
+    a.description = "earlier";
+    a.frameNumber = INT32_MAX;
+    b.frameNumber = INT32_MAX;
+    b.resetHeader(false);
+    const Blended blended(a, b, 0.25f);
+    EXPECT_EQ(blended->description, "earlier");
+    EXPECT_EQ(blended->frameNumber, INT32_MAX);
+    EXPECT_EQ(blended->bboxMin[0], 1e20f);
+    EXPECT_EQ(blended->bboxMax[0], -1e20f);
+}
+
+}  // namespace
+}  // namespace nimbra
