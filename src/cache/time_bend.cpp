@@ -84,4 +84,26 @@ std::int64_t ticksOfTime(double time, int ticksPerFrame) {
     return ticks > -kLimit && ticks < kLimit ? static_cast<std::int64_t>(ticks) : kNoTicks;
 }
 
+FrameMix frameMix(std::int64_t ticks, int ticksPerFrame, float loopBlend, int loopFrame) {
+    // A tick this close above a whole frame, in frames, is that frame.
+    constexpr float kLeastBlend = 1e-5f;
+    constexpr float kFarthest = 9.0e18f;
+    const float frames = static_cast<float>(ticks) / static_cast<float>(ticksPerFrame);
+    const float whole = std::floor(frames);
+    const float fraction = frames - whole;
+    FrameMix mix;
+    mix.first = std::fabs(whole) < kFarthest ? static_cast<std::int64_t>(whole) : kNoTicks;
+    mix.second = mix.first;
+    if (fraction > kLeastBlend) {
+        mix.kind = FrameMix::kBetween;
+        mix.second = mix.first + 1;
+        mix.weight = fraction;
+    } else if (loopBlend >= 0) {
+        mix.kind = FrameMix::kOverlap;
+        mix.second = loopFrame;
+        mix.weight = loopBlend;
+    }
+    return mix;
+}
+
 }  // namespace nimbra

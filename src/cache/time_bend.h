@@ -37,4 +37,19 @@ std::int64_t timeBend(const TimeBend& settings, std::int64_t ticks, int ticksPer
 /// Ticks of a render time, rounded toward zero.
 std::int64_t ticksOfTime(double time, int ticksPerFrame);
 
+/// The frames of the cache that a moment is made of.
+struct FrameMix {
+    enum Kind {
+        kWhole,    // `first` alone
+        kBetween,  // a moment between `first` and the next frame
+        kOverlap,  // a loop's start, into which its end still fades
+    };
+    Kind kind = kWhole;
+    std::int64_t first = 0, second = 0;
+    float weight = 0;  // of `second`, 0 to 1
+};
+
+/// What a tick number of the cache shows. `loopBlend` and `loopFrame` as timeBend answers them.
+FrameMix frameMix(std::int64_t ticks, int ticksPerFrame, float loopBlend, int loopFrame);
+
 }  // namespace nimbra

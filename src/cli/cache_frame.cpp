@@ -158,7 +158,7 @@ CacheFiles findCacheFiles(const std::string& input, const std::vector<std::strin
         out.files.push_back({fillFramePattern(sequence->pattern, frame), frame});
     // A gap of millions is two sequences in one folder rather than a list worth reading.
     constexpr std::int64_t kLongestGap = 100'000;
-    std::vector<std::int64_t> missing;
+    std::vector<host::FrameNumber> missing;
     for (std::size_t i = 1; i < out.files.size(); ++i)
         for (std::int64_t f = out.files[i - 1].frame + 1;
              f < out.files[i].frame && f - out.files[i - 1].frame <= kLongestGap; ++f)

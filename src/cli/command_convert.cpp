@@ -83,7 +83,7 @@ private:
                 fmt::format("{}: there are no files of frames {}", o_.input, found.missing));
         if (!o_.frames.empty() && !found.isSequence)
             throw std::invalid_argument("--frames takes a sequence: give a pattern or a folder");
-        if (const auto clash = clashingOutput(o_.output, frames))
+        if (const auto clash = clashingOutput(o_.output, {frames.begin(), frames.end()}))
             throw std::invalid_argument(
                 fmt::format("'{}': several frames would be written to {}", o_.output, *clash));
         std::vector<Conversion> work;
@@ -198,7 +198,7 @@ private:
             return kExitDone;
         if (wanted == 1)
             return failed_.front().second;
-        std::vector<std::int64_t> frames;
+        std::vector<host::FrameNumber> frames;
         for (const auto& [frame, code] : failed_)
             frames.push_back(frame);
         console_.log().error("failed frames: " + describeFrames(frames));

@@ -15,6 +15,7 @@
 #include "cli/console.h"
 #include "cli/exit_codes.h"
 #include "cli/frame_info.h"
+#include "cli/info_at.h"
 #include "cli/prt_info.h"
 #include "cli/render_options.h"
 
@@ -24,6 +25,7 @@ namespace {
 struct InfoCommand {
     ConsoleOptions console;
     std::vector<std::string> inputs;
+    InfoAtOptions at;
     bool json = false, headerOnly = false;
 };
 
@@ -63,6 +65,8 @@ Answer describe(const FileInfo& file, bool json) {
 Answer describeFile(const std::string& path, const InfoCommand& o) {
     const bool values = !o.headerOnly;
     const std::string extension = fileExtension(path);
+    if (extension == "json")
+        return {false, "", "is a scene; --at TIME tells what its caches show"};
     if (extension == "f3d")
         return describe(readF3dInfo(path, values), o.json);
     if (extension == "kol")
@@ -110,8 +114,11 @@ private:
     bool first_ = true;
 };
 
-int runInfo(const InfoCommand& o) {
+int runInfo(InfoCommand& o) {
     Console console(o.console);
+    o.at.json = o.json;
+    if (!o.at.times.empty())
+        return tellMoments(o.inputs, o.at, console);
     return Info(o, console).run();
 }
 
@@ -120,10 +127,25 @@ int runInfo(const InfoCommand& o) {
 void addInfoCommand(CLI::App& app, int& exitCode) {
     auto o = std::make_shared<InfoCommand>();
     CLI::App* command = app.add_subcommand("info", "Tell what cache files hold");
-    command->add_option("files", o->inputs, ".kol, .vdb, .f3d and .prt files, folders or patterns")
+    command
+        ->add_option("files", o->inputs,
+                     ".kol, .vdb, .f3d and .prt files, folders or patterns; with --at scenes too")
         ->required();
-    command->add_flag("--json", o->json, "One JSON object for each file");
-    command->add_flag("--header-only", o->headerOnly, "Look at no values: quick for large files");
+    command->add_flag("--json", o->json, "One JSON object for each file or moment");
+    CLI::Option* const headerOnly = command->add_flag("--header-only", o->headerOnly,
+                                                      "Look at no values: quick for large files");
+    CLI::Option* const at =
+        command
+            ->add_option("--at", o->at.times,
+                         "Which files and which weights these frames of a scene or of a sequence "
+                         "resolve to: 12.25, 0-2x0.25 and so on")
+            ->type_name("TIME")
+            ->excludes(headerOnly);
+    for (CLI::Option* const option : addTimeOptions(*command, o->at.time, "the caches"))
+        option->needs(at);
+    command->add_option("--module", o->at.module, "Plug-in library to load")
+        ->type_name("FILE")
+        ->needs(at);
     addConsoleOptions(*command, o->console);
     command->callback([o, &exitCode] { exitCode = runInfo(*o); });
 }

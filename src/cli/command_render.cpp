@@ -47,6 +47,7 @@ void addRenderCommand(CLI::App& app, int& exitCode) {
     CLI::App* command = app.add_subcommand("render", "Render a scene file");
     command->add_option("scene", options->scene, "Scene file (JSON)")->required();
     addRenderOptions(*command, options->render);
+    addTimeOptions(*command, options->render.time, "every cache of the scene");
     addConsoleOptions(*command, options->console);
     command->callback([options, &exitCode] { exitCode = runRender(*options); });
 }

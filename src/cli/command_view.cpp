@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <limits>
@@ -44,7 +45,7 @@ struct ViewInput {
     std::string path;    // for the cache: file or pattern, absolute
     std::string sample;  // the file whose contents decide the look
     std::string stem;    // for the picture's name
-    std::vector<std::int64_t> frames;
+    std::vector<host::FrameNumber> frames;
 };
 
 std::string absolutePath(const std::string& path) {
@@ -63,9 +64,26 @@ std::string stemOf(const std::string& pattern) {
     return stem.empty() ? "view" : stem;
 }
 
+/// Where the cache stands at a frame of the render; nothing for a time without a cache frame.
+std::int64_t cacheFrame(const TimeOptions& o, host::FrameNumber frame) {
+    constexpr int kTicks = 1000;
+    const std::int64_t ticks =
+        timeBend(o.applied({}), ticksOfTime(frame.time(), kTicks), kTicks, true);
+    return ticks / kTicks;
+}
+
+/// The whole frame of the render at which the cache comes nearest to one of its own.
+host::FrameNumber frameShowing(const TimeOptions& o, std::int64_t cacheFrame) {
+    const TimeBend bend = o.applied({});
+    const double frame =
+        (static_cast<double>(cacheFrame) - bend.readOffset) / static_cast<double>(bend.playSpeed);
+    constexpr double kFarthest = 1e9;
+    return std::llround(std::clamp(frame, -kFarthest, kFarthest));
+}
+
 // Of a sequence without a wish, the frame in the middle: it shows most of what goes on.
 ViewInput findInput(const ViewCommand& o) {
-    if (isOneFile(o.input) && o.render.frames.empty())
+    if (isOneFile(o.input) && o.render.frames.empty() && !o.render.time.any())
         return {absolutePath(o.input), o.input, fs::path(o.input).stem().string(), {1}};
     const auto sequence = findSequence(o.input, {".kol", ".vdb", ".f3d"});
     if (!sequence)
@@ -80,11 +98,11 @@ ViewInput findInput(const ViewCommand& o) {
     in.path = absolutePath(sequence->pattern);
     in.stem = stemOf(sequence->pattern);
     if (o.render.frames.empty())
-        in.frames = {sequence->frames[sequence->frames.size() / 2]};
+        in.frames = {frameShowing(o.render.time, sequence->frames[sequence->frames.size() / 2])};
     else
-        in.frames = parseFrameRange(o.render.frames);
+        in.frames = parseFrameList(o.render.frames).frames;
     std::int64_t nearest = sequence->frames.front();
-    const std::int64_t wanted = in.frames[in.frames.size() / 2];
+    const std::int64_t wanted = cacheFrame(o.render.time, in.frames[in.frames.size() / 2]);
     for (const std::int64_t f : sequence->frames)
         if (std::abs(f - wanted) < std::abs(nearest - wanted))
             nearest = f;
@@ -110,8 +128,9 @@ ViewScene makeScene(const ViewCommand& o, const ViewInput& in, const ViewLook& l
     ViewScene scene;
     scene.cachePath = in.path;
     const auto [first, last] = std::minmax_element(in.frames.begin(), in.frames.end());
-    scene.firstFrame = static_cast<int>(*first);
-    scene.lastFrame = static_cast<int>(*last);
+    scene.firstFrame = static_cast<int>(first->whole());
+    scene.lastFrame = static_cast<int>(last->whole());
+    scene.time = o.render.time;
     scene.look = look;
     const PictureSize size =
         o.render.size.empty() ? PictureSize{960, 540} : parseSize(o.render.size, {960, 540});
@@ -193,7 +212,9 @@ int showCache(ViewCommand& o, Console& console) {
     RenderOptions render = o.render;
     render.size.clear();
     if (render.frames.empty())
-        render.frames = std::to_string(in.frames.front());
+        render.frames = in.frames.front().text();
+    // They are in the scene.
+    render.time = {};
     return renderDocument(document, render, in.stem + ".png", registry, console);
 }
 
@@ -243,6 +264,7 @@ void addViewCommand(CLI::App& app, int& exitCode) {
     command->add_option("--write-scene", o->writeScene, "Write the scene too, to go on from there")
         ->type_name("FILE");
     addRenderOptions(*command, o->render);
+    addTimeOptions(*command, o->render.time, "the cache");
     addConsoleOptions(*command, o->console);
     command->callback([o, &exitCode] { exitCode = runView(*o); });
 }

@@ -111,7 +111,7 @@ int ArrayWriter::prepare(const std::vector<CacheFile>& files, bool isSequence) {
     std::vector<std::int64_t> frames;
     for (const CacheFile& file : files)
         frames.push_back(file.frame);
-    if (const auto clash = clashingOutput(arrays_.output, frames))
+    if (const auto clash = clashingOutput(arrays_.output, {frames.begin(), frames.end()}))
         throw std::invalid_argument(
             fmt::format("-o '{}': several frames would be written to {}", arrays_.output, *clash));
     std::string error;

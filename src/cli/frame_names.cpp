@@ -208,8 +208,8 @@ bool hasFramePattern(const std::string& path) {
     return false;
 }
 
-std::string fillFramePattern(const std::string& path, std::int64_t frame) {
-    return replacePatterns(path, [frame](int width) { return padded(frame, width); });
+std::string fillFramePattern(const std::string& path, host::FrameNumber frame, int decimals) {
+    return replacePatterns(path, [&](int width) { return frame.text(width, decimals); });
 }
 
 std::string toHashPattern(const std::string& path) {
@@ -231,23 +231,25 @@ std::optional<FileSequence> findSequence(const std::string& path,
     return hasFramePattern(path) ? sequenceOfPattern(path) : std::nullopt;
 }
 
-std::string outputName(const std::string& output, std::int64_t frame, bool severalFrames) {
+std::string outputName(const std::string& output, host::FrameNumber frame, bool severalFrames,
+                       int decimals) {
     if (hasFramePattern(output))
-        return fillFramePattern(output, frame);
+        return fillFramePattern(output, frame, decimals);
     if (!severalFrames)
         return output;
     const fs::path path(output);
     fs::path numbered = path;
-    numbered.replace_filename(path.stem().string() + "." + padded(frame, 4) +
+    numbered.replace_filename(path.stem().string() + "." + frame.text(4, decimals) +
                               path.extension().string());
     return numbered.string();
 }
 
 std::optional<std::string> clashingOutput(const std::string& output,
-                                          const std::vector<std::int64_t>& frames) {
+                                          const std::vector<host::FrameNumber>& frames,
+                                          int decimals) {
     std::set<std::string> names;
-    for (const std::int64_t frame : frames) {
-        std::string name = outputName(output, frame, frames.size() > 1);
+    for (const host::FrameNumber frame : frames) {
+        std::string name = outputName(output, frame, frames.size() > 1, decimals);
         if (!names.insert(name).second)
             return name;
     }

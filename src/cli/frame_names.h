@@ -4,6 +4,7 @@
 // Frame numbers in file names. Users write patterns in the forms of many programs:
 //   ####  (n hashes: n digits; one alone: 4)   @@@   %d %04d   $F $F4   <frame> <frame04>
 // A number wider than its padding stays whole; a negative one keeps its sign in front: "-0001".
+// A frame between two others has its decimals behind: "0012.250".
 #pragma once
 
 #include <cstdint>
@@ -11,13 +12,16 @@
 #include <string>
 #include <vector>
 
+#include "host/frame_number.h"
+
 namespace nimbra::cli {
 
 /// True if the file name part of `path` holds a frame pattern.
 bool hasFramePattern(const std::string& path);
 
-/// `path` with the frame number in place of every pattern of its file name.
-std::string fillFramePattern(const std::string& path, std::int64_t frame);
+/// `path` with the frame number in place of every pattern of its file name. The padding is that of
+/// the digits in front of the point; `decimals`: at least so many behind it.
+std::string fillFramePattern(const std::string& path, host::FrameNumber frame, int decimals = 0);
 
 /// The pattern in the form that caches understand: every pattern as a run of "#".
 std::string toHashPattern(const std::string& path);
@@ -37,10 +41,12 @@ std::optional<FileSequence> findSequence(const std::string& path,
 
 /// The output path of one frame. A pattern in `output` is filled; without one, ".####" goes before
 /// the extension when `severalFrames`.
-std::string outputName(const std::string& output, std::int64_t frame, bool severalFrames);
+std::string outputName(const std::string& output, host::FrameNumber frame, bool severalFrames,
+                       int decimals = 0);
 
 /// Two of `frames` that `outputName` would write to one file, if there are any.
 std::optional<std::string> clashingOutput(const std::string& output,
-                                          const std::vector<std::int64_t>& frames);
+                                          const std::vector<host::FrameNumber>& frames,
+                                          int decimals = 0);
 
 }  // namespace nimbra::cli

@@ -3,32 +3,40 @@
 #include "cli/frame_range.h"
 
 #include <algorithm>
-#include <charconv>
+#include <cstdlib>
 #include <unordered_set>
 
 namespace nimbra::cli {
 namespace {
 
-constexpr std::int64_t kMaxNumber = 1'000'000'000;
+using host::FrameNumber;
 
+constexpr std::int64_t kMaxNumber = 1'000'000'000;
+/// Names with a point have so many decimals at least.
+constexpr int kLeastDecimals = 3;
+constexpr std::int64_t kUnits = FrameNumber::kUnits;
+
+// All numbers are counted in units of the last decimal.
 class Parser {
 public:
-    explicit Parser(const std::string& text) : text_(text) {}
+    Parser(const std::string& text, bool whole) : text_(text), whole_(whole) {}
 
-    std::vector<std::int64_t> parse() {
+    FrameList parse() {
         do
             item();
         while (accept(','));
         if (pos_ != text_.size())
             fail("unexpected '" + text_.substr(pos_, 1) + "'");
-        return std::move(frames_);
+        return std::move(list_);
     }
 
 private:
     [[noreturn]] void fail(const std::string& what) const {
-        throw FrameRangeError("frames '" + text_ + "', character " + std::to_string(pos_ + 1) +
-                              ": " + what +
-                              "; allowed are N, A-B, A-BxS, A-ByS, A-B:S, joined by commas");
+        throw FrameRangeError(
+            "frames '" + text_ + "', character " + std::to_string(pos_ + 1) + ": " + what +
+            "; allowed are N, A-B, A-BxS, A-ByS, A-B:S, joined by commas" +
+            (whole_ ? ""
+                    : ", with up to " + std::to_string(FrameNumber::kMostDecimals) + " decimals"));
     }
 
     bool accept(char c) {
@@ -39,14 +47,40 @@ private:
         return false;
     }
 
+    bool atDigit() const { return pos_ < text_.size() && text_[pos_] >= '0' && text_[pos_] <= '9'; }
+
     std::int64_t number() {
+        const bool negative = accept('-');
+        const bool hasWhole = atDigit();
+        if (!hasWhole && !(pos_ < text_.size() && text_[pos_] == '.'))
+            fail("a number is missing");
         std::int64_t value = 0;
-        const char* const first = text_.data() + pos_;
-        const auto [end, error] = std::from_chars(first, text_.data() + text_.size(), value);
-        if (error != std::errc() || value > kMaxNumber || value < -kMaxNumber)
-            fail(error == std::errc::invalid_argument ? "a number is missing"
-                                                      : "the number is too large");
-        pos_ += static_cast<std::size_t>(end - first);
+        for (; atDigit(); ++pos_) {
+            value = value * 10 + (text_[pos_] - '0');
+            if (value > kMaxNumber)
+                fail("the number is too large");
+        }
+        value *= kUnits;
+        if (accept('.'))
+            value += decimals();
+        if (value > kMaxNumber * kUnits)
+            fail("the number is too large");
+        return negative ? -value : value;
+    }
+
+    std::int64_t decimals() {
+        if (whole_)
+            fail("files have whole numbers");
+        if (!atDigit())
+            fail("a digit is missing behind the point");
+        std::int64_t value = 0;
+        for (std::int64_t unit = kUnits / 10; atDigit(); ++pos_, unit /= 10) {
+            value += unit * (text_[pos_] - '0');
+            if (unit == 0 && text_[pos_] != '0')
+                fail("more than " + std::to_string(FrameNumber::kMostDecimals) + " decimals");
+        }
+        list_.decimals =
+            std::max({list_.decimals, kLeastDecimals, FrameNumber::ofUnits(value).decimals()});
         return value;
     }
 
@@ -60,11 +94,11 @@ private:
         if (accept('x'))
             every(a, b, step());
         else if (accept('y'))
-            allBut(a, b, step());
+            allBut(a, b, wholeStep());
         else if (accept(':'))
-            interleaved(a, b, step());
+            interleaved(a, b, wholeStep());
         else
-            every(a, b, 1);
+            every(a, b, kUnits);
     }
 
     std::int64_t step() {
@@ -73,6 +107,15 @@ private:
         if (s <= 0) {
             pos_ = at;
             fail("a step must be above 0");
+        }
+        return s;
+    }
+    std::int64_t wholeStep() {
+        const std::size_t at = pos_;
+        const std::int64_t s = step();
+        if (s % kUnits != 0) {
+            pos_ = at;
+            fail("this step must be a whole number");
         }
         return s;
     }
@@ -92,50 +135,60 @@ private:
     }
     void allBut(std::int64_t a, std::int64_t b, std::int64_t s) {
         checkSpan(a, b);
-        walk(a, b, 1, [s](std::int64_t i) { return i % s != 0; });
+        walk(a, b, kUnits, [s](std::int64_t i) { return i % s != 0; });
     }
     // Coarse to fine, so that a shot is seen early; `add` drops what an earlier pass had.
     void interleaved(std::int64_t a, std::int64_t b, std::int64_t s) {
         checkSpan(a, b);
-        for (; s > 0; s /= 2)
-            every(a, b, s);
+        for (std::int64_t frames = s / kUnits; frames > 0; frames /= 2)
+            every(a, b, frames * kUnits);
     }
 
     void checkSpan(std::int64_t a, std::int64_t b) const {
-        if (std::abs(b - a) >= kMaxFrames)
+        if (std::abs(b - a) / kUnits >= kMaxFrames)
             fail("more than 10 million frames");
     }
 
     void add(std::int64_t frame) {
         if (!seen_.insert(frame).second)
             return;
-        if (static_cast<std::int64_t>(frames_.size()) == kMaxFrames)
+        if (static_cast<std::int64_t>(list_.frames.size()) == kMaxFrames)
             fail("more than 10 million frames");
-        frames_.push_back(frame);
+        list_.frames.push_back(FrameNumber::ofUnits(frame));
     }
 
     const std::string& text_;
+    const bool whole_;
     std::size_t pos_ = 0;
-    std::vector<std::int64_t> frames_;
+    FrameList list_;
     std::unordered_set<std::int64_t> seen_;
 };
 
 }  // namespace
 
-std::vector<std::int64_t> parseFrameRange(const std::string& text) {
-    return Parser(text).parse();
+FrameList parseFrameList(const std::string& text) {
+    return Parser(text, false).parse();
 }
 
-std::string describeFrames(std::vector<std::int64_t> frames) {
+std::vector<std::int64_t> parseFrameRange(const std::string& text) {
+    std::vector<std::int64_t> frames;
+    for (const FrameNumber frame : Parser(text, true).parse().frames)
+        frames.push_back(frame.whole());
+    return frames;
+}
+
+std::string describeFrames(std::vector<FrameNumber> frames) {
     std::sort(frames.begin(), frames.end());
+    frames.erase(std::unique(frames.begin(), frames.end()), frames.end());
     std::string out;
     for (std::size_t i = 0; i < frames.size();) {
         std::size_t last = i;
-        while (last + 1 < frames.size() && frames[last + 1] <= frames[last] + 1)
+        while (last + 1 < frames.size() &&
+               frames[last + 1].units() == frames[last].units() + kUnits)
             ++last;
-        out += (out.empty() ? "" : ",") + std::to_string(frames[i]);
-        if (frames[last] != frames[i])
-            out += "-" + std::to_string(frames[last]);
+        out += (out.empty() ? "" : ",") + frames[i].text();
+        if (last != i)
+            out += "-" + frames[last].text();
         i = last + 1;
     }
     return out;

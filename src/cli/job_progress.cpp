@@ -6,7 +6,7 @@
 
 namespace nimbra::cli {
 
-JobProgress::JobProgress(Console& console, std::function<std::string(int)> pathOf)
+JobProgress::JobProgress(Console& console, std::function<std::string(host::FrameNumber)> pathOf)
     : console_(console), pathOf_(std::move(pathOf)) {}
 
 void JobProgress::show(double share) {
@@ -17,7 +17,7 @@ void JobProgress::show(double share) {
     console_.progress(state_);
 }
 
-void JobProgress::frameStarted(int frame, int number, int count) {
+void JobProgress::frameStarted(host::FrameNumber frame, int number, int count) {
     state_.frame = frame;
     state_.framesDone = number;
     state_.frameCount = count;
@@ -33,7 +33,7 @@ void JobProgress::rendering(double share, double, double) {
     show(share);
 }
 
-void JobProgress::frameFinished(int frame, host::RenderStatus status) {
+void JobProgress::frameFinished(host::FrameNumber frame, host::RenderStatus status) {
     show(1);
     if (status == host::RenderStatus::Complete)
         console_.note("wrote " + pathOf_(frame));

@@ -16,18 +16,18 @@ namespace nimbra::cli {
 class JobProgress final : public host::ProgressObserver {
 public:
     /// `pathOf`: the picture of a frame, named when it is written.
-    JobProgress(Console& console, std::function<std::string(int frame)> pathOf);
+    JobProgress(Console& console, std::function<std::string(host::FrameNumber frame)> pathOf);
 
-    void frameStarted(int frame, int number, int count) override;
+    void frameStarted(host::FrameNumber frame, int number, int count) override;
     void phase(const std::string& title) override;
     void rendering(double share, double elapsed, double remaining) override;
-    void frameFinished(int frame, host::RenderStatus status) override;
+    void frameFinished(host::FrameNumber frame, host::RenderStatus status) override;
 
 private:
     void show(double share);
 
     Console& console_;
-    std::function<std::string(int)> pathOf_;
+    std::function<std::string(host::FrameNumber)> pathOf_;
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
     ProgressState state_;
     double share_ = 0;

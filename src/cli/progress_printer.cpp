@@ -35,9 +35,9 @@ std::string jsonEscaped(const std::string& text) {
 }
 
 std::string frameText(const ProgressState& s) {
-    return s.frameCount > 1 ? fmt::format("frame {} ({}/{})", s.frame,
+    return s.frameCount > 1 ? fmt::format("frame {} ({}/{})", s.frame.text(),
                                           std::min(s.framesDone + 1, s.frameCount), s.frameCount)
-                            : fmt::format("frame {}", s.frame);
+                            : fmt::format("frame {}", s.frame.text());
 }
 
 std::string timesText(const ProgressState& s) {
@@ -106,8 +106,8 @@ void ProgressPrinter::print(const ProgressState& s) {
             out_ << fmt::format(
                 "{{\"progress\": {:.4f}, \"frame\": {}, \"framesDone\": {}, \"frames\": {}, "
                 "\"elapsed\": {:.1f}, \"remaining\": {:.1f}, \"phase\": \"{}\"}}\n",
-                s.fraction, s.frame, s.framesDone, s.frameCount, s.elapsed, remainingSeconds(s),
-                jsonEscaped(s.phase));
+                s.fraction, s.frame.text(), s.framesDone, s.frameCount, s.elapsed,
+                remainingSeconds(s), jsonEscaped(s.phase));
             break;
         case ProgressMode::Alf: {
             const std::time_t now = std::time(nullptr);

@@ -9,6 +9,8 @@
 #include <ostream>
 #include <string>
 
+#include "host/frame_number.h"
+
 namespace nimbra::cli {
 
 enum class ProgressMode {
@@ -26,7 +28,7 @@ std::optional<ProgressMode> progressModeNamed(const std::string& name);
 /// Where a job stands. Times in seconds.
 struct ProgressState {
     double fraction = 0;  // of the whole job, 0 to 1
-    int frame = 0;
+    host::FrameNumber frame;
     int framesDone = 0;
     int frameCount = 1;
     std::string phase;   // what is being done, may be empty

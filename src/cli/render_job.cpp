@@ -57,15 +57,20 @@ std::vector<std::int64_t> sceneFrames(const host::RenderSettings& s) {
     return frames;
 }
 
-std::vector<std::int64_t> chosenFrames(const std::string& text, const host::RenderSettings& s) {
+FrameList wholeFrames(const std::vector<std::int64_t>& frames) {
+    return {{frames.begin(), frames.end()}};
+}
+
+FrameList chosenFrames(const std::string& text, const host::RenderSettings& s) {
     if (text.empty())
-        return sceneFrames(s);
+        return wholeFrames(sceneFrames(s));
     if (text == "@slurm") {
         const std::int64_t first = environmentNumber("SLURM_ARRAY_TASK_MIN");
-        return frameShare(sceneFrames(s), environmentNumber("SLURM_ARRAY_TASK_ID") - first,
-                          environmentNumber("SLURM_ARRAY_TASK_COUNT"));
+        return wholeFrames(frameShare(sceneFrames(s),
+                                      environmentNumber("SLURM_ARRAY_TASK_ID") - first,
+                                      environmentNumber("SLURM_ARRAY_TASK_COUNT")));
     }
-    return parseFrameRange(text);
+    return parseFrameList(text);
 }
 
 bool isPictureName(const std::string& path) {
@@ -79,8 +84,11 @@ struct Job {
     host::SessionOptions session;
     std::string output;
     bool severalFrames = false;
+    int decimals = 0;  // of the frame numbers in names
 
-    std::string pathOf(int frame) const { return outputName(output, frame, severalFrames); }
+    std::string pathOf(host::FrameNumber frame) const {
+        return outputName(output, frame, severalFrames, decimals);
+    }
 };
 
 // The whole sequence decides whether a frame number goes into the names, so that parts of it that
@@ -109,15 +117,16 @@ Job planJob(const host::RenderSettings& settings, const RenderOptions& o,
     if (threads > 0 || o.threads)
         job.session.threads = threads;
 
-    const std::vector<std::int64_t> frames = chosenFrames(o.frames, settings);
+    const auto [frames, decimals] = chosenFrames(o.frames, settings);
+    job.decimals = decimals;
     job.output = o.output.empty() ? defaultOutput : o.output;
     if (!isPictureName(job.output))
         throw JobFailure{kExitUsage,
                          fmt::format("output '{}': the name must end in .exr or .png", job.output)};
     job.severalFrames = frames.size() > 1 || o.frames == "@slurm";
-    if (const auto clash = clashingOutput(job.output, frames))
+    if (const auto clash = clashingOutput(job.output, frames, decimals))
         throw JobFailure{kExitUsage, fmt::format("two frames would be written to '{}'", *clash)};
-    job.session.frames.assign(frames.begin(), frames.end());
+    job.session.frames = frames;
     return job;
 }
 
@@ -134,8 +143,8 @@ bool isCompletePicture(const std::string& path) {
 }
 
 void leaveOutExisting(Job& job, Console& console) {
-    std::vector<std::int64_t> there;
-    std::erase_if(job.session.frames, [&](int frame) {
+    std::vector<host::FrameNumber> there;
+    std::erase_if(job.session.frames, [&](host::FrameNumber frame) {
         const bool done = isCompletePicture(job.pathOf(frame));
         if (done)
             there.push_back(frame);
@@ -186,7 +195,9 @@ int exitCodeOf(const host::SessionResult& result, const host::AbortFlag& abort) 
 
 host::PictureOutputOptions outputOptions(const Job& job, const RenderOptions& o) {
     host::PictureOutputOptions out;
-    out.paths = [&job](int frame) { return std::vector<std::string>{job.pathOf(frame)}; };
+    out.paths = [&job](host::FrameNumber frame) {
+        return std::vector<std::string>{job.pathOf(frame)};
+    };
     out.version = NIMBRA_VERSION;
     // Builds that can be repeated say so by this variable (reproducible-builds.org).
     out.deterministic = o.deterministic || std::getenv("SOURCE_DATE_EPOCH");
@@ -201,7 +212,7 @@ int runJob(host::Scene& scene, const Job& job, const RenderOptions& o, Console& 
     host::AbortFlag abort;
     const host::SignalAbort signals(abort);
     host::PathTracer tracer(console.log());
-    JobProgress progress(console, [&job](int frame) { return job.pathOf(frame); });
+    JobProgress progress(console, [&job](host::FrameNumber frame) { return job.pathOf(frame); });
     host::RenderSession session(scene, tracer, output, console.log(), abort, &progress);
     const host::SessionResult result = session.run(job.session);
     console.endProgress();
@@ -228,6 +239,8 @@ bool loadPlugins(host::PluginRegistry& registry, const std::string& module, host
 int renderDocument(host::SceneDocument& document, const RenderOptions& o,
                    const std::string& defaultOutput, host::PluginRegistry& registry,
                    Console& console) try {
+    if (!applyTimeOptions(document, o.time, console))
+        return kExitUsage;
     host::SceneDiagnostics overrides;
     for (const std::string& set : o.sets)
         document.setOverride(set, overrides);

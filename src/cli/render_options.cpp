@@ -19,7 +19,8 @@ void addRenderOptions(CLI::App& command, RenderOptions& o) {
     command
         .add_option("-f,--frames", o.frames,
                     "Frames: N, A-B, A-BxS (every S-th), A-ByS (all but those), A-B:S (coarse to "
-                    "fine), joined by commas; @slurm: this array task's share")
+                    "fine), joined by commas; 12.25 and 0-2x0.25 lie between frames; @slurm: this "
+                    "array task's share")
         ->type_name("RANGE");
     command.add_option("--size", o.size, "Picture size: 960x540, or 50% of the scene's")
         ->type_name("WxH");

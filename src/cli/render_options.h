@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "cli/console.h"
+#include "cli/time_options.h"
 
 namespace CLI {
 class App;
@@ -22,6 +23,7 @@ struct RenderOptions {
     std::string frames;  // grammar of frame_range.h, or "@slurm"; empty: the scene's own range
     std::string size;    // grammar of picture_size.h; empty: the scene's own
     std::string crop;
+    TimeOptions time;
     std::optional<int> samples;
     std::optional<int> threads;
     std::optional<std::uint32_t> seed;

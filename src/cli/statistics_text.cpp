@@ -29,16 +29,17 @@ std::string statisticsJson(const host::SessionResult& result) {
     Json frames = Json::array();
     for (const host::FrameReport& f : result.frames) {
         const host::FrameStatistics& s = f.statistics;
-        frames.push_back({{"frame", f.frame},
-                          {"status", statusWord(f.status)},
-                          {"loadSeconds", s.loadSeconds},
-                          {"geometrySeconds", s.geometrySeconds},
-                          {"renderSeconds", s.renderSeconds},
-                          {"outputSeconds", s.outputSeconds},
-                          {"cameraSamples", s.cameraSamples},
-                          {"invalidSamples", s.invalidSamples},
-                          {"rays", s.rays},
-                          {"peakMemory", s.peakMemory}});
+        frames.push_back(
+            {{"frame", f.frame.isWhole() ? Json(f.frame.whole()) : Json(f.frame.time())},
+             {"status", statusWord(f.status)},
+             {"loadSeconds", s.loadSeconds},
+             {"geometrySeconds", s.geometrySeconds},
+             {"renderSeconds", s.renderSeconds},
+             {"outputSeconds", s.outputSeconds},
+             {"cameraSamples", s.cameraSamples},
+             {"invalidSamples", s.invalidSamples},
+             {"rays", s.rays},
+             {"peakMemory", s.peakMemory}});
     }
     return Json({{"seconds", result.seconds}, {"frames", frames}}).dump(2) + "\n";
 }
@@ -56,7 +57,7 @@ void printStatistics(const host::SessionResult& result, const std::string& file,
     for (const host::FrameReport& f : result.frames) {
         const host::FrameStatistics& s = f.statistics;
         std::cout << fmt::format(
-            "{:>7} {:>9.3f} {:>9.3f} {:>9.3f} {:>9.3f} {:>13} {:>9.3f} {:>9.1f}\n", f.frame,
+            "{:>7} {:>9.3f} {:>9.3f} {:>9.3f} {:>9.3f} {:>13} {:>9.3f} {:>9.1f}\n", f.frame.text(),
             s.loadSeconds, s.geometrySeconds, s.renderSeconds, s.outputSeconds, s.rays,
             s.renderSeconds > 0 ? double(s.rays) * 1e-6 / s.renderSeconds : 0.0,
             double(s.peakMemory) / 1048576);

@@ -121,6 +121,18 @@ Json settingsJson(const ViewScene& s) {
     return out;
 }
 
+Json cacheJson(const ViewScene& s) {
+    Json out{
+        {"plugin", "NmbShaderCache"}, {"cache_path", s.cachePath}, {"usrchmap", s.look.mapping}};
+    if (s.time.speed)
+        out["play_speed"] = Json::parse(fmt::format("{}", *s.time.speed));
+    if (s.time.offset)
+        out["read_offset"] = *s.time.offset;
+    if (s.time.blend)
+        out["blend_method"] = *s.time.blend;
+    return out;
+}
+
 Json cameraJson(const ViewScene& s) {
     const Camera camera = placeCamera(s);
     const double scale = largestSide(s.look);
@@ -202,8 +214,7 @@ std::string sceneText(const ViewScene& s) {
     scene["nimbra"] = 1;
     scene["settings"] = settingsJson(s);
     scene["camera"] = cameraJson(s);
-    scene["cache"] = {
-        {"plugin", "NmbShaderCache"}, {"cache_path", s.cachePath}, {"usrchmap", s.look.mapping}};
+    scene["cache"] = cacheJson(s);
     scene["container"] = containerJson(s.look);
     scene["volumes"] = {{"plugin", "NmbShaderSimVol"}};
     scene["key"] = keyJson(s);

@@ -7,6 +7,7 @@
 
 #include <string>
 
+#include "cli/time_options.h"
 #include "cli/view_look.h"
 
 namespace nimbra::cli {
@@ -14,6 +15,7 @@ namespace nimbra::cli {
 struct ViewScene {
     std::string cachePath;  // file or pattern, absolute
     int firstFrame = 1, lastFrame = 1;
+    TimeOptions time;
     ViewLook look;
     int width = 960, height = 540;
     double azimuth = 35;    // of the camera around the up axis, in degrees

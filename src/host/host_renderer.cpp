@@ -106,9 +106,9 @@ PluginInterface* HostRenderer::getInterface(InterfaceID id) {
     return own ? own : TessraRenderer::getInterface(id);
 }
 
-void HostRenderer::setFrame(int frameNumber, const RenderSettings& settings) {
-    frame_.frameNumber = frameNumber;
-    frame_.t = frameNumber;
+void HostRenderer::setFrame(FrameNumber frame, const RenderSettings& settings) {
+    frame_.frameNumber = static_cast<int>(frame.whole());
+    frame_.t = frame.time();
     const double middle = frame_.t + (settings.motionBlur ? settings.shutterCenter : 0.0f);
     const double half = settings.motionBlur ? settings.shutterInterval * 0.5 : 0.0;
     frame_.frameStart = middle - half;

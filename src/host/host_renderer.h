@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "host/abort_flag.h"
+#include "host/frame_number.h"
 #include "host/host_log.h"
 #include "host/planck_table.h"
 #include "host/render_settings.h"
@@ -103,7 +104,7 @@ public:
     const TessUtils::TessraFrameData& getFrameData() const override { return frame_; }
     PluginInterface* getInterface(InterfaceID id) override;
 
-    void setFrame(int frameNumber, const RenderSettings& settings);
+    void setFrame(FrameNumber frame, const RenderSettings& settings);
     HostServices& services() { return services_; }
 
 private:

@@ -25,9 +25,9 @@ bool hasBackground(const FinishedFrame& frame) {
     return false;
 }
 
-bool PictureOutput::prepare(const std::vector<int>& frames, std::string& error) const {
+bool PictureOutput::prepare(const std::vector<FrameNumber>& frames, std::string& error) const {
     std::set<std::string> folders;
-    for (const int frame : frames)
+    for (const FrameNumber frame : frames)
         for (const std::string& path : options_.paths(frame)) {
             if (!path.ends_with(".exr") && !path.ends_with(".png")) {
                 error = path + ": the name must end in .exr or .png";
@@ -49,7 +49,10 @@ PictureMetadata PictureOutput::metadata(const FinishedFrame& frame) const {
     values["Software"] = "nimbra " + options_.version;
     values["nimbra/version"] = options_.version;
     values["nimbra/scene"] = std::filesystem::path(frame.scene.path()).filename().string();
-    values["nimbra/frame"] = frame.frame;
+    if (frame.frame.isWhole())
+        values["nimbra/frame"] = static_cast<int>(frame.frame.whole());
+    else
+        values["nimbra/frame"] = static_cast<float>(frame.frame.time());
     values["nimbra/samples"] = frame.settings.samples;
     values["nimbra/seed"] = static_cast<int>(frame.settings.seed);
     values["nimbra/complete"] = frame.complete ? 1 : 0;
@@ -66,7 +69,7 @@ PictureMetadata PictureOutput::metadata(const FinishedFrame& frame) const {
     const std::vector<CameraPlugin*> cameras = frame.scene.pluginsOf<CameraPlugin>();
     if (cameras.empty())
         return m;
-    const auto camera = cameras.front()->makeCamera(frame.time, frame.settings.width,
+    const auto camera = cameras.front()->makeCamera(frame.frame.time(), frame.settings.width,
                                                     frame.settings.height, {}, frame.settings.up);
     m.pixelAspect = cameras.front()->pixelAspect();
     values["worldToCamera"] = camera->worldToCamera();

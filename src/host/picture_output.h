@@ -14,7 +14,7 @@ namespace nimbra::host {
 
 struct PictureOutputOptions {
     /// The files of a frame: .exr or .png by their ends.
-    std::function<std::vector<std::string>(int frame)> paths;
+    std::function<std::vector<std::string>(FrameNumber frame)> paths;
     std::string version;         // of the program
     bool deterministic = false;  // leaves out what differs between two runs
     bool filmic = false;         // PNG: PngOptions::filmic
@@ -26,7 +26,7 @@ public:
     explicit PictureOutput(PictureOutputOptions options) : options_(std::move(options)) {}
 
     /// Finds out whether the files of all frames can be written; call before the first frame.
-    bool prepare(const std::vector<int>& frames, std::string& error) const;
+    bool prepare(const std::vector<FrameNumber>& frames, std::string& error) const;
     bool write(const FinishedFrame& frame, std::string& error) override;
 
 private:

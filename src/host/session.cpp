@@ -36,8 +36,11 @@ std::size_t peakMemory() {
 
 /// Spreads a frame's noise over the sequence: the same seed in every frame would look like dirt on
 /// the lens.
-std::uint32_t frameSeed(std::uint32_t seed, int frame) {
-    return seed * 0x9e3779b9U + static_cast<std::uint32_t>(frame) * 0x85ebca6bU;
+std::uint32_t frameSeed(std::uint32_t seed, FrameNumber frame) {
+    const std::int64_t whole = frame.whole();
+    const std::int64_t fraction = frame.units() - FrameNumber(whole).units();
+    return seed * 0x9e3779b9U + static_cast<std::uint32_t>(whole) * 0x85ebca6bU +
+           static_cast<std::uint32_t>(fraction) * 0xc2b2ae35U;
 }
 
 struct DeleteThreadManager {
@@ -51,7 +54,7 @@ std::string SessionResult::failureSummary() const {
     std::size_t count = 0;
     for (const FrameReport& report : frames)
         if (report.status == RenderStatus::Failed) {
-            list += (count ? ", " : "") + std::to_string(report.frame);
+            list += (count ? ", " : "") + report.frame.text();
             ++count;
         }
     if (!count)
@@ -77,11 +80,11 @@ struct RenderSession::State {
     std::vector<double> cacheTimes;  // of the frame
 
     RenderSettings settingsAt(double time) const;
-    std::vector<int> frameList() const;
+    std::vector<FrameNumber> frameList() const;
     int cameraMotionBlur(double time) const;
-    void runFrames(HostRenderer& renderer, Lifecycle& lifecycle, const std::vector<int>& frames,
-                   SessionResult& result);
-    FrameReport runFrame(HostRenderer& renderer, Lifecycle& lifecycle, int frame);
+    void runFrames(HostRenderer& renderer, Lifecycle& lifecycle,
+                   const std::vector<FrameNumber>& frames, SessionResult& result);
+    FrameReport runFrame(HostRenderer& renderer, Lifecycle& lifecycle, FrameNumber frame);
     StepFailure prepare(HostRenderer& renderer, Lifecycle& lifecycle,
                         const RenderSettings& settings, FrameReport& report);
     void readCacheTimes();
@@ -105,16 +108,16 @@ RenderSettings RenderSession::State::settingsAt(double time) const {
     return settings;
 }
 
-std::vector<int> RenderSession::State::frameList() const {
+std::vector<FrameNumber> RenderSession::State::frameList() const {
     if (!options.frames.empty())
         return options.frames;
     const RenderSettings settings = settingsAt(0);
     const long long step = std::max(1, settings.frameStep);
-    std::vector<int> frames;
+    std::vector<FrameNumber> frames;
     for (long long frame = settings.firstFrame; frame <= settings.lastFrame; frame += step) {
         if (frames.size() == kMostFrames)
             return {};
-        frames.push_back(static_cast<int>(frame));
+        frames.push_back(frame);
     }
     if (frames.empty())
         frames.push_back(settings.firstFrame);
@@ -195,8 +198,7 @@ void RenderSession::State::trace(const RenderSettings& settings, FrameReport& re
     report.statistics.invalidSamples = result.invalidSamples;
     report.statistics.rays = tracer.rayCount();
     if (result.invalidSamples)
-        log.warning("frame " + std::to_string(report.frame) + ": " +
-                    std::to_string(result.invalidSamples) +
+        log.warning("frame " + report.frame.text() + ": " + std::to_string(result.invalidSamples) +
                     " camera rays gave no finite colour and count as black");
 }
 
@@ -210,9 +212,8 @@ void RenderSession::State::finish(HostRenderer& renderer, Lifecycle& lifecycle,
 void RenderSession::State::write(const RenderSettings& settings, FrameReport& report) {
     const auto start = Clock::now();
     report.statistics.peakMemory = peakMemory();
-    const FinishedFrame finished{pixels, settings,     report.statistics,
-                                 scene,  report.frame, double(report.frame),
-                                 true,   cacheTimes,   log.frameWarningCount()};
+    const FinishedFrame finished{pixels, settings,   report.statistics,      scene, report.frame,
+                                 true,   cacheTimes, log.frameWarningCount()};
     std::string error;
     bool written = false;
     const StepFailure failure =
@@ -227,11 +228,11 @@ void RenderSession::State::write(const RenderSettings& settings, FrameReport& re
 }
 
 FrameReport RenderSession::State::runFrame(HostRenderer& renderer, Lifecycle& lifecycle,
-                                           int frame) {
+                                           FrameNumber frame) {
     FrameReport report;
     report.frame = frame;
     log.startFrame();
-    const RenderSettings settings = settingsAt(frame);
+    const RenderSettings settings = settingsAt(frame.time());
     renderer.setFrame(frame, settings);
     fail(report, prepare(renderer, lifecycle, settings, report));
     if (report.status == RenderStatus::Complete && !abort.requested())
@@ -246,9 +247,10 @@ FrameReport RenderSession::State::runFrame(HostRenderer& renderer, Lifecycle& li
 }
 
 void RenderSession::State::runFrames(HostRenderer& renderer, Lifecycle& lifecycle,
-                                     const std::vector<int>& frames, SessionResult& result) {
+                                     const std::vector<FrameNumber>& frames,
+                                     SessionResult& result) {
     int number = 0;
-    for (const int frame : frames) {
+    for (const FrameNumber frame : frames) {
         if (abort.requested())
             break;
         if (observer)
@@ -256,7 +258,7 @@ void RenderSession::State::runFrames(HostRenderer& renderer, Lifecycle& lifecycl
         ++number;
         const FrameReport report = runFrame(renderer, lifecycle, frame);
         if (report.status == RenderStatus::Failed)
-            log.error("frame " + std::to_string(frame) + ": " + report.error);
+            log.error("frame " + frame.text() + ": " + report.error);
         if (observer)
             observer->frameFinished(frame, report.status);
         if (report.status == RenderStatus::Failed && result.status == RenderStatus::Complete) {
@@ -289,14 +291,14 @@ SessionResult RenderSession::run(const SessionOptions& options) {
     state.settingsPlugin = settingsPlugins.empty() ? nullptr : settingsPlugins.front();
     setSceneFolder(state.scene.folder());
 
-    const std::vector<int> frames = state.frameList();
+    const std::vector<FrameNumber> frames = state.frameList();
     if (frames.empty()) {
         result.status = RenderStatus::Failed;
         result.error = "the scene has more than " + std::to_string(kMostFrames) + " frames";
         state.log.error(result.error);
         return result;
     }
-    const RenderSettings settings = state.settingsAt(frames.front());
+    const RenderSettings settings = state.settingsAt(frames.front().time());
     const int wanted = settings.threads > 0 ? settings.threads : numberOfProcessors();
     state.threadCount = std::clamp(wanted, 1, kMaxRenderThreads);
 
@@ -305,8 +307,8 @@ SessionResult RenderSession::run(const SessionOptions& options) {
         newThreadManager(state.threadCount));
     HostProgress progress(state.log, state.abort, state.observer);
     state.progress = &progress;
-    HostRenderer renderer(state.scene, settings, state.cameraMotionBlur(frames.front()), &progress,
-                          threads.get(), state.threadCount);
+    HostRenderer renderer(state.scene, settings, state.cameraMotionBlur(frames.front().time()),
+                          &progress, threads.get(), state.threadCount);
     renderer.services().channels.channels = options.channels;
     renderer.setFrame(frames.front(), settings);
 

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "host/abort_flag.h"
+#include "host/frame_number.h"
 #include "host/frame_renderer.h"
 #include "host/host_log.h"
 #include "host/render_settings.h"
@@ -28,12 +29,12 @@ class ProgressObserver {
 public:
     virtual ~ProgressObserver() = default;
     /// `number` of `count` frames begins, counted from 0.
-    virtual void frameStarted(int /*frame*/, int /*number*/, int /*count*/) {}
+    virtual void frameStarted(FrameNumber /*frame*/, int /*number*/, int /*count*/) {}
     /// A phase that a plug-in or the host announces; "" ends it.
     virtual void phase(const std::string& /*title*/) {}
     /// Share of the frame's tiles that are done, and estimates in seconds.
     virtual void rendering(double /*share*/, double /*elapsed*/, double /*remaining*/) {}
-    virtual void frameFinished(int /*frame*/, RenderStatus /*status*/) {}
+    virtual void frameFinished(FrameNumber /*frame*/, RenderStatus /*status*/) {}
 };
 
 /// How long each phase of a frame took, and what was done in it.
@@ -67,8 +68,7 @@ struct FinishedFrame {
     const RenderSettings& settings;
     const FrameStatistics& statistics;
     const Scene& scene;
-    int frame = 0;
-    double time = 0;
+    FrameNumber frame;
     bool complete = true;
     /// What the scene's sequences of files showed, in scene order; those that had a frame.
     std::vector<double> cacheTimes;
@@ -84,9 +84,9 @@ public:
 };
 
 struct SessionOptions {
-    std::vector<int> frames;     // empty: the range of the scene's settings
-    bool keepGoing = false;      // a failed frame doesn't stop the others
-    std::optional<int> threads;  // these replace the scene's values
+    std::vector<FrameNumber> frames;  // empty: the range of the scene's settings
+    bool keepGoing = false;           // a failed frame doesn't stop the others
+    std::optional<int> threads;       // these replace the scene's values
     std::optional<int> width, height;
     std::optional<int> samples;
     std::optional<std::uint32_t> seed;
@@ -95,7 +95,7 @@ struct SessionOptions {
 };
 
 struct FrameReport {
-    int frame = 0;
+    FrameNumber frame;
     RenderStatus status = RenderStatus::Complete;
     std::string error;
     bool outOfMemory = false;

@@ -36,6 +36,11 @@ TEST(FrameNames, Output_NumbersSeveralFramesAndFindsClashes) {
     EXPECT_EQ(outputName("p_##.png", 3, false), "p_03.png");
     EXPECT_FALSE(clashingOutput("p.exr", {1, 2}));
     EXPECT_EQ(clashingOutput("p.exr", {1, 1}), "p.0001.exr");
+    const auto quarter = host::FrameNumber::ofUnits(-1'250'000);
+    EXPECT_EQ(outputName("p.exr", quarter, true, 3), "p.-0001.250.exr");
+    EXPECT_EQ(outputName("p_###.exr", quarter, true), "p_-001.25.exr");
+    EXPECT_EQ(outputName("p_%d.exr", 7, true, 3), "p_7.000.exr");
+    EXPECT_EQ(outputName("p.exr", quarter, false, 3), "p.exr");
 }
 
 class Sequences : public testing::Test {

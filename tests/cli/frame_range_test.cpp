@@ -30,6 +30,30 @@ TEST(FrameRange, InterleavedOrder_HoldsEveryFrameOnce) {
     }
 }
 
+TEST(FrameRange, Decimals_AreExactAndCountedForNames) {
+    const auto texts = [](const std::string& list) {
+        std::string out;
+        const FrameList parsed = parseFrameList(list);
+        for (const host::FrameNumber f : parsed.frames)
+            out += f.text() + " ";
+        return out + "/" + std::to_string(parsed.decimals);
+    };
+    EXPECT_EQ(texts("0-1x0.25"), "0 0.25 0.5 0.75 1 /3");
+    EXPECT_EQ(texts("1.5--0.7,-0.000001"), "1.5 0.5 -0.5 -0.000001 /6");
+    EXPECT_EQ(texts("-1-0x.5,1.0"), "-1 -0.5 0 1 /3");
+    EXPECT_EQ(texts("3-5"), "3 4 5 /0");
+    EXPECT_EQ(texts("0.5-3.5:2"), "0.5 2.5 1.5 3.5 /3");
+    EXPECT_EQ(texts("0.5-3.5y2"), "1.5 3.5 /3");
+    const FrameList fine = parseFrameList("0-100000x0.1");
+    ASSERT_EQ(fine.frames.size(), 1'000'001u);
+    EXPECT_EQ(fine.frames[999'990].time(), 99999.0) << "steps add up to whole frames";
+    EXPECT_EQ(host::FrameNumber::ofUnits(-250'000).whole(), -1);
+    for (const char* bad : {".", "1.", "1-2x0.0", "1-2x0.0000001", "0-9:0.5", "0-9y1.5", "1.5.2",
+                            "nan", "0-1000x0.0001", "1000000000.5", "1.1234567"})
+        EXPECT_THROW(parseFrameList(bad), FrameRangeError) << bad;
+    EXPECT_THROW(parseFrameRange("1.0"), FrameRangeError) << "of files";
+}
+
 TEST(FrameRange, BadText_NamesPlaceAndGrammar) {
     for (const char* bad : {"", "a", "1-", "1-5x0", "1-5x-2", "1-5z3", "1,,2", "1 2", "1-5:", "5x2",
                             "99999999999999999999", "1-20000000", "0-10000000"}) {
@@ -48,6 +72,8 @@ TEST(FrameRange, Describe_JoinsRuns) {
     EXPECT_EQ(describeFrames({5, 1, 2, 3, 9}), "1-3,5,9");
     EXPECT_EQ(describeFrames({-2, -1}), "-2--1");
     EXPECT_EQ(describeFrames({}), "");
+    const auto quarters = parseFrameList("1-2x0.25,3").frames;
+    EXPECT_EQ(describeFrames(quarters), "1,1.25,1.5,1.75,2-3");
 }
 
 TEST(FrameRange, Shares_CoverAllFramesOnce) {

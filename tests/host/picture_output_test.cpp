@@ -18,8 +18,8 @@ class PictureOutputTest : public test::TracerFixture {
 protected:
     PictureOutputOptions options() {
         PictureOutputOptions o;
-        o.paths = [this](int frame) {
-            const std::string number = std::to_string(frame);
+        o.paths = [this](FrameNumber frame) {
+            const std::string number = frame.text();
             return std::vector<std::string>{folder_ / ("f" + number + ".exr"),
                                             folder_ / ("f" + number + ".png")};
         };
@@ -105,10 +105,10 @@ TEST_F(PictureOutputTest, DeterministicFilesAreTheSameToTheByte) {
 TEST_F(PictureOutputTest, FaultsAreFoundBeforeTheFirstRay) {
     PictureOutputOptions o = options();
     std::string error;
-    o.paths = [](int) { return std::vector<std::string>{"/proc/no/way.exr"}; };
+    o.paths = [](FrameNumber) { return std::vector<std::string>{"/proc/no/way.exr"}; };
     EXPECT_FALSE(PictureOutput(o).prepare({1}, error));
     EXPECT_EQ(error.rfind("/proc/no: ", 0), 0u) << error;
-    o.paths = [](int) { return std::vector<std::string>{"picture.gif"}; };
+    o.paths = [](FrameNumber) { return std::vector<std::string>{"picture.gif"}; };
     EXPECT_FALSE(PictureOutput(o).prepare({1}, error));
     EXPECT_EQ(error, "picture.gif: the name must end in .exr or .png");
     fs::create_directory(folder_ / "f7.png");
@@ -116,7 +116,7 @@ TEST_F(PictureOutputTest, FaultsAreFoundBeforeTheFirstRay) {
     EXPECT_EQ(error, (folder_ / "f7.png").string() + ": not a regular file");
     // And a folder that goes away meanwhile ends the frame with the reason.
     const std::string gone = folder_ / "gone/p.exr";
-    o.paths = [&](int) { return std::vector<std::string>{gone}; };
+    o.paths = [&](FrameNumber) { return std::vector<std::string>{gone}; };
     PictureOutput output(o);
     const SessionResult result = renderTo(output, kFront, "");
     EXPECT_EQ(result.status, RenderStatus::Failed);
@@ -136,7 +136,7 @@ TEST_F(PictureOutputTest, CacheFramesAndWarnings_GoIntoTheFile) {
     const auto attributes = [&](const std::vector<double>& cacheTimes) {
         PictureOutput output(options());
         std::string error;
-        EXPECT_TRUE(output.write({pixels, settings, {}, *scene, 7, 7, true, cacheTimes, 2}, error))
+        EXPECT_TRUE(output.write({pixels, settings, {}, *scene, 7, true, cacheTimes, 2}, error))
             << error;
         return read("f7.exr").attributes;
     };

@@ -55,11 +55,11 @@ public:
             error = "/full/disk.exr: no space left";
         return frame.frame != failing;
     }
-    std::vector<int> frames;
+    std::vector<FrameNumber> frames;
     std::vector<float> firstPixels;
     std::vector<double> cacheTimes;  // of the last frame
     int warnings = 0;
-    int failing = -1;
+    FrameNumber failing = -1;
     bool throwing = false;
 
 private:
@@ -84,7 +84,7 @@ protected:
         EXPECT_EQ(diagnostics.str(), "");
     }
 
-    SessionResult run(std::vector<int> frames, bool keepGoing = false) {
+    SessionResult run(std::vector<FrameNumber> frames, bool keepGoing = false) {
         SessionOptions options;
         options.frames = std::move(frames);
         options.keepGoing = keepGoing;
@@ -101,14 +101,14 @@ protected:
 
     struct Observer final : ProgressObserver {
         std::vector<std::string> events;
-        void frameStarted(int frame, int number, int count) override {
-            events.push_back("start " + std::to_string(frame) + " " + std::to_string(number) + "/" +
+        void frameStarted(FrameNumber frame, int number, int count) override {
+            events.push_back("start " + frame.text() + " " + std::to_string(number) + "/" +
                              std::to_string(count));
         }
         void phase(const std::string& title) override { events.push_back("phase " + title); }
         void rendering(double share, double, double) override { lastShare = share; }
-        void frameFinished(int frame, RenderStatus status) override {
-            events.push_back("end " + std::to_string(frame) + " " +
+        void frameFinished(FrameNumber frame, RenderStatus status) override {
+            events.push_back("end " + frame.text() + " " +
                              std::to_string(static_cast<int>(status)));
         }
         double lastShare = -1;
@@ -197,9 +197,27 @@ TEST_F(SessionTest, Renderer_AnswersWhatPluginsAskFor) {
 }
 
 TEST_F(SessionTest, FramesOfTheSettings_AreRenderedWithoutAList) {
-    EXPECT_EQ(run(std::vector<int>{}).status, RenderStatus::Complete);
-    EXPECT_EQ(output_.frames, (std::vector<int>{5, 7, 9}));
+    EXPECT_EQ(run(std::vector<FrameNumber>{}).status, RenderStatus::Complete);
+    EXPECT_EQ(output_.frames, (std::vector<FrameNumber>{5, 7, 9}));
     EXPECT_EQ(output_.firstPixels, (std::vector<float>{5, 7, 9}));
+}
+
+TEST_F(SessionTest, FramesBetweenFrames_HaveTheirOwnTimeAndNoise) {
+    std::vector<double> times;
+    std::vector<int> numbers;
+    registry_.record.hook = [&](const std::string& call, TessraRenderer* renderer) {
+        if (call != "used.frameBegin")
+            return;
+        const TessraFrameData& frame = renderer->getFrameData();
+        times.insert(times.end(), {frame.t, frame.frameStart, frame.frameEnd});
+        numbers.push_back(frame.frameNumber);
+    };
+    output_.failing = FrameNumber::ofUnits(-500'000);
+    const SessionResult result = run({FrameNumber::ofUnits(2'250'000), output_.failing}, true);
+    EXPECT_EQ(times, (std::vector<double>{2.25, 2.25, 2.75, -0.5, -0.5, 0}));
+    EXPECT_EQ(numbers, (std::vector<int>{2, -1}));
+    EXPECT_EQ(result.failureSummary(), "1 of 2 frames failed: -0.5");
+    EXPECT_EQ(output_.firstPixels.front(), 2.25f);
 }
 
 TEST_F(SessionTest, Options_ReplaceTheSettings) {
@@ -291,7 +309,7 @@ TEST_F(SessionTest, KeepGoing_RendersTheOtherFrames) {
     EXPECT_EQ(result.error, "user: frameBegin: out of memory");
     EXPECT_EQ(result.frames.at(2).error, "/full/disk.exr: no space left");
     EXPECT_EQ(result.failureSummary(), "3 of 5 frames failed: 2, 3, 4");
-    EXPECT_EQ(output_.frames, (std::vector<int>{1, 3, 5}));
+    EXPECT_EQ(output_.frames, (std::vector<FrameNumber>{1, 3, 5}));
 }
 
 TEST_F(SessionTest, NoMemoryForThePicture_IsNoFaultOfTheDisk) {
@@ -379,7 +397,7 @@ TEST_F(SessionTest, Abort_StopsWithoutWriting) {
     };
     const SessionResult result = run({1, 2, 3});
     EXPECT_EQ(result.status, RenderStatus::Aborted);
-    EXPECT_EQ(output_.frames, (std::vector<int>{1}));
+    EXPECT_EQ(output_.frames, (std::vector<FrameNumber>{1}));
     ASSERT_EQ(result.frames.size(), 2u);
     EXPECT_EQ(result.frames[1].status, RenderStatus::Aborted);
     EXPECT_EQ(result.failureSummary(), "");

@@ -24,7 +24,7 @@ public:
         pictures.push_back(frame.pixels);
         return true;
     }
-    std::vector<int> frames;
+    std::vector<FrameNumber> frames;
     std::vector<FrameBuffer> pictures;
 };
 
@@ -45,7 +45,8 @@ protected:
         faults_ = diagnostics.str();
         return scene;
     }
-    SessionResult render(Scene& scene, KeptFrames& output, std::vector<int> frames, int threads) {
+    SessionResult render(Scene& scene, KeptFrames& output, std::vector<FrameNumber> frames,
+                         int threads) {
         PathTracer tracer(log_);
         AbortFlag abort;
         SessionOptions options;

@@ -58,7 +58,7 @@ TEST_F(ModuleTest, ContainerWithoutAGrid_LeavesTheSceneAsItIs) {
     KeptFrames output;
     const SessionResult result = render(*scene, output, {1, 2}, 2);
     ASSERT_EQ(result.status, RenderStatus::Complete) << result.error;
-    ASSERT_EQ(output.frames, (std::vector<int>{1, 2}));
+    ASSERT_EQ(output.frames, (std::vector<FrameNumber>{1, 2}));
     const FrameBuffer& picture = output.pictures[0];
     // A light's intensity is what a white surface shows that faces it; this one has half of white.
     const float* floor = picture.pixel(16, 12);
