@@ -37,17 +37,10 @@ std::vector<std::string> listMatches(const std::string& folder, const FilePatter
     return names;
 }
 
-/// The number of a name that the pattern gives for just this number. A "-" in front of the digits
-/// is its sign, or else part of the pattern's text.
+/// The number of a name, if it is what the pattern gives for just this number. A "-" in front of
+/// the digits always is a sign: names of "sim-####.vdb" have negative numbers and don't fit it.
 bool numberByPattern(const std::string& name, const FilePattern& pattern, std::int64_t& frame) {
-    if (!nimbra::frameNumberOfName(name, frame))
-        return false;
-    if (pattern.fillName(frame) == name)
-        return true;
-    if (frame >= 0 || frame == INT64_MIN)
-        return false;
-    frame = -frame;
-    return pattern.fillName(frame) == name;
+    return nimbra::frameNumberOfName(name, frame) && pattern.fillName(frame) == name;
 }
 
 }  // namespace

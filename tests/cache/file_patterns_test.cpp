@@ -99,15 +99,26 @@ TEST(FilePattern, NumbersOfNames_WhatMakesOne) {
     EXPECT_FALSE(frameNumberOfName("a99999999999999999999.kol", frame));
 }
 
-TEST(EnumFiles, DashBeforeTheNumber_BelongsToThePatternToo) {
-    const TempFolder folder;
-    folder.write("smoke-0001.vdb", "x");
-    folder.write("smoke-0007.vdb", "x");
-    std::string path;
-    std::int64_t frame = 0;
-    ASSERT_TRUE(NimbraEnum::chooseFile(folder / "smoke-####.vdb", 6, NimbraEnum::Mode::Nearest,
-                                       path, frame));
-    EXPECT_EQ(frame, 7);
+TEST(EnumFiles, DashBeforeTheNumber_IsItsSign) {
+    for (const char* extension : {"vdb", "kol"}) {
+        const TempFolder folder;
+        const std::string pattern = folder / ("sim-####." + std::string(extension));
+        folder.write("sim-0001." + std::string(extension), "x");
+        const auto find = [&](std::int64_t wanted, NimbraEnum::Mode mode) {
+            std::string path;
+            std::int64_t frame = -1;
+            NimbraEnum::chooseFile(pattern, wanted, mode, path, frame);
+            return frame;
+        };
+        // The only file that fits is taken for any frame, whatever its number.
+        EXPECT_EQ(find(6, NimbraEnum::Mode::Nearest), 6);
+        folder.write("sim-0010." + std::string(extension), "x");
+        EXPECT_EQ(find(10, NimbraEnum::Mode::Nearest), -1) << "they are -1 and -10";
+        EXPECT_EQ(find(10, NimbraEnum::Mode::Exact), 10);
+        EXPECT_EQ(find(-1, NimbraEnum::Mode::Exact), -1);
+        folder.write("sim--003." + std::string(extension), "x");
+        EXPECT_EQ(find(0, NimbraEnum::Mode::Nearest), -3);
+    }
 }
 
 TEST(EnumFiles, OnlyRegularFiles) {
