@@ -4,13 +4,8 @@
 #include "cache/cache_plugin.h"
 
 #include <algorithm>
-#include <cmath>
-#include <exception>
 
-#include "cache/channel_mapping.h"
-#include "cache/env_path.h"
 #include "cache/external_readers.h"
-#include "cache/file_patterns.h"
 #include "cache/nimbra_frame.h"
 #include "foundation/log.h"
 #include "foundation/parallel.h"
@@ -26,11 +21,6 @@ namespace {
 constexpr const char* kHostWord = "tessra";
 constexpr int kHostVersion = 2;
 
-constexpr const char* kDamagedText =
-    "[NimbraCachePlugin] The input.kol file is damaged, incomplete or in unsupported file "
-    "format!\nIf the file was saved by Nimbra 2.2 or older, please simulate the scene again, but "
-    "note that the results may differ.";
-
 /// Each missing reader is said once in the life of the process.
 void reportMissingReaders(unsigned ready, ProgressCallback* progress) {
     static std::atomic<bool> saidField3d{false}, saidOpenVdb{false};
@@ -44,17 +34,6 @@ void reportMissingReaders(unsigned ready, ProgressCallback* progress) {
         progress->printInfo(
             "OpenVDB library failed to initialize. Rendering .vdb cache files will not be "
             "possible.\n");
-}
-
-/// floor(v + 0.5) within the range of sizes; 0 for what is no number.
-int roundedSize(float v) {
-    constexpr float kLargest = 1.0e9f;
-    const float rounded = std::floor(v + 0.5f);
-    return rounded > 0 ? static_cast<int>(std::min(rounded, kLargest)) : 0;
-}
-
-int saturated(std::int64_t ticks) {
-    return static_cast<int>(std::clamp<std::int64_t>(ticks, INT32_MIN, INT32_MAX));
 }
 
 }  // namespace
@@ -166,131 +145,11 @@ TimeBend NimbraCachePlugin::bendSettings() const {
     return bend;
 }
 
-std::string NimbraCachePlugin::resolvedPath() {
-    std::string path = adjustRelativePath(this, rows_.cache_path);
-    if (renderer_)
-        path = remapPath(renderer_->getSequenceData(), path);
-    return networkPath(expandEnvironment(path));
-}
-
-void NimbraCachePlugin::readSmoothing(double time) {
-    const auto read = [&](const char* name, int channel) {
-        TessraPluginParameter* const list = getParameter(name);
-        return list ? list->getFloat(channel, time) : 0.0f;
-    };
-    const auto mask = static_cast<std::uint32_t>(rows_.smooth_mask);
-    float values[kChannelSlots][3] = {};
-    for (int c = 0; c < kChannelSlots; ++c) {
-        if (!(mask & channelBit(c)))
-            continue;
-        values[c][0] = read("smooth_threshold", c);
-        values[c][1] = read("smooth_similarity", c);
-        values[c][2] = read("smooth_randomize", c);
-    }
-    frame_->storeSmoothSettings(mask, values[0]);
-}
-
-void NimbraCachePlugin::prepare(double time) {
-    if (!paramsCached_) {
-        cacheRows(time);
-        paramsCached_ = true;
-    }
-    path_ = resolvedPath();
-    rows_.grid_size_z = std::max(rows_.grid_size_z, 1.0f);
-    readSmoothing(time);
-}
-
-void NimbraCachePlugin::fillChannelMap() {
-    if (path_.empty() || fileExtension(path_) == "kol" || !rows_.usrchmap.empty())
-        return;
-    if (progress())
-        progress()->printWarning(
-            "Loading vdb/f3d without specified channel mappings! Defaults will be used instead!");
-    if (channelMapPattern_ != path_) {
-        foundChannelMap_ = CacheIO::findChannelMap(path_);
-        channelMapPattern_ = path_;
-    }
-    rows_.usrchmap = foundChannelMap_;
-}
-
-/// Runs a request; the held frame, or null when it ended in an exception, which goes no further.
-template <class Request>
-NimbraFrameData* NimbraCachePlugin::guarded(Request&& request) {
-    try {
-        request();
-    } catch (const std::exception& e) {
-        frame_->releaseFrames();
-        if (progress())
-            progress()->printWarning("[NimbraCachePlugin] %s\n", e.what());
-    }
-    return frame_->data;
-}
-
-NimbraFrameData* NimbraCachePlugin::getFrameByTime(double time) {
-    if (loaded_.load(std::memory_order_acquire) || time >= kLoadedFrameTime)
-        return frame_->data;
-    const std::lock_guard lock(section_);
-    if (loaded_.load(std::memory_order_relaxed))
-        return frame_->data;
-    return guarded([&] {
-        prepare(time);
-        const std::int64_t ticks = timeBend(bendSettings(), ticksOfTime(time, rows_.TPF), rows_.TPF,
-                                            rows_.time_tform != 0);
-        loadFrame(ticks, "");
-    });
-}
-
-NimbraFrameData* NimbraCachePlugin::getFrameByContentTime(int contentTime) {
-    const std::lock_guard lock(section_);
-    return guarded([&] {
-        prepare(renderer_ ? renderer_->getFrameData().t : 0.0);
-        loadFrame(contentTime, "'");
-    });
-}
-
-void NimbraCachePlugin::loadFrame(std::int64_t ticks, const char* quote) {
-    fillChannelMap();
-    setImportProblem("");
-    const int emptySize[3] = {roundedSize(rows_.grid_size_x), roundedSize(rows_.grid_size_y),
-                              roundedSize(rows_.grid_size_z)};
-    constexpr int kWithVoxels = 0;
-    frame_->stop = progress();
-    const int status =
-        frame_->load(ticks, path_, rows_.blend_method, rows_.TPF, emptySize, rows_.cell_size,
-                     rows_.isMayaFluid != 0, rows_.load_nearest == 0, kWithVoxels, rows_.usrchmap);
-    NimbraFrameData* const data = frame_->data;
-    const int flip = rows_.flip_yz ? 2 : 1;
-    if (data && (data->upAxisFlipped != 0) != (rows_.flip_yz != 0))
-        data->flipUpAxis(flip);
-    loaded_.store(true, std::memory_order_release);
-
-    ProgressCallback* const log = progress();
-    if (!log)
-        return;
-    if (status == kFrameDamaged)
-        log->printWarning("%s", kDamagedText);
-    if (data) {
-        log->printInfo("[NimbraCachePlugin] Frame data %d successfully loaded from %s%s%s.\n",
-                       saturated(ticks), quote, path_.c_str(), quote);
-        // The same of every frame of a sequence is said once.
-        const std::string& warning = lastImportWarning();
-        if (!warning.empty() && warning != saidWarning_)
-            log->printWarning("[NimbraCachePlugin] %s: %s\n", path_.c_str(), warning.c_str());
-        if (!warning.empty())
-            saidWarning_ = warning;
-        return;
-    }
-    log->printInfo("[NimbraCachePlugin] Frame data %d can't be loaded from %s%s%s.\n",
-                   saturated(ticks), quote, path_.c_str(), quote);
-    if (!lastImportProblem().empty())
-        log->printWarning("[NimbraCachePlugin] %s\n", lastImportProblem().c_str());
-}
-
 int NimbraCachePlugin::getFrameIndices(double time, bool bend, float* loopBlend, int* loopFrame) {
     const std::lock_guard lock(section_);
     cacheRows(time);
-    return saturated(timeBend(bendSettings(), ticksOfTime(time, rows_.TPF), rows_.TPF, bend,
-                              loopBlend, loopFrame));
+    return saturatedTicks(timeBend(bendSettings(), ticksOfTime(time, rows_.TPF), rows_.TPF, bend,
+                                   loopBlend, loopFrame));
 }
 
 bool NimbraCachePlugin::loadedFrame(double& time) {
@@ -301,7 +160,8 @@ bool NimbraCachePlugin::loadedFrame(double& time) {
     return true;
 }
 
-int NimbraCachePlugin::getNimbraMesh(NimbraMesh&) {
+int NimbraCachePlugin::getNimbraMesh(NimbraMesh& mesh) {
+    mesh.faceCount = 0;
     return 0;
 }
 

@@ -85,6 +85,12 @@ private:
     /// Makes the frame of a tick number the held one and says what came of it; `quote` stands
     /// around the path in the message.
     void loadFrame(std::int64_t ticks, const char* quote);
+    /// Loads by the rows of the request; says when a file is damaged.
+    int loadInto(NimbraFrame& holder, std::int64_t ticks);
+    void turnUpAxis();
+    /// Where motion blur needs them: velocities of the held frame, made of the next one.
+    void makeVelocities(std::int64_t ticks);
+    void reportImport(const std::string& warning, const std::string& problem);
     template <class Request>
     NimbraFrameData* guarded(Request&& request);
     void releaseFrames();

@@ -40,10 +40,18 @@ void NimbraFrame::FrameDataArray::reportAndClear() {
     Clear();
 }
 
+bool NimbraFrame::FrameDataArray::holds(const NimbraFrameData* frame) const {
+    return std::find(begin(), end(), frame) != end();
+}
+
+void* NimbraFrame::FrameDataArray::allocateStore(std::size_t bytes) {
+    return NMBUtils::allocOrThrow(bytes);
+}
+
 NimbraFrameData* NimbraFrame::FrameDataArray::acquireFrame(NimbraFrameData* frame, bool isNew) {
     if (!frame)
         return nullptr;
-    if (!isNew && std::find(begin(), end(), frame) != end()) {
+    if (!isNew && holds(frame)) {
         ++frame->refCount;
         logCount("++ ", *frame);
         return frame;
@@ -55,7 +63,7 @@ NimbraFrameData* NimbraFrame::FrameDataArray::acquireFrame(NimbraFrameData* fram
 }
 
 void NimbraFrame::FrameDataArray::releaseFrame(NimbraFrameData* frame) {
-    if (!frame || std::find(begin(), end(), frame) == end())
+    if (!frame || !holds(frame))
         return;
     --frame->refCount;
     logCount("-- ", *frame);
@@ -81,9 +89,13 @@ NimbraFrame::~NimbraFrame() {
     freeBlendSources();
 }
 
-void NimbraFrame::releaseFrames() {
+void NimbraFrame::releaseSources() {
     frameDataArray.releaseFrame(std::exchange(blendFrom, nullptr));
     frameDataArray.releaseFrame(std::exchange(blendTo, nullptr));
+}
+
+void NimbraFrame::releaseFrames() {
+    releaseSources();
     frameDataArray.releaseFrame(std::exchange(data, nullptr));
     sourceData = nullptr;
 }

@@ -6,9 +6,11 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "cache/frame_data.h"
+#include "cache/time_bend.h"
 #include "foundation/array.h"
 #include "tessra/progress.h"
 
@@ -35,19 +37,31 @@ public:
         FrameDataArray() = default;
         ~FrameDataArray() override;
         /// Counts one more use of a frame that is in the list; takes a new frame (or one that
-        /// isn't in the list) in with a count of 1. Returns the frame; null for null.
+        /// isn't in the list) in with a count of 1. Returns the frame; null for null. Throws
+        /// ExceptionMsg without memory: a new frame then stays the caller's.
         NimbraFrameData* acquireFrame(NimbraFrameData* frame, bool isNew);
         /// Gives one use back; the last one deletes the frame. Frames that aren't in the list are
         /// ignored.
         void releaseFrame(NimbraFrameData* frame);
+        /// Whether a frame is in the list.
+        bool holds(const NimbraFrameData* frame) const;
         /// Logs and deletes what is left.
         void reportAndClear();
+
+    protected:
+        /// Never null: growth that fails must not lose the frames that are in the list.
+        void* allocateStore(std::size_t bytes) override;
     };
     /// The one list of the process.
     static FrameDataArray frameDataArray;
+    /// One use of a frame of that list, given back at the end of a scope.
+    struct GiveBack {
+        void operator()(NimbraFrameData* frame) const { frameDataArray.releaseFrame(frame); }
+    };
+    using HeldFrame = std::unique_ptr<NimbraFrameData, GiveBack>;
 
     std::int32_t loadResult = 0;
-    /// When >= 0: blend frameNumber with fixedBlendTarget with this weight.
+    /// When >= 0, whole frames are blended with the frame fixedBlendTarget, by this weight of it.
     float fixedBlendWeight = -1;
     std::int32_t fixedBlendTarget = 0;
     /// Ticks of the frame held. Ticks outside the play range are far below 32 bits.
@@ -88,8 +102,10 @@ public:
 
     /// Makes `data` the frame for that tick number (`tpf` ticks a frame); an empty path makes an
     /// empty grid of `emptySize` cells. `exactOnly` false takes the nearest frame when the wanted
-    /// one is missing. `mode` kHeaderOnlyMode: without voxels. Answers a FrameStatus. A tick number
-    /// between two frames shows the earlier one.
+    /// one is missing. `mode` kHeaderOnlyMode: without voxels. A tick number between two frames
+    /// blends them by `blendMethod` (see blendFrames), fixedBlendWeight and fixedBlendTarget blend
+    /// a whole frame with another one. Answers a FrameStatus; for an empty grid that can't be made
+    /// kLoadNotFound. Throws ExceptionMsg; nothing is lost then but the frame to render.
     int load(std::int64_t ticks, const std::string& path, int blendMethod, int tpf,
              const int emptySize[3], float cellSize, bool isMayaFluid, bool exactOnly, int mode,
              const std::string& channelMap);
@@ -117,21 +133,26 @@ private:
         const std::string& channelMap;
         bool exactOnly, headerOnly;
     };
-    /// Two frames to blend: `weight` of the second.
-    struct Blend {
-        std::int64_t first, second;
-        float weight;
-        int method;
-    };
-    /// Whether `data` is what is asked for.
+    /// Whether `data` is what is asked for, or is known not to be had.
+    bool isSettled(const Request& request, std::int64_t frame);
     bool isInPlace(const Request& request, std::int64_t frame);
-    // Each fills `data`. The first two answer a FrameLoadStatus.
+    int lookUp(NimbraFrameData*& slot, std::int64_t frame, const Request& request, bool releaseOld,
+               bool isPrivate);
+    // Each fills `data`. They answer a FrameLoadStatus, a FrameStatus, and whether there is one.
     int loadWhole(const Request& request, std::int64_t frame);
-    int loadBlended(const Request& request, const Blend& blend);
+    int loadBlended(const Request& request, const FrameMix& mix, int method);
     bool loadEmptyGrid(const int size[3], float cellSize, bool isMayaFluid);
+    /// Steps of a blend: both frames into blendFrom and blendTo, these into `data`, or one of them.
+    void lookUpSources(const Request& request, const FrameMix& mix, int (&status)[2]);
+    int blendSources(const Request& request, const FrameMix& mix, int method);
+    void standIn(const Request& request, std::int64_t frame, NimbraFrameData*& source);
+    void releaseSources();
     int fail(const Request& request, int lookUpStatus);
     void remember(int status, std::int64_t ticks, const std::string& path,
                   const std::string& channelMap);
+
+    /// What the last load was asked to show.
+    FrameMix lastMix_;
 };
 
 }  // namespace nimbra

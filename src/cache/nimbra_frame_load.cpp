@@ -5,7 +5,6 @@
 // read.
 
 #include <algorithm>
-#include <cmath>
 #include <memory>
 #include <new>
 #include <utility>
@@ -21,8 +20,6 @@ namespace nimbra {
 
 namespace {
 
-// A tick this close above a whole frame, in frames, is that frame.
-constexpr float kLeastBlend = 1e-5f;
 constexpr float kLeastCellSize = 0.001f;
 
 NimbraEnum::Mode modeOf(bool exactOnly) {
@@ -72,26 +69,20 @@ std::unique_ptr<NimbraFrameData> makeEmptyGrid(const int size[3], float cellSize
 int NimbraFrame::lookUp(NimbraFrameData*& slot, std::int64_t frame, const std::string& pattern,
                         const std::string& channelMap, bool exactOnly, bool noRetry,
                         bool releaseOld, bool isPrivate, bool headerOnly) {
-    NimbraFrameData* const old = std::exchange(slot, nullptr);
-    const auto releaseOldFrame = [&] {
-        if (releaseOld)
-            frameDataArray.releaseFrame(old);
-    };
+    HeldFrame old(releaseOld ? slot : nullptr);
+    slot = nullptr;
     std::string file;
     std::int64_t found = 0;
-    if (!NimbraEnum::chooseFile(pattern, frame, modeOf(exactOnly), file, found)) {
-        releaseOldFrame();
+    if (!NimbraEnum::chooseFile(pattern, frame, modeOf(exactOnly), file, found))
         return kLoadNotFound;
-    }
     if (!isPrivate && !pattern.empty())
         if (NimbraFrameData* const shared = findShared(file, channelMap, headerOnly)) {
             slot = frameDataArray.acquireFrame(shared, false);
-            releaseOldFrame();
             return kLoadOk;
         }
 
     // The old frame goes first: two large frames may not fit side by side.
-    releaseOldFrame();
+    old.reset();
     std::unique_ptr<NimbraFrameData> made(new (std::nothrow) NimbraFrameData);
     if (!made)
         return kLoadBroken;
@@ -108,43 +99,43 @@ int NimbraFrame::lookUp(NimbraFrameData*& slot, std::int64_t frame, const std::s
         made->frameNumber =
             static_cast<std::int32_t>(std::clamp<std::int64_t>(found, INT32_MIN, INT32_MAX));
     made->channelMap = channelMap;
-    slot = frameDataArray.acquireFrame(made.release(), true);
+    slot = frameDataArray.acquireFrame(made.get(), true);
+    made.release();
     return kLoadOk;
+}
+
+int NimbraFrame::lookUp(NimbraFrameData*& slot, std::int64_t frame, const Request& request,
+                        bool releaseOld, bool isPrivate) {
+    constexpr bool kNoRetry = false;
+    return lookUp(slot, frame, request.path, request.channelMap, request.exactOnly, kNoRetry,
+                  releaseOld, isPrivate, request.headerOnly);
 }
 
 int NimbraFrame::load(std::int64_t ticks, const std::string& path, int blendMethod, int tpf,
                       const int emptySize[3], float cellSize, bool isMayaFluid, bool exactOnly,
                       int mode, const std::string& channelMap) {
-    const float frames = static_cast<float>(ticks) / static_cast<float>(tpf);
-    const float whole = std::floor(frames);
-    const float fraction = frames - whole;
-    constexpr float kFarthest = 9.0e18f;
-    const std::int64_t frame =
-        std::fabs(whole) < kFarthest ? static_cast<std::int64_t>(whole) : NimbraFrameData::kNoFrame;
     const Request request{ticks, path, channelMap, exactOnly, mode == kHeaderOnlyMode};
-    if (data ? isInPlace(request, frame)
-             : ticks == failFrame && path == failPath && channelMap == failChannelMap)
+    const FrameMix mix = frameMix(ticks, tpf, fixedBlendWeight, fixedBlendTarget);
+    const FrameMix last = std::exchange(lastMix_, mix);
+    // The same ticks with another overlap are another frame.
+    const bool sameOverlap =
+        mix == last || (mix.kind != FrameMix::kOverlap && last.kind != FrameMix::kOverlap);
+    if (sameOverlap && isSettled(request, mix.first))
         return kFrameUnchanged;
 
-    constexpr int kFixedBlend = 256;
+    constexpr int kOverlapMethod = 256, kHeaderOnlyMethod = 65535;
     int status = kFrameLoaded;
-    int lookUpStatus = kLoadOk;
-    if (path.empty()) {
+    if (mix.kind != FrameMix::kWhole) {
+        const int method = mix.kind == FrameMix::kBetween ? blendMethod : kOverlapMethod;
+        status = loadBlended(request, mix, request.headerOnly ? kHeaderOnlyMethod : method);
+    } else if (path.empty()) {
         if (!loadEmptyGrid(emptySize, cellSize, isMayaFluid))
             status = kLoadNotFound;
-    } else if (fraction > kLeastBlend) {
-        lookUpStatus = loadBlended(request, {frame, frame + 1, fraction, blendMethod});
-    } else if (fixedBlendWeight >= 0) {
-        lookUpStatus =
-            loadBlended(request, {frame, fixedBlendTarget, fixedBlendWeight, kFixedBlend});
-    } else {
-        lookUpStatus = loadWhole(request, frame);
-    }
-    if (lookUpStatus != kLoadOk)
+    } else if (const int lookUpStatus = loadWhole(request, mix.first); lookUpStatus != kLoadOk) {
         return fail(request, lookUpStatus);
-
+    }
     if (!data) {
-        remember(status, ticks, path, channelMap);
+        remember(kLoadNotFound, ticks, path, channelMap);
         return status;
     }
     currentFrame = ticks;
@@ -152,6 +143,13 @@ int NimbraFrame::load(std::int64_t ticks, const std::string& path, int blendMeth
     data->channelMap = channelMap;
     remember(0, NimbraFrameData::kNoFrame, {}, {});
     return status;
+}
+
+bool NimbraFrame::isSettled(const Request& request, std::int64_t frame) {
+    if (data)
+        return isInPlace(request, frame);
+    return request.ticks == failFrame && request.path == failPath &&
+           request.channelMap == failChannelMap;
 }
 
 bool NimbraFrame::isInPlace(const Request& request, std::int64_t frame) {
@@ -172,11 +170,10 @@ bool NimbraFrame::isInPlace(const Request& request, std::int64_t frame) {
 }
 
 int NimbraFrame::loadWhole(const Request& request, std::int64_t frame) {
-    frameDataArray.releaseFrame(std::exchange(blendFrom, nullptr));
-    frameDataArray.releaseFrame(std::exchange(blendTo, nullptr));
+    releaseSources();
     const bool isPrivate = smoothMask != 0;
-    const int status = lookUp(data, frame, request.path, request.channelMap, request.exactOnly,
-                              false, true, isPrivate, request.headerOnly);
+    constexpr bool kReleaseOld = true;
+    const int status = lookUp(data, frame, request, kReleaseOld, isPrivate);
     // A private frame is never shared, so that it is fresh here.
     if (status == kLoadOk && isPrivate)
         smoothFrame(*this, stop);
@@ -188,18 +185,14 @@ int NimbraFrame::loadWhole(const Request& request, std::int64_t frame) {
     return kLoadOk;
 }
 
-int NimbraFrame::loadBlended(const Request& request, const Blend& blend) {
-    // The first frame stands in for the blend.
-    return loadWhole(request, blend.first);
-}
-
 bool NimbraFrame::loadEmptyGrid(const int size[3], float cellSize, bool isMayaFluid) {
     releaseFrames();
     freeBlendSources();
     std::unique_ptr<NimbraFrameData> made = makeEmptyGrid(size, cellSize, isMayaFluid);
     if (!made)
         return false;
-    data = frameDataArray.acquireFrame(made.release(), true);
+    data = frameDataArray.acquireFrame(made.get(), true);
+    made.release();
     sourceData = data;
     constexpr int kFlip = 2;
     if (!isMayaFluid && !data->upAxisFlipped)

@@ -106,4 +106,8 @@ FrameMix frameMix(std::int64_t ticks, int ticksPerFrame, float loopBlend, int lo
     return mix;
 }
 
+int saturatedTicks(std::int64_t ticks) {
+    return static_cast<int>(std::clamp<std::int64_t>(ticks, INT32_MIN, INT32_MAX));
+}
+
 }  // namespace nimbra

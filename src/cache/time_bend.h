@@ -47,9 +47,14 @@ struct FrameMix {
     Kind kind = kWhole;
     std::int64_t first = 0, second = 0;
     float weight = 0;  // of `second`, 0 to 1
+
+    bool operator==(const FrameMix&) const = default;
 };
 
 /// What a tick number of the cache shows. `loopBlend` and `loopFrame` as timeBend answers them.
 FrameMix frameMix(std::int64_t ticks, int ticksPerFrame, float loopBlend, int loopFrame);
+
+/// The nearest number of 32 bits.
+int saturatedTicks(std::int64_t ticks);
 
 }  // namespace nimbra

@@ -21,18 +21,9 @@ int longestAxis(const Vector& v) {
 
 }  // namespace
 
-PluginInterface* queryRender(TessraRenderer* renderer, InterfaceID id) {
-    // Asking an object for an interface doesn't change it.
-    auto& sequence = const_cast<TessraSequenceData&>(renderer->getSequenceData());
-    PluginInterface* const found = sequence.getInterface(id);
-    return found ? found : renderer->getInterface(id);
-}
-
 RenderSituation::RenderSituation(TessraRenderer* renderer) {
     const TessraSequenceData& sequence = renderer->getSequenceData();
-    auto* camera = queryRender<CameraSettingsInterface>(renderer, ids::kCameraSettings);
-    useMotionBlur =
-        sequence.motionBlurOn != 0 || (camera && camera->getValue(kCameraMotionBlurKey) != -1);
+    useMotionBlur = hasMotionBlur(renderer);
 
     auto* engine = queryRender<InteractiveEngineInterface>(renderer, ids::kInteractiveEngine);
     hasEngine = engine != nullptr;

@@ -4,18 +4,9 @@
 // What a plug-in asks of the running render before it prepares a frame.
 #pragma once
 
-#include "tessra/renderer.h"
+#include "cache/host_query.h"
 
 namespace nimbra {
-
-/// The object that answers to an ID, of the sequence or else of the renderer itself; null if there
-/// is none.
-PluginInterface* queryRender(TessUtils::TessraRenderer* renderer, InterfaceID id);
-
-template <class Interface>
-Interface* queryRender(TessUtils::TessraRenderer* renderer, InterfaceID id) {
-    return static_cast<Interface*>(queryRender(renderer, id));
-}
 
 /// Answers of one frame.
 struct RenderSituation {

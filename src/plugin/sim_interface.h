@@ -19,7 +19,12 @@ namespace nimbra {
 class GridTransforms;
 class NimbraFrameData;
 class NimbraRenderer;
-struct NimbraMesh;
+
+/// What getNimbraMesh fills.
+struct NimbraMesh {
+    std::int32_t vertexCount = 0;
+    std::int32_t faceCount = 0;
+};
 
 /// The time that means "the frame that is loaded now".
 inline constexpr double kLoadedFrameTime = 1e18;
@@ -64,7 +69,7 @@ public:
     /// `loopBlend` takes the weight of the overlapped frame in a loop (-1: none) and `loopFrame`
     /// its number; both may be null.
     virtual int getFrameIndices(double time, bool bend, float* loopBlend, int* loopFrame) = 0;
-    /// Fills `mesh` with the surface of the frame; 0 when there is none.
+    /// Fills `mesh` with the surface of the frame; 0 (and no faces) when there is none.
     virtual int getNimbraMesh(NimbraMesh& mesh) = 0;
 };
 

@@ -102,16 +102,6 @@ TEST_F(FrameLoad, OneFile_ServesAllFrames) {
     EXPECT_EQ(holder.data->frameNumber, NimbraFrameData::kNoFrame);
 }
 
-TEST_F(FrameLoad, TicksBetweenFrames_ShowTheEarlierOne) {
-    write(1, 1);
-    write(2, 2);
-    NimbraFrame holder;
-    EXPECT_EQ(load(holder, 1750, {pattern()}), kFrameLoaded);
-    EXPECT_EQ(smoke(holder), 1);
-    EXPECT_EQ(load(holder, 2000, {pattern()}), kFrameLoaded);
-    EXPECT_EQ(smoke(holder), 2);
-}
-
 TEST_F(FrameLoad, HoldersShareByPathMappingAndTime) {
     const std::string file = write(1, 1);
     NimbraFrame a, b, other, smooth;

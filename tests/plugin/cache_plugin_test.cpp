@@ -6,10 +6,12 @@
 
 #include <filesystem>
 #include <thread>
+#include <vector>
 
 #include "cache/nimbra_frame.h"
 #include "plugin/fake_host.h"
-#include "support/temp_folder.h"
+#include "support/kol_sequence.h"
+#include "tessra/allocator.h"
 
 namespace nimbra {
 namespace {
@@ -40,9 +42,35 @@ protected:
         cache->preRenderBegin(&renderer);
     }
     ~CachePlugin() override {
+        for (NimbraCachePlugin* plugin : others) {
+            plugin->postFrameEnd(&renderer);
+            plugin->postRenderEnd(&renderer);
+            desc->deletePlugin(plugin);
+        }
+        cache->postFrameEnd(&renderer);
         cache->postRenderEnd(&renderer);
         desc->deletePlugin(cache);
         EXPECT_EQ(NimbraFrame::frameDataArray.size, 0);
+    }
+    /// A second plug-in with the values so far.
+    NimbraCachePlugin* another() {
+        others.push_back(dynamic_cast<NimbraCachePlugin*>(desc->newPlugin()));
+        for (DefParam& value : values)
+            others.back()->setParameter(&value);
+        others.back()->preRenderBegin(&renderer);
+        return others.back();
+    }
+    /// The cache of frames 1 to 3 whose smoke is 10, 20 and 30.
+    void useKolFiles() {
+        for (const int n : {1, 2, 3})
+            files.write(n, static_cast<float>(10 * n));
+        set("cache_path", files.pattern());
+        set("usrchmap", std::string());
+    }
+    static float smoke(NimbraFrameData* frame) {
+        return frame && frame->getChannelProxy(kSmoke).loaded
+                   ? frame->getChannelProxy(kSmoke).read(0)
+                   : -1;
     }
 
     void set(const char* name, ParamScalar value) {
@@ -60,9 +88,11 @@ protected:
     }
 
     TempFolder folder;
+    KolSequence files;
     FakeRenderer renderer;
     PluginDesc* desc = nullptr;
     NimbraCachePlugin* cache = nullptr;
+    std::vector<NimbraCachePlugin*> others;
     std::deque<DefParam> values;
 };
 
@@ -116,7 +146,7 @@ TEST_F(CachePlugin, ContentTime_KnowsNoTimeBend) {
     ASSERT_NE(frame, nullptr);
     EXPECT_EQ(frame->frameNumber, 4);
     EXPECT_EQ(renderer.log.count("loaded from '" + (folder / "s_####.vdb").string() + "'.\n"), 1);
-    EXPECT_EQ(cache->getFrameByContentTime(4), nullptr);
+    EXPECT_EQ(cache->getFrameByContentTime(8000), nullptr);
     cache->postFrameEnd(&renderer);
 }
 
@@ -182,18 +212,124 @@ TEST_F(CachePlugin, NoPath_EmptyGrid) {
 }
 
 TEST_F(CachePlugin, TwoCaches_ShareTheirFrame) {
-    auto* const second = dynamic_cast<NimbraCachePlugin*>(desc->newPlugin());
-    for (DefParam& value : values)
-        second->setParameter(&value);
-    second->preRenderBegin(&renderer);
-    const NimbraFrameData* const frame = cache->getFrameByTime(2);
+    NimbraCachePlugin* const second = another();
+    NimbraFrameData* const frame = cache->getFrameByTime(2);
     EXPECT_EQ(second->getFrameByTime(2), frame);
     EXPECT_EQ(frame->refCount, 2);
     second->postFrameEnd(&renderer);
     EXPECT_EQ(frame->refCount, 1);
-    second->postRenderEnd(&renderer);
-    desc->deletePlugin(second);
+    // The one that shows it last turns it for both.
+    set("flip_yz", true);
+    NimbraCachePlugin* const turned = another();
+    EXPECT_EQ(turned->getFrameByTime(2), frame);
+    EXPECT_TRUE(frame->upAxisFlipped);
+    EXPECT_EQ(second->getFrameByTime(2), frame);
+    EXPECT_FALSE(frame->upAxisFlipped);
+}
+
+TEST_F(CachePlugin, Blending_FollowsTheTicks) {
+    useKolFiles();
+    set("play_speed", 0.25f);
+    EXPECT_EQ(smoke(cache->getFrameByTime(5)), 12.5f);
+    EXPECT_EQ(renderer.log.count("Frame data 1250 successfully loaded from " + files.pattern()), 1);
+    double time = 0;
+    EXPECT_TRUE(cache->loadedFrame(time));
+    EXPECT_EQ(time, 1.25);
+    // Requests within the frame share what is read.
+    NimbraCachePlugin* const second = another();
+    OpenCount opens(files.folder);
+    EXPECT_EQ(smoke(second->getFrameByTime(7)), 17.5f);
+    EXPECT_EQ(smoke(cache->getFrameByContentTime(1750)), 17.5f);
+    EXPECT_EQ(opens.take(), 0);
+    EXPECT_EQ(NimbraFrame::frameDataArray.size, 4);
+}
+
+TEST_F(CachePlugin, LoopOverlap_BlendsWithTheFrameBehindTheEnd) {
+    useKolFiles();
+    files.write(4, 100);
+    set("anim_mode", 2);
+    set("max_length", 2);
+    set("loop_overlap", 1);
+    set("read_offset", 1);
+    // A frame after the loop's start: 2, half of frame 1 + 1 + 2.
+    EXPECT_EQ(smoke(cache->getFrameByTime(1)), 60);
+    // Asked for by its content, the same frame is alone.
+    EXPECT_EQ(smoke(cache->getFrameByContentTime(2000)), 20);
     cache->postFrameEnd(&renderer);
+    set("loop_overlap", 0);
+    EXPECT_EQ(smoke(cache->getFrameByTime(1)), 20);
+}
+
+TEST_F(CachePlugin, VelocitiesFromOrigin_WhereMotionBlurNeedsThem) {
+    for (const int n : {1, 2}) {
+        KolFrame f{{{kSmoke, {1}}}};
+        f.timeStep = 0.5f;
+        for (int a = 0; a < 3; ++a)
+            f.channels[kAdvectionOriginX + a] = {n == 2 ? 0.5f : 0.0f};
+        files.write(n, f);
+    }
+    set("cache_path", files.pattern());
+    set("usrchmap", std::string());
+    const auto velocityAt1 = [&](NimbraCachePlugin* plugin) {
+        NimbraFrameData* const frame = plugin->getFrameByTime(1);
+        const float v =
+            frame->hasChannel(kVelocityX) ? frame->getChannelProxy(kVelocityX).read(2) : -100;
+        plugin->postFrameEnd(&renderer);
+        return v;
+    };
+    struct Camera : CameraSettingsInterface {
+        int value = -1;
+        int getValue(int key) override { return key == 113 ? value : 0; }
+        Plugin* getPlugin() override { return nullptr; }
+    } camera;
+    renderer.addInterface(&camera, false);
+    set("velocities_from_uvw", true);
+    EXPECT_EQ(velocityAt1(cache), -100);
+    camera.value = 0;
+    EXPECT_EQ(velocityAt1(cache), (2 - 1.5f) / 0.5f);
+    camera.value = -1;
+    renderer.sequence.motionBlurOn = 1;
+    EXPECT_EQ(velocityAt1(cache), 1);
+    // Made once for all who share the frame; the frame behind it isn't kept.
+    cache->getFrameByTime(1);
+    OpenCount opens(files.folder);
+    EXPECT_EQ(velocityAt1(another()), 1);
+    EXPECT_EQ(opens.take(), 0);
+    EXPECT_EQ(NimbraFrame::frameDataArray.size, 1);
+    cache->postFrameEnd(&renderer);
+    // A damaged next frame is said; there are no velocities then.
+    files.damage(2);
+    EXPECT_EQ(velocityAt1(cache), -100);
+    EXPECT_EQ(renderer.log.count("warning: [NimbraCachePlugin] The input.kol file is damaged, "
+                                 "incomplete or in unsupported file format!\nIf the file was "),
+              1);
+    set("velocities_from_uvw", false);
+    renderer.removeInterface(&camera);
+}
+
+TEST_F(CachePlugin, DamagedKol_SaidOnceInARequest) {
+    useKolFiles();
+    files.damage(2);
+    EXPECT_EQ(frameAt(2), -1);
+    EXPECT_EQ(renderer.log.count("[NimbraCachePlugin] The input.kol file is damaged"), 1);
+    EXPECT_EQ(frameAt(2), -1);
+    EXPECT_EQ(renderer.log.count("[NimbraCachePlugin] The input.kol file is damaged"), 1)
+        << "remembered";
+    EXPECT_EQ(renderer.log.count("Frame data 2000 can't be loaded from "), 2);
+}
+
+// Whichever allocation of a request fails, the plug-in doesn't throw and the next frame works.
+TEST_F(CachePlugin, WithoutMemory) {
+    useKolFiles();
+    for (std::uint64_t n = 1; n <= 200; ++n) {
+        getGlobalMemoryTracker()->failAllocation(n);
+        EXPECT_NO_THROW(cache->getFrameByTime(1.5));
+        getGlobalMemoryTracker()->failAllocation(0);
+        cache->postFrameEnd(&renderer);
+        ASSERT_EQ(NimbraFrame::frameDataArray.size, 0) << n;
+        EXPECT_EQ(smoke(cache->getFrameByTime(1.25)), 12.5f) << n;
+        cache->postFrameEnd(&renderer);
+    }
 }
 
 TEST_F(CachePlugin, Smoothing_KeepsTheFrameForItself) {
@@ -214,6 +350,10 @@ TEST_F(CachePlugin, Interfaces) {
     EXPECT_EQ(sim->getRenderer(0), nullptr);
     EXPECT_EQ(sim->isRenderable(), 0);
     EXPECT_EQ(sim->isValid(), 1);
+    NimbraMesh mesh{7, 8};
+    EXPECT_EQ(sim->getNimbraMesh(mesh), 0);
+    EXPECT_EQ(mesh.vertexCount, 7) << "only the faces are taken away";
+    EXPECT_EQ(mesh.faceCount, 0);
 }
 
 }  // namespace

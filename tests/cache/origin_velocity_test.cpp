@@ -1,0 +1,160 @@
+// Copyright 2026 The Nimbra Authors
+// SPDX-License-Identifier: Apache-2.0
+#include "cache/origin_velocity.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "cache/frame_data.h"
+#include "cache/test_grids.h"
+#include "tessra/allocator.h"
+
+namespace nimbra {
+namespace {
+
+using namespace test;
+
+constexpr Cell3 kSize = {5, 4, 3}, kLaterSize = {4, 5, 6};
+
+/// Where the content of a cell came from, in shares of the grid; beyond it at some.
+float originAt(int axis, int x, int y, int z) {
+    return std::sin(static_cast<float>(x + 2 * y + 3 * z + axis)) * 1.2f;
+}
+
+class OriginVelocity : public testing::TestWithParam<bool> {
+protected:
+    OriginVelocity() {
+        frame.resetHeader(false);
+        later.resetHeader(false);
+        std::copy_n(kSize.data(), 3, frame.gridSize);
+        std::copy_n(kLaterSize.data(), 3, later.gridSize);
+        for (int a = 0; a < 3; ++a) {
+            frame.transform[a * 4] = later.transform[a * 4] = 2;
+            later.channels[kAdvectionOriginX + a] = originChannel(a);
+            later.channelMask |= channelBit(kAdvectionOriginX + a);
+        }
+        frame.timeStep = 0.25f;
+        // The later grid begins a cell further along x and two before along z.
+        frame.transform[9] = 10;
+        later.transform[9] = 9.4f;
+        frame.transform[11] = -1;
+        later.transform[11] = 1;
+    }
+    static Proxy originChannel(int axis) {
+        const auto field = [axis](int x, int y, int z) { return originAt(axis, x, y, z); };
+        return GetParam() ? treeChannel(kFloatTree, kLaterSize, field)
+                          : denseChannel(kLaterSize, field);
+    }
+    void giveOwnVelocities() {
+        for (int a = 0; a < 3; ++a) {
+            frame.channels[kVelocityX + a] =
+                denseChannel(kSize, [](int, int, int) { return 7.0f; });
+            frame.channels[kAdvectionOriginX + a] =
+                denseChannel(kSize, [](int, int, int) { return 0.5f; });
+            frame.channelMask |= channelBit(kVelocityX + a) | channelBit(kAdvectionOriginX + a);
+        }
+    }
+    void expectMade(int firstChannel) {
+        constexpr int kOffset[3] = {-1, 0, 2};
+        for (int a = 0; a < 3; ++a) {
+            ASSERT_TRUE(frame.hasChannel(firstChannel + a));
+            auto& channel = frame.getChannelProxy(firstChannel + a);
+            for (int z = 0; z < kSize[2]; ++z)
+                for (int y = 0; y < kSize[1]; ++y)
+                    for (int x = 0; x < kSize[0]; ++x) {
+                        const int c[3] = {x + kOffset[0], y + kOffset[1], z + kOffset[2]};
+                        float expected = 0;
+                        if (std::all_of(c, c + 3, [](int v) { return v >= 0; }) &&
+                            c[0] < kLaterSize[0] && c[1] < kLaterSize[1] && c[2] < kLaterSize[2]) {
+                            const float came =
+                                static_cast<float>(kLaterSize[a]) * originAt(a, c[0], c[1], c[2]);
+                            const float in =
+                                std::min(static_cast<float>(kSize[a]), std::max(came, 0.0f));
+                            expected = (static_cast<float>(c[a]) - in) / 0.25f;
+                        }
+                        EXPECT_EQ(channel.read((z * kSize[1] + y) * kSize[0] + x), expected)
+                            << a << ": " << x << ' ' << y << ' ' << z;
+                    }
+        }
+    }
+
+    NimbraFrameData frame, later;
+};
+INSTANTIATE_TEST_SUITE_P(DenseAndSparse, OriginVelocity, testing::Bool());
+
+TEST_P(OriginVelocity, FillsTheVelocityChannels) {
+    EXPECT_FALSE(hasOriginVelocities(frame));
+    EXPECT_TRUE(velocitiesFromOrigin(frame, later));
+    expectMade(kVelocityX);
+    EXPECT_FALSE(frame.hasChannel(kAdvectionOriginX));
+    // Asked again, nothing moves on to other channels.
+    EXPECT_TRUE(hasOriginVelocities(frame));
+    EXPECT_TRUE(velocitiesFromOrigin(frame, later));
+    EXPECT_FALSE(frame.hasChannel(kAdvectionOriginX));
+}
+
+TEST_P(OriginVelocity, ReplacesTheOriginWhereThereAreVelocities) {
+    giveOwnVelocities();
+    EXPECT_TRUE(velocitiesFromOrigin(frame, later));
+    expectMade(kAdvectionOriginX);
+    EXPECT_EQ(frame.channels[kVelocityX].read(0), 7);
+}
+
+TEST_P(OriginVelocity, ItsOwnNextFrame) {
+    for (int a = 0; a < 3; ++a)
+        frame.channels[kAdvectionOriginX + a] =
+            denseChannel(kSize, [](int, int, int) { return 0.5f; });
+    EXPECT_TRUE(velocitiesFromOrigin(frame, frame));
+    EXPECT_EQ(frame.channels[kVelocityX].read(4), (4 - 2.5f) / 0.25f);
+    EXPECT_EQ(frame.channels[kAdvectionOriginX].read(4), 0.5f);
+}
+
+TEST_P(OriginVelocity, NotAllChannels_Nothing) {
+    later.freeChannel(kAdvectionOriginZ);
+    EXPECT_FALSE(velocitiesFromOrigin(frame, later));
+    EXPECT_EQ(frame.channelMask, 0u);
+    later.channels[kAdvectionOriginZ] = denseChannel({2, 2, 2}, [](int, int, int) { return 1.f; });
+    EXPECT_FALSE(velocitiesFromOrigin(frame, later)) << "of another size";
+}
+
+TEST_P(OriginVelocity, PlacesFarAway_AndGridsOfAnySize) {
+    for (const float far : {3e9f, -1e30f, std::numeric_limits<float>::infinity(), std::nanf("")}) {
+        NimbraFrameData still;
+        std::copy_n(kSize.data(), 3, still.gridSize);
+        still.transform[10] = far;
+        EXPECT_TRUE(velocitiesFromOrigin(still, later));
+        for (int i = 0; i < 60; ++i)
+            EXPECT_EQ(still.channels[kVelocityY].read(i), 0);
+    }
+    std::fill_n(frame.gridSize, 3, 1 << 20);
+    EXPECT_FALSE(velocitiesFromOrigin(frame, later));
+    // Values that are no numbers count as the grid's edge.
+    NimbraFrameData odd;
+    std::copy_n(kSize.data(), 3, odd.gridSize);
+    odd.timeStep = 1;
+    later.channels[kAdvectionOriginX] =
+        denseChannel(kLaterSize, [](int, int, int) { return std::nanf(""); });
+    std::fill_n(later.transform + 9, 3, 0.0f);
+    EXPECT_TRUE(velocitiesFromOrigin(odd, later));
+    EXPECT_EQ(odd.channels[kVelocityX].read(3), 3);
+}
+
+TEST_P(OriginVelocity, WithoutMemory_AllOrNothing) {
+    int without = 0;
+    for (std::uint64_t n = 1; n < 40; ++n) {
+        NimbraFrameData made;
+        std::copy_n(kSize.data(), 3, made.gridSize);
+        getGlobalMemoryTracker()->failAllocation(n);
+        const bool done = velocitiesFromOrigin(made, later);
+        getGlobalMemoryTracker()->failAllocation(0);
+        EXPECT_EQ(made.channelMask, done ? 7u << kVelocityX : 0u) << n;
+        without += !done;
+    }
+    EXPECT_GE(without, 3);
+}
+
+}  // namespace
+}  // namespace nimbra
