@@ -2,6 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/cache_moment.h"
 
+#include <algorithm>
+#include <functional>
+
 #include "cache/channel_id.h"
 #include "cache/enum_files.h"
 #include "cache/env_path.h"
@@ -70,10 +73,11 @@ double CacheMoment::cacheFrame() const {
 }
 
 bool CacheMoment::lacksFile() const {
-    for (const WantedFrame& frame : frames)
-        if (!frame.exists)
-            return true;
-    return false;
+    return !std::all_of(frames.begin(), frames.end(), std::mem_fn(&WantedFrame::exists));
+}
+
+bool CacheMoment::hasFile() const {
+    return std::any_of(frames.begin(), frames.end(), std::mem_fn(&WantedFrame::exists));
 }
 
 CacheMoment momentOf(const CachePlayback& p, host::FrameNumber time) {

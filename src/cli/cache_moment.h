@@ -56,8 +56,9 @@ struct CacheMoment {
     bool outside = false;  // of the play range
 
     double cacheFrame() const;
-    /// Whether a file that the moment needs is missing.
+    /// Whether a file that the moment needs is missing, and whether any is there.
     bool lacksFile() const;
+    bool hasFile() const;
 };
 
 CacheMoment momentOf(const CachePlayback& playback, host::FrameNumber time);

@@ -13,6 +13,7 @@
 #include <memory>
 
 #include "cli/cache_frame.h"
+#include "cli/cache_moment.h"
 #include "cli/commands.h"
 
 #include "cli/exit_codes.h"
@@ -110,6 +111,22 @@ ViewInput findInput(const ViewCommand& o) {
     return in;
 }
 
+/// Says at which frames there is nothing to see, and why.
+void warnOfMissing(const ViewCommand& o, const ViewInput& in, Console& console) {
+    CachePlayback playback;
+    playback.path = in.path;
+    playback.bend = o.render.time.applied({});
+    std::vector<host::FrameNumber> missing;
+    constexpr std::size_t kMostLookups = 10'000;
+    for (std::size_t i = 0; i < std::min(in.frames.size(), kMostLookups); ++i)
+        if (!momentOf(playback, in.frames[i]).hasFile())
+            missing.push_back(in.frames[i]);
+    if (!missing.empty())
+        console.log().warning(fmt::format("nothing to see at frame{} {}: cache frame {} has no file",
+                                          missing.size() == 1 ? "" : "s", describeFrames(missing),
+                                          momentOf(playback, missing.front()).cacheFrame()));
+}
+
 int upAxisNamed(const std::string& name) {
     return name.empty() ? -1 : name == "x" ? 0 : name == "y" ? 1 : 2;
 }
@@ -201,6 +218,7 @@ int showCache(ViewCommand& o, Console& console) {
         return kExitInput;
     }
     console.note(fmt::format("{}: {}", in.sample, look.explanation));
+    warnOfMissing(o, in, console);
     const std::string text = sceneText(makeScene(o, in, look));
     if (!o.writeScene.empty() && !writeSceneFile(o.writeScene, text, console))
         return kExitOutput;

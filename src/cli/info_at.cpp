@@ -56,6 +56,7 @@ private:
             return unusable(faults);
         if (!applyTimeOptions(document, o_.time, console_))
             return kExitUsage;
+        warnOfUnusedTime(document, o_.time, console_);
         host::PluginRegistry registry(console_.log());
         if (!loadPlugins(registry, o_.module, console_.log()))
             return kExitInput;

@@ -248,6 +248,7 @@ int renderDocument(host::SceneDocument& document, const RenderOptions& o,
         report(overrides, console);
         return kExitUsage;
     }
+    warnOfUnusedTime(document, o.time, console);
     if (o.preview)
         applyPreview(document, console);
     host::SceneDiagnostics faults;

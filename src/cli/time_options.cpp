@@ -12,6 +12,8 @@
 namespace nimbra::cli {
 namespace {
 
+constexpr const char* kCacheType = "NmbShaderCache";
+
 template <class Number>
 bool readNumber(const std::string& text, Number& number) {
     const char* const end = text.data() + text.size();
@@ -104,15 +106,10 @@ bool applyTimeOptions(host::SceneDocument& document, const TimeOptions& o, Conso
         changed += (changed.empty() ? "" : ", ") + assignment;
     };
     for (const host::ScenePluginEntry& entry : document.plugins) {
-        if (entry.type != "NmbShaderCache")
+        if (entry.type != kCacheType)
             continue;
         // Overrides add to the entry that is being looked at.
         const std::string name = entry.name;
-        if ((o.speed || o.offset) && !playsBySpeed(entry))
-            console.log().warning(
-                fmt::format("{}: its frames don't come from speed and offset (anim_mode 1 or "
-                            "time_tform off): no effect",
-                            name));
         if (o.speed)
             set(fmt::format("{}.play_speed={}", name, *o.speed));
         if (o.offset)
@@ -126,6 +123,16 @@ bool applyTimeOptions(host::SceneDocument& document, const TimeOptions& o, Conso
     }
     console.note("time: " + changed);
     return true;
+}
+
+void warnOfUnusedTime(const host::SceneDocument& document, const TimeOptions& o, Console& console) {
+    if (!o.speed && !o.offset)
+        return;
+    for (const host::ScenePluginEntry& entry : document.plugins)
+        if (entry.type == kCacheType && !playsBySpeed(entry))
+            console.log().warning(fmt::format(
+                "{}: --speed and --offset have no effect: anim_mode is 1 or time_tform off",
+                entry.name));
 }
 
 }  // namespace nimbra::cli

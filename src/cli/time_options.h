@@ -36,9 +36,13 @@ struct TimeOptions {
 std::vector<CLI::Option*> addTimeOptions(CLI::App& command, TimeOptions& options,
                                          const std::string& whose);
 
-/// Sets the rows of every cache of the scene and says which; warns of caches whose mode of playback
-/// leaves them unused. False with a line in the log for a scene without any cache.
+/// Sets the rows of every cache of the scene and says which. False with a line in the log for a
+/// scene without any cache.
 bool applyTimeOptions(host::SceneDocument& document, const TimeOptions& options, Console& console);
+
+/// Warns of caches whose mode of playback leaves speed and offset unused.
+void warnOfUnusedTime(const host::SceneDocument& document, const TimeOptions& options,
+                      Console& console);
 
 /// "interpolation" or "velocity".
 const char* blendMethodName(int method);
