@@ -11,6 +11,7 @@
 #include "cache/blend_header.h"
 #include "cache/blend_interpolation.h"
 #include "cache/blend_particles.h"
+#include "cache/blend_velocity.h"
 #include "cache/particles_to_grid.h"
 #include "cache/process_memory.h"
 #include "foundation/log.h"
@@ -31,7 +32,8 @@ void fallBack(int& gridMethod, BlendResult& result) {
     NMBUtils::logLine(
         "Frame Blending - could not expand the velocity channel, falling back to "
         "Interpolation!\n");
-    result.status = kFrameVelocityFallback;
+    if (result.status == kFrameLoaded)
+        result.status = kFrameVelocityFallback;
     gridMethod = kInterpolateGrids;
 }
 
@@ -39,7 +41,7 @@ void fallBack(int& gridMethod, BlendResult& result) {
 void checkMotion(NimbraFrameData& a, int& gridMethod, BlendResult& result) {
     if (gridMethod != kBlendAlongVelocity && gridMethod != kTracePrecisely)
         return;
-    if (!deliversVector(a, kVelocityX) || gridMethod == kBlendAlongVelocity)
+    if (!deliversVector(a, kVelocityX))
         return fallBack(gridMethod, result);
     if (gridMethod == kTracePrecisely && !deliversVector(a, kAdvectionOriginX))
         NMBUtils::logLine(
@@ -115,11 +117,18 @@ bool allocateChannels(GridBlend& blend) {
     return true;
 }
 
-void blendGrids(const GridBlend& blend) {
+void blendGrids(const GridBlend& blend, int gridMethod, bool recompute,
+                float* (&blendSource)[kChannelSlots], BlendResult& result) {
+    if (gridMethod == kBlendAlongVelocity) {
+        if (blendAlongVelocity(blend, recompute, blendSource))
+            return;
+        fallBack(gridMethod, result);
+    }
     MTLinInterpCache(blend).interpolate();
 }
 
-BlendResult blendAll(GridBlend& blend, int method) {
+BlendResult blendAll(GridBlend& blend, int method, bool recompute,
+                     float* (&blendSource)[kChannelSlots]) {
     BlendResult result;
     int gridMethod = method & 255;
     checkMotion(blend.a, gridMethod, result);
@@ -130,6 +139,8 @@ BlendResult blendAll(GridBlend& blend, int method) {
     blend.dst.freeChannels();
     if (!uniteGrids(blend) || (gridMethod <= kTracePrecisely && !allocateChannels(blend)))
         return {kFrameScaleMismatch, {}};
+    if (gridMethod == kBlendAlongVelocity && !blend.has(kVelocityX))
+        fallBack(gridMethod, result);
     blend.dst.clearGroups();
     const BlendResult particles =
         blendParticles(blend.dst, blend.a, blend.b, blend.weight, method >> 8);
@@ -138,7 +149,7 @@ BlendResult blendAll(GridBlend& blend, int method) {
     result.message += particles.message;
     // The surface of a liquid is what its particles say.
     blend.channels &= ~liquidParticlesToGrid(blend.dst, blend.stop);
-    blendGrids(blend);
+    blendGrids(blend, gridMethod, recompute, blendSource, result);
     blendHeaders(blend.dst, blend.a, blend.b, blend.weight);
     return result;
 }
@@ -146,17 +157,22 @@ BlendResult blendAll(GridBlend& blend, int method) {
 }  // namespace
 
 BlendResult blendFrames(NimbraFrameData& dst, NimbraFrameData& a, NimbraFrameData& b, float weight,
-                        int method, bool /*recompute*/, float* (&/*blendSource*/)[kChannelSlots],
+                        int method, bool recompute, float* (&blendSource)[kChannelSlots],
                         TessUtils::ProgressCallback* stop) {
     GridBlend blend{.dst = dst, .a = a, .b = b, .weight = weight, .stop = stop};
     BlendResult result;
     try {
-        result = blendAll(blend, method);
+        result = blendAll(blend, method, recompute, blendSource);
     } catch (const std::bad_alloc&) {
         return {kFrameScaleMismatch, {}};
     }
-    if (result.status != kFrameScaleMismatch)
-        NimbraFrame::frameDataArray.acquireFrame(&dst, true);
+    if (result.status == kFrameScaleMismatch)
+        return result;
+    const NimbraFrame::FrameDataArray& list = NimbraFrame::frameDataArray;
+    NimbraFrame::frameDataArray.acquireFrame(&dst, true);
+    // Without memory for the list the frame isn't in it.
+    if (list.size < 1 || list[list.size - 1] != &dst)
+        return {kFrameScaleMismatch, {}};
     return result;
 }
 

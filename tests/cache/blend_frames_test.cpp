@@ -115,8 +115,6 @@ TEST(BlendFrames, GoldenValues_DenseOrSparseWhateverTheThreads) {
     for (const GoldenCase& golden : goldenCases("blend")) {
         SCOPED_TRACE(golden.name());
         const nlohmann::json& j = golden.json;
-        if (j["method"] != kInterpolateGrids)
-            continue;
         for (const auto& [threads, trees] : {std::pair{0, false}, {5, false}, {3, true}}) {
             const Threads lent(threads);
             TestFrame a({}), b({});
@@ -327,6 +325,120 @@ TEST(BlendFrames, HeaderValues) {
     EXPECT_EQ(blended->frameNumber, INT32_MAX);
     EXPECT_EQ(blended->bboxMin[0], 1e20f);
     EXPECT_EQ(blended->bboxMax[0], -1e20f);
+}
+
+/// A hill around x = 12, and around 12 + `moved` in the later frame, on a grid whose matter moves
+/// by that much.
+struct MovingHill {
+    explicit MovingHill(float moved) : a({32, 3, 3}), b({32, 3, 3}) {
+        for (TestFrame* f : {&a, &b}) {
+            const float middle = f == &a ? 12 : 12 + moved;
+            f->add(kSmoke, [&](int x, int, int) { return height(static_cast<float>(x) - middle); });
+            for (int c = kVelocityX; c <= kVelocityZ; ++c)
+                f->add(c, [&](int, int, int) { return c == kVelocityX ? moved / a.timeStep : 0; });
+        }
+    }
+    static float height(float x) {
+        const float flank = std::max(0.0f, 10 - std::fabs(x));
+        return flank * flank * 0.1f;
+    }
+    TestFrame a, b;
+};
+
+TEST(BlendAlongVelocity, AHill_MovesInPlaceOfFadingOutAndIn) {
+    MovingHill hill(4);
+    for (float weight : {0.25f, 0.5f, 0.75f}) {
+        const Field smoke = Blended(hill.a, hill.b, weight, kBlendAlongVelocity).values(kSmoke);
+        // On the top and at the foot the search may end on the other side.
+        for (int x : {8, 9, 10, 11, 12, 13, 19, 20, 21, 22, 23})
+            EXPECT_NEAR(smoke[static_cast<std::size_t>(x)],
+                        MovingHill::height(static_cast<float>(x) - 12 - 4 * weight), 0.03f)
+                << x << ", " << weight;
+        EXPECT_NE(smoke, Blended(hill.a, hill.b, weight).values(kSmoke));
+    }
+}
+
+TEST(BlendAlongVelocity, AnotherWeight_NeedsNoSearch) {
+    MovingHill hill(3);
+    Sources kept;
+    const Blended first(hill.a, hill.b, 0.25f, kBlendAlongVelocity, &kept, true);
+    EXPECT_EQ(first.result.status, kFrameLoaded);
+    const Blended fresh(hill.a, hill.b, 0.625f, kBlendAlongVelocity);
+    // What a search would find now is something else.
+    hill.a.channels[kVelocityX] = denseChannel({32, 3, 3}, [](int, int, int) { return 0.0f; });
+    const Threads lent(3);
+    const Blended second(hill.a, hill.b, 0.625f, kBlendAlongVelocity, &kept, false);
+    EXPECT_EQ(second.values(kSmoke), fresh.values(kSmoke));
+    const Blended searched(hill.a, hill.b, 0.625f, kBlendAlongVelocity, &kept, true);
+    EXPECT_NE(searched.values(kSmoke), fresh.values(kSmoke));
+    NMBUtils::freeMem(std::exchange(kept.positions[kSmoke], nullptr));
+    const Blended restored(hill.a, hill.b, 0.625f, kBlendAlongVelocity, &kept, false);
+    EXPECT_EQ(restored.values(kSmoke), searched.values(kSmoke)) << "what is missing is searched";
+}
+
+TEST(BlendAlongVelocity, WithoutVelocities_GridsAreInterpolated) {
+    for (int missing : {0, 1}) {
+        CaughtLog log;
+        MovingHill hill(4);
+        TestFrame& without = missing == 0 ? hill.a : hill.b;
+        without.freeChannel(missing == 0 ? kVelocityZ : kVelocityX);
+        const Blended blended(hill.a, hill.b, 0.5f, kBlendAlongVelocity);
+        EXPECT_EQ(blended.result.status, kFrameVelocityFallback);
+        EXPECT_TRUE(log.take().starts_with(
+            "Frame Blending - could not expand the velocity channel, falling back to "
+            "Interpolation!\nNimbraFrameData"));
+        EXPECT_EQ(blended.values(kSmoke), Blended(hill.a, hill.b, 0.5f).values(kSmoke));
+    }
+}
+
+// Each way to fail leaves whole grids or a refusal, and nothing behind.
+TEST(BlendFrames, WithoutMemory_ABlendIsRefusedOrFallsBack) {
+    MovingHill hill(4);
+    for (TestFrame* f : {&hill.a, &hill.b})
+        f->getChannelProxy(kSpeed);
+    TessUtils::MemoryTracker* const memory = getGlobalMemoryTracker();
+    const Threads lent(2);
+    for (int method : {kInterpolateGrids, kBlendAlongVelocity}) {
+        const Field expected = Blended(hill.a, hill.b, 0.5f, method).values(kSmoke);
+        const Field plain = Blended(hill.a, hill.b, 0.5f).values(kSmoke);
+        int counts[8] = {};
+        for (std::uint64_t n = 1; n <= 30; ++n) {
+            const std::size_t before = memory->currentBlocks();
+            {
+                memory->failAllocation(n);
+                Blended blended(hill.a, hill.b, 0.5f, method);
+                memory->failAllocation(0);
+                ++counts[blended.result.status];
+                if (blended.result.status != kFrameScaleMismatch) {
+                    const bool fellBack = blended.result.status == kFrameVelocityFallback;
+                    EXPECT_EQ(blended.values(kSmoke), fellBack ? plain : expected) << n;
+                }
+            }
+            EXPECT_EQ(memory->currentBlocks(), before) << n;
+        }
+        EXPECT_GE(counts[kFrameScaleMismatch], 5) << "a channel each";
+        EXPECT_EQ(counts[kFrameVelocityFallback], method == kBlendAlongVelocity ? 5 : 0);
+        EXPECT_GE(counts[kFrameLoaded], 1);
+    }
+}
+
+TEST(BlendFrames, Stopped_KeepsNoHalfSources) {
+    for (int questions = 0; questions < 12; ++questions) {
+        MovingHill hill(4);
+        Stop stop(questions);
+        Sources kept;
+        {
+            const Blended stopped(hill.a, hill.b, 0.5f, kBlendAlongVelocity, &kept, true, &stop);
+            EXPECT_EQ(stopped.result.status, kFrameLoaded);
+        }
+        const Blended again(hill.a, hill.b, 0.5f, kBlendAlongVelocity, &kept, false);
+        EXPECT_EQ(again.values(kSmoke),
+                  Blended(hill.a, hill.b, 0.5f, kBlendAlongVelocity).values(kSmoke));
+    }
+    MovingHill hill(4);
+    Stop stop;
+    EXPECT_EQ(Blended(hill.a, hill.b, 0.5f, kInterpolateGrids, &stop).values(kSmoke),
+              Field(32 * 3 * 3, 0.0f));
 }
 
 }  // namespace

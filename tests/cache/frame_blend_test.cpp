@@ -129,12 +129,40 @@ TEST_F(FrameBlend, DamagedFiles) {
     EXPECT_EQ(load(holder, 8500), kFrameFailed);
 }
 
+TEST_F(FrameBlend, SecondWeight_OpensNothingAndSearchesNothing) {
+    writeMoving({1, 2, 3});
+    OpenCount opens(files.folder);
+    NimbraFrame holder;
+    const Wish wish{.method = kVelocity};
+    EXPECT_EQ(load(holder, 1250, wish), kFrameLoaded);
+    EXPECT_GT(opens.take(), 0);
+    const NimbraFrameData* const from = holder.blendFrom;
+    float* const source = holder.blendSource[kSmoke];
+    ASSERT_NE(source, nullptr);
+    EXPECT_TRUE(holder.blendSourceValid);
+    // What the search would find is changed by hand: the next weight follows it.
+    for (int i = 0; i < 3 * 8 * 4 * 4; ++i)
+        source[i] = 1;
+    EXPECT_EQ(load(holder, 1750, wish), kFrameLoaded);
+    EXPECT_EQ(opens.take(), 0);
+    EXPECT_EQ(holder.blendFrom, from);
+    EXPECT_EQ(holder.blendSource[kSmoke], source);
+    // From x = 7 the way leads to x = 1 by three quarters; the cloud is x - 1 there.
+    EXPECT_FLOAT_EQ(smoke(holder, 7), 0.25f * 7 + 0.75f * 1 - 1);
+    // One frame on, only the new one is read.
+    EXPECT_EQ(load(holder, 2250, wish), kFrameLoaded);
+    EXPECT_EQ(opens.take(), 1);
+    EXPECT_NE(smoke(holder, 7), 0.75f * 7 + 0.25f - 1);
+    EXPECT_EQ(NimbraFrame::frameDataArray.size, 3);
+}
+
 TEST_F(FrameBlend, FilesThatChangeBetweenTwoWeights) {
     writeMoving({1, 2});
     NimbraFrame holder;
-    const Wish wish{.method = kInterpolation};
+    const Wish wish{.method = kVelocity};
     load(holder, 1250, wish);
-    files.write(2, 100);  // without velocities, and smaller
+    files.write(
+        2, KolFrame{{{kSmoke, {100}}, {kVelocityX, {0}}, {kVelocityY, {0}}, {kVelocityZ, {0}}}});
     EXPECT_EQ(load(holder, 1500, wish), kFrameLoaded);
     EXPECT_EQ(holder.blendTo->gridSize[0], 3);
     EXPECT_EQ(holder.data->gridSize[0], 8);
@@ -299,7 +327,7 @@ TEST_F(FrameBlend, WithoutMemory) {
         NimbraFrame holder;
         tracker->failAllocation(n);
         try {
-            load(holder, 1500, {.method = kInterpolation});
+            load(holder, 1500, {.method = kVelocity});
         } catch (const std::bad_alloc&) {
         }
         tracker->failAllocation(0);
@@ -307,7 +335,7 @@ TEST_F(FrameBlend, WithoutMemory) {
             ++whole;
         else
             ++none;
-        EXPECT_EQ(load(holder, 1250, {.method = kInterpolation}), kFrameLoaded) << n;
+        EXPECT_EQ(load(holder, 1250, {.method = kVelocity}), kFrameLoaded) << n;
         holder.releaseFrames();
         ASSERT_EQ(NimbraFrame::frameDataArray.size, 0) << n;
     }
