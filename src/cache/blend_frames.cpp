@@ -11,6 +11,7 @@
 #include "cache/blend_header.h"
 #include "cache/blend_interpolation.h"
 #include "cache/blend_particles.h"
+#include "cache/blend_tracing.h"
 #include "cache/blend_velocity.h"
 #include "cache/particles_to_grid.h"
 #include "cache/process_memory.h"
@@ -124,7 +125,10 @@ void blendGrids(const GridBlend& blend, int gridMethod, bool recompute,
             return;
         fallBack(gridMethod, result);
     }
-    MTLinInterpCache(blend).interpolate();
+    if (gridMethod == kTracePrecisely)
+        MTInterpPreciseTracing(blend).interpolate();
+    else
+        MTLinInterpCache(blend).interpolate();
 }
 
 BlendResult blendAll(GridBlend& blend, int method, bool recompute,
@@ -160,20 +164,14 @@ BlendResult blendFrames(NimbraFrameData& dst, NimbraFrameData& a, NimbraFrameDat
                         int method, bool recompute, float* (&blendSource)[kChannelSlots],
                         TessUtils::ProgressCallback* stop) {
     GridBlend blend{.dst = dst, .a = a, .b = b, .weight = weight, .stop = stop};
-    BlendResult result;
     try {
-        result = blendAll(blend, method, recompute, blendSource);
+        BlendResult result = blendAll(blend, method, recompute, blendSource);
+        if (result.status != kFrameScaleMismatch)
+            NimbraFrame::frameDataArray.acquireFrame(&dst, true);
+        return result;
     } catch (const std::bad_alloc&) {
         return {kFrameScaleMismatch, {}};
     }
-    if (result.status == kFrameScaleMismatch)
-        return result;
-    const NimbraFrame::FrameDataArray& list = NimbraFrame::frameDataArray;
-    NimbraFrame::frameDataArray.acquireFrame(&dst, true);
-    // Without memory for the list the frame isn't in it.
-    if (list.size < 1 || list[list.size - 1] != &dst)
-        return {kFrameScaleMismatch, {}};
-    return result;
 }
 
 }  // namespace nimbra

@@ -12,6 +12,7 @@
 #include <limits>
 #include <memory>
 
+#include "cache/prt_group.h"
 #include "cache/test_grids.h"
 #include "cache/test_jobs.h"
 #include "cache/test_log.h"
@@ -388,6 +389,141 @@ TEST(BlendAlongVelocity, WithoutVelocities_GridsAreInterpolated) {
             "Frame Blending - could not expand the velocity channel, falling back to "
             "Interpolation!\nNimbraFrameData"));
         EXPECT_EQ(blended.values(kSmoke), Blended(hill.a, hill.b, 0.5f).values(kSmoke));
+    }
+}
+
+/// Two frames of noise on grids that overlap in part; a's matter moves by 3 cells in its time step,
+/// b's by `moved`, both along y.
+struct NoiseInMotion {
+    explicit NoiseInMotion(float moved, bool trees = false)
+        : a({9, 8, 7}), b({9, 9, 7}, {0, -1, 0}) {
+        a.timeStep = 0.25f;
+        b.timeStep = 0.5f;
+        for (TestFrame* f : {&a, &b}) {
+            const int seed = f == &a ? 1 : 2;
+            for (int c : {1, 2, 8, 10, 20})
+                f->add(
+                    c,
+                    [&](int x, int y, int z) { return std::abs(noiseAt(x, y, z, 5 * c + seed)); },
+                    trees);
+            const float speed = f == &a ? 3 / a.timeStep : moved / b.timeStep;
+            for (int c = kVelocityX; c <= kVelocityZ; ++c)
+                f->add(c, [&](int, int, int) { return c == kVelocityY ? speed : 0; });
+        }
+    }
+    /// Value of a traced cell: `from`, `to`: the cells of a and of b, by their y in the result.
+    float traced(int channel, const NimbraFrameData& dst, float w, int x, int z, int from,
+                 int to) const {
+        const auto mix = [&](int c, float wa, float wb) {
+            return wa * a.at(c, dst, x, from, z) + wb * b.at(c, dst, x, to, z);
+        };
+        if (channel != kColorG)
+            return mix(channel, 1 - w, w);
+        const float tb = w * b.at(kSmoke, dst, x, to, z), s = mix(kSmoke, 1 - w, w);
+        return s > 0.0001f ? tb / s * b.at(kColorG, dst, x, to, z) +
+                                 (1 - tb) * a.at(kColorG, dst, x, from, z)
+                           : 0;
+    }
+    TestFrame a, b;
+};
+
+TEST(PreciseTracing, CellsInMotion_AreMixedFromPlacesAlongIt) {
+    for (const auto& [threads, trees, origin] :
+         {std::tuple{0, false, false}, {3, true, false}, {2, false, true}}) {
+        const Threads lent(threads);
+        NoiseInMotion noise(5, trees);
+        // The matter of a cell of b was 8 cells away, along x; 0.49 cells are cut off.
+        for (int c = kAdvectionOriginX; origin && c <= kAdvectionOriginZ; ++c)
+            noise.b.add(c, [&](int x, int y, int z) {
+                return c == kAdvectionOriginX   ? (static_cast<float>(x) + 8.49f) / 9
+                       : c == kAdvectionOriginY ? (static_cast<float>(y) + 0.01f) / 9
+                                                : (static_cast<float>(z) + 0.01f) / 7;
+            });
+        constexpr float kWeight = 0.5f;
+        const Blended blended(noise.a, noise.b, kWeight, kTracePrecisely);
+        ASSERT_EQ(blended.result.status, kFrameLoaded);
+        ASSERT_EQ(blended->gridSize[1], 10);
+        // 0.75 * 3 + 0.25 * 5, or that stretched by 2 * 8 / (3 + 5): 1.75 or 3.5 each way.
+        const int back = origin ? 3 : 2, ahead = origin ? 4 : 2;
+        std::int64_t i = 0;
+        for (int z = 0; z < 7; ++z)
+            for (int y = 0; y < 10; ++y)
+                for (int x = 0; x < 9; ++x, ++i)
+                    for (int c : {1, 2, 8, 10, 20}) {
+                        // The first and the last two rows aren't in both grids.
+                        const bool traced = c != kFuel && y >= 1 && y <= 7;
+                        const float expected =
+                            traced ? noise.traced(c, *blended, kWeight, x, z, std::max(y - back, 0),
+                                                  std::min(y + ahead, 9))
+                                   : interpolated(noise.a, noise.b, kWeight, c, *blended, x, y, z);
+                        ASSERT_EQ(blended->channels[c].read(i), expected)
+                            << c << " at " << x << " " << y << " " << z << ", " << origin;
+                    }
+        // Mixed by the weight's square, and also where one of the grids ends.
+        const float speed = 0.75f * 12 + 0.25f * 10;
+        EXPECT_EQ(blended.values(kVelocityY), Field(9 * 10 * 7, speed));
+        EXPECT_EQ(blended.values(kSpeed), Field(9 * 10 * 7, speed));
+    }
+}
+
+TEST(PreciseTracing, SlowCells_AreInterpolatedAndWithoutOriginsALineIsLogged) {
+    CaughtLog log;
+    NoiseInMotion noise(0.49f);
+    noise.a.add(kVelocityY, [&](int, int, int) { return 0.49f / noise.a.timeStep; });
+    {
+        const Blended slow(noise.a, noise.b, 0.25f, kTracePrecisely);
+        EXPECT_TRUE(log.take().starts_with(
+            "Frame Blending - could not expand the advectionPos channel, blend quality may "
+            "suffer!\nNimbraFrameData"));
+        const Blended plain(noise.a, noise.b, 0.25f);
+        for (int c : {1, 2, 8, 10, 20})
+            EXPECT_EQ(slow.values(c), plain.values(c)) << c;
+    }
+    // A later frame without velocities counts as one at rest; an earlier one falls back.
+    for (int c = kVelocityX; c <= kVelocityZ; ++c)
+        noise.b.freeChannel(c);
+    EXPECT_EQ(Blended(noise.a, noise.b, 0.25f, kTracePrecisely).result.status, kFrameLoaded);
+    noise.a.freeChannel(kVelocityY);
+    EXPECT_EQ(Blended(noise.a, noise.b, 0.25f, kTracePrecisely).result.status,
+              kFrameVelocityFallback);
+    // Motion that isn't finite ends at a border.
+    constexpr float kInfinity = std::numeric_limits<float>::infinity();
+    noise.a.add(kVelocityY, [&](int x, int, int) { return x & 1 ? kInfinity : -kInfinity; });
+    EXPECT_EQ(Blended(noise.a, noise.b, 0.25f, kTracePrecisely).result.status, kFrameLoaded);
+    EXPECT_EQ(Blended(noise.a, noise.a, 0.25f, kBlendAlongVelocity).result.status, kFrameLoaded);
+}
+
+TEST(BlendFrames, ALiquid_GetsItsSurfaceFromTheBlendedParticles) {
+    for (int method : {0, 1, 2, 256}) {
+        MovingHill hill(4);
+        for (TestFrame* f : {&hill.a, &hill.b}) {
+            f->add(kTemperature, [](int, int, int) { return 0.3f; });
+            NimbraFrameData::PGroup& liquid = *f->addGroup("Liquid");
+            const float positions[] = {f == &hill.a ? 7.0f : 11.0f, 1, 1}, age = 9;
+            const std::int64_t id = 5;
+            liquid.count = 1;
+            liquid.setChannel(kPrtPosition, positions);
+            liquid.setChannel(kPrtId, &id);
+            liquid.setChannel(kPrtAge, &age);
+        }
+        Sources kept;
+        {
+            const Blended blended(hill.a, hill.b, 0.5f, method, &kept, true);
+            EXPECT_EQ(blended.result.status, kFrameLoaded);
+            const Field surface = blended.values(kTemperature);
+            const std::size_t middle = (1 * 3 + 1) * 32;
+            const std::size_t particle = method == 256 ? 7 : 9;  // the cross-fade keeps one
+            EXPECT_GT(surface[middle + particle], 0.5f) << method;
+            EXPECT_EQ(surface[middle + 12], 0) << method;
+            EXPECT_EQ(kept.positions[kTemperature], nullptr);
+            EXPECT_EQ(kept.positions[kSmoke] != nullptr, method == kBlendAlongVelocity);
+        }
+        // Without IDs there is nothing better than the grids.
+        hill.b.groups[0]->channelMask &= ~channelBit(kPrtId);
+        const Blended blended(hill.a, hill.b, 0.5f, method);
+        EXPECT_EQ(blended.result.status, kFrameNoParticleId);
+        EXPECT_EQ(blended.result.message, "Liquid");
+        EXPECT_FLOAT_EQ(blended.values(kTemperature)[40], 0.3f);
     }
 }
 
