@@ -26,8 +26,6 @@ struct Wish {
 
 class FrameBlend : public testing::Test {
 protected:
-    void TearDown() override { EXPECT_EQ(NimbraFrame::frameDataArray.size, 0); }
-
     int load(NimbraFrame& holder, std::int64_t ticks, const Wish& wish = {}) const {
         const int size[3] = {1, 1, 1};
         return holder.load(ticks, files.pattern(), wish.method, wish.tpf, size, 1, false,

@@ -19,8 +19,6 @@ class FrameLoad : public testing::Test {
 protected:
     static constexpr const char* kMap = "2,density;";
 
-    void TearDown() override { EXPECT_EQ(NimbraFrame::frameDataArray.size, 0); }
-
     std::string write(int number, double value) {
         char name[32];
         std::snprintf(name, sizeof name, "s_%04d.vdb", number);
