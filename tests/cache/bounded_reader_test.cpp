@@ -82,11 +82,5 @@ TEST_F(InputFileTest, ReplacedWhileOpen_KeepsItsBytes) {
     EXPECT_EQ(file.size(), 3u);
 }
 
-TEST_F(InputFileTest, NotOpen_ReadsNothing) {
-    EXPECT_FALSE(file.open(folder / "missing"));
-    EXPECT_NE(file.problem().find("No such file"), std::string::npos);
-    EXPECT_EQ(read(0, 1).substr(0, 7), "failed:");
-}
-
 }  // namespace
 }  // namespace nimbra

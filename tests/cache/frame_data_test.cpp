@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <barrier>
-#include <bit>
 #include <cmath>
 #include <cstring>
 #include <thread>
@@ -17,7 +16,6 @@
 #include "cache/test_grids.h"
 #include "cache/test_log.h"
 #include "foundation/parallel.h"
-#include "tessra/allocator.h"
 
 namespace nimbra {
 namespace {
@@ -119,16 +117,6 @@ TEST(GetChannel, IdsOutsideTheSlots) {
     EXPECT_FALSE(frame.getChannelRange(-1, low, high));
 }
 
-TEST(GetChannel, AFrameWithoutStoredGrid_HasNone) {
-    NimbraFrameData frame;
-    setSize(frame);
-    frame.setNoStoredGrid();
-    ASSERT_EQ(frame.compressedInts, 1);
-    ASSERT_EQ(frame.compressed[0], 0);
-    for (int c = 0; c < 32; ++c)
-        EXPECT_FALSE(frame.getChannelProxy(c).loaded) << c;
-}
-
 // ---- Expansion ---------------------------------------------------------------------------------
 
 /// The payload of a record with these values, as whole words.
@@ -170,20 +158,6 @@ TEST(StoredChannels, ExpandWhenTheyAreFirstAskedFor) {
         EXPECT_EQ(frame.getChannelData(kTemperature)[7], 0.75f);
         EXPECT_TRUE(frame.compressor3D && !frame.compressor1D);
     }
-}
-
-TEST(StoredChannels, AStreamThatDoesNotDecode_LeavesTheOthersUsable) {
-    test::CaughtLog log;
-    NimbraFrameData frame;
-    store(frame, {record(kSmoke, {0x1234}),
-                  record(kFuel, sequence(std::vector<float>(kCells + 5, 1.0f), 1)),
-                  record(kTemperature, sequence(std::vector<float>(kCells, 2.0f), 1))});
-    frame.fileVersion = 5;
-    EXPECT_FALSE(frame.getChannelProxy(kSmoke).loaded);
-    EXPECT_EQ(log.take(), "Invalid cache file!!!\n");
-    EXPECT_FALSE(frame.getChannelProxy(kFuel).loaded) << "more values than voxels and spare floats";
-    EXPECT_EQ(log.take(), "Invalid cache file!!!\n");
-    EXPECT_TRUE(frame.getChannelProxy(kTemperature).loaded);
 }
 
 TEST(PackedColor, FirstSampling_MakesThreeChannelsAndDropsThePackedOne) {
@@ -259,48 +233,6 @@ TEST(PackedColor, StreamsThatDoNotExpand_LeaveTheChannelAbsent) {
     store(frame, {record(kPackedColor, packedColor(std::vector<std::uint32_t>(kCells + 1)))});
     frame.getChannelProxy(kPackedColor);
     EXPECT_EQ(log.take(), "[ERROR] Decompressing Zip (-5)\nInvalid cache file!!!\n");
-}
-
-TEST(Records, TheWalk_EndsAtABadRecordOrTheBlocksEnd) {
-    const auto color = packedColor(testColors());
-    for (const std::int32_t badLength : {0, -3}) {
-        NimbraFrameData frame;
-        store(frame, {{5, badLength}, record(kPackedColor, color)});
-        EXPECT_FALSE(frame.getChannelProxy(kColorR).loaded);
-    }
-    NimbraFrameData beyond;
-    store(beyond, {{5, 0x7FFFFFFF}, record(kPackedColor, color)});
-    EXPECT_FALSE(beyond.getChannelProxy(kColorR).loaded);
-    // A zlib stream ends by itself, whatever the lengths around it say.
-    auto wordsBeyond = record(kPackedColor, color), fewWords = wordsBeyond,
-         bytesBeyond = wordsBeyond, negative = wordsBeyond;
-    wordsBeyond[1] += 1000;
-    fewWords[1] = 1;
-    bytesBeyond[2] += 1000;
-    negative[3] = -1;
-    for (const auto& last : {wordsBeyond, fewWords, bytesBeyond, negative}) {
-        NimbraFrameData frame;
-        store(frame, {record(5, {1}), last});
-        EXPECT_TRUE(frame.getChannelProxy(kColorR).loaded);
-    }
-}
-
-TEST(Records, NoMemoryOrAGridThatIsNone_LeaveTheChannelAbsent) {
-    NimbraFrameData frame;
-    store(frame, {record(kPackedColor, packedColor(testColors()))});
-    frame.gridSize[0] = 1 << 30;
-    frame.gridSize[1] = 1 << 30;
-    EXPECT_FALSE(frame.getChannelProxy(kColorR).loaded);
-    frame.gridSize[0] = -5;
-    EXPECT_FALSE(frame.getChannelProxy(kColorR).loaded);
-    setSize(frame);
-    for (int n = 1; n <= 12; ++n) {
-        getGlobalMemoryTracker()->failAllocation(n);
-        frame.getChannelProxy(kColorR);
-        getGlobalMemoryTracker()->failAllocation(0);
-        frame.freeChannels();
-    }
-    EXPECT_TRUE(frame.getChannelProxy(kColorR).loaded) << "the frame stays usable";
 }
 
 TEST(Speed, IsTheLengthOfTheVelocity) {
@@ -443,63 +375,6 @@ TEST(UpAxis, FlippingThereAndBack_RestoresTheMatrix) {
     frame.flipUpAxis(1);
     EXPECT_EQ(frame.upAxisFlipped, 0);
     EXPECT_TRUE(std::equal(before, before + 12, frame.transform));
-}
-
-TEST(ResetHeader, PutsAllButTheGridsPlaceBack) {
-    NimbraFrameData frame;
-    EXPECT_EQ(frame.frameNumber, INT32_MIN);
-    EXPECT_EQ(frame.fileVersion, 0x7FFFFFFF);
-    EXPECT_EQ(frame.simScale, 0.0f);
-    EXPECT_EQ(frame.timeStep, 0.0f);
-    EXPECT_EQ(frame.particleScale, 1.0f);
-    attach(frame, 2, dense([](int, int, int) { return 1.0f; }));
-    frame.channels[2].minValue = frame.channels[2].maxValue = 0;
-    frame.flags = 13;
-    frame.motionTm[3] = frame.motionTm2[3] = frame.motionTm3[3] = 5;
-    frame.simInfo.setSimStep(-4);
-    frame.channelFileValue[7] = 8;
-    frame.bboxMin[1] = 0;
-    frame.upAxisFlipped = 1;
-    frame.transform[9] = 3;
-    frame.resetHeader(true);
-    EXPECT_EQ(frame.flags, 4u);
-    EXPECT_FALSE(frame.channels[2].loaded);
-    EXPECT_FALSE(frame.channels[2].rangeKnown());
-    EXPECT_EQ(frame.channelMask, 0u);
-    EXPECT_EQ(frame.motionTm[3], 0.0f);
-    EXPECT_EQ(frame.motionTm2[3], 0.0f);
-    EXPECT_EQ(frame.motionTm3[3], 0.0f);
-    EXPECT_EQ(frame.motionTm3[8], 1.0f);
-    EXPECT_EQ(frame.simInfo.simStep(), 0);
-    EXPECT_EQ(frame.channelFileValue[7], -1);
-    EXPECT_EQ(std::bit_cast<std::uint32_t>(frame.bboxMin[1]), 0x60AD78ECu);
-    EXPECT_EQ(std::bit_cast<std::uint32_t>(frame.bboxMax[1]), 0xE0AD78ECu);
-    EXPECT_EQ(frame.timeStep, 0.033333335f);
-    EXPECT_EQ(frame.simScale, 0.001f);
-    EXPECT_EQ(frame.upAxisFlipped, 0);
-    EXPECT_EQ(frame.transform[9], 3.0f);
-    EXPECT_EQ(frame.gridSize[0], kNx);
-}
-
-TEST(SimInfo, FieldsLieAtTheirPlacesInTheBlock) {
-    SimInfo info;
-    info.setSimTime(1.5);
-    info.setSimInfo2(2.5);
-    info.setSimStep(0x01020304);
-    info.setSimInfo3(3.5);
-    info.setSimInfo4(0x1122334455667788u);
-    const auto doubleAt = [&](int at) {
-        double v;
-        std::memcpy(&v, info.bytes + at, 8);
-        return v;
-    };
-    EXPECT_EQ(doubleAt(8), 1.5);
-    EXPECT_EQ(doubleAt(16), 2.5);
-    EXPECT_EQ(info.bytes[348], 4);
-    EXPECT_EQ(doubleAt(352), 3.5);
-    EXPECT_EQ(info.bytes[384], 0x88);
-    EXPECT_EQ(info.simStep(), 0x01020304);
-    EXPECT_EQ(info.simInfo4(), 0x1122334455667788u);
 }
 
 TEST(Groups, OnlyThoseWithPositions_AreCounted) {

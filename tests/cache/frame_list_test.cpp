@@ -2,8 +2,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
-#include <regex>
-
 #include "cache/nimbra_frame.h"
 #include "cache/test_log.h"
 
@@ -49,22 +47,6 @@ TEST(FrameDataArray, Counts_AreKeptAndLogged) {
     list.releaseFrame(frame);
     list.releaseFrame(nullptr);
     EXPECT_EQ(log.take(), "");
-}
-
-TEST(FrameDataArray, AReleasedFrame_IsReplacedByTheLast) {
-    NimbraFrame::FrameDataArray list;
-    int gone = 0;
-    NimbraFrameData* frames[4];
-    for (auto*& f : frames)
-        f = list.acquireFrame(new WatchedFrame(gone), false);  // not in the list: taken in
-    list.releaseFrame(frames[1]);
-    ASSERT_EQ(list.size, 3);
-    EXPECT_EQ(list[0], frames[0]);
-    EXPECT_EQ(list[1], frames[3]);
-    EXPECT_EQ(list[2], frames[2]);
-    list.releaseFrame(frames[2]);
-    EXPECT_EQ(list.size, 2);
-    EXPECT_EQ(gone, 2);
 }
 
 TEST(FrameDataArray, AFrameTakenInTwice_GoesOnce) {

@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <bit>
-#include <cmath>
 #include <limits>
 
 #include "cache/test_grids.h"
@@ -57,20 +55,6 @@ TEST(GridChannelProxy, Allocate_GivesZerosAndSpareFloatsOrNothing) {
     getGlobalMemoryTracker()->failAllocation(0);
 }
 
-TEST(GridChannelProxy, Allocate_DoesNotTouchTheRange) {
-    test::Proxy proxy;
-    EXPECT_EQ(std::bit_cast<std::uint32_t>(proxy.minValue), 0x7F7FFFFFu);
-    EXPECT_EQ(std::bit_cast<std::uint32_t>(proxy.maxValue), 0x80800000u);
-    EXPECT_FALSE(proxy.rangeKnown());
-    proxy.minValue = -3;
-    proxy.maxValue = -3;
-    const int size[3] = {1, 1, 1};
-    proxy.allocate(size);
-    proxy.free();
-    EXPECT_TRUE(proxy.rangeKnown());
-    EXPECT_EQ(proxy.minValue, -3.0f);
-}
-
 TEST(GridStorage, LastCells_NeverLieBeyondTheGrid) {
     GridStorage s;
     // 2^24 + 2 cells: the last one's number has no float of its own.
@@ -83,18 +67,6 @@ TEST(GridStorage, LastCells_NeverLieBeyondTheGrid) {
     const int longest[3] = {std::numeric_limits<int>::max(), 1, 1};
     ASSERT_TRUE(s.setSize(longest));
     EXPECT_LE(static_cast<double>(s.lastCellFloat[0]), 2147483646.0);
-}
-
-TEST(ScanRange, Dense_LeavesSpareFloatsOut) {
-    test::Proxy proxy = test::denseChannel(
-        {2, 2, 1}, [](int x, int y, int) { return 1.0f + x + y; }, 4);
-    proxy.storage->voxels[4] = -50;
-    proxy.storage->voxels[7] = 50;
-    float min = 0, max = 0;
-    ASSERT_TRUE(proxy.scanRange(min, max));
-    EXPECT_EQ(min, 1.0f);
-    EXPECT_EQ(max, 3.0f);
-    EXPECT_FALSE(test::Proxy().scanRange(min, max));
 }
 
 TEST(ScanRange, Tree_TakesActiveValuesWithTheScale) {
@@ -117,17 +89,6 @@ TEST(ScanRange, Tree_TakesActiveValuesWithTheScale) {
     ASSERT_TRUE(empty.scanRange(min, max));
     EXPECT_EQ(min, 0.0f);
     EXPECT_EQ(max, 0.0f);
-}
-
-TEST(ScanRange, Tree_SeesTilesToo) {
-    // 8 x 8 x 8 cells of one value become a tile.
-    const test::Proxy tree = test::treeChannel(kFloatTree, {16, 8, 8}, [](int x, int y, int z) {
-        return x < 8 ? 9.0f : x == 8 && y == 0 && z == 0 ? -2.0f : 0.0f;
-    });
-    float min = 0, max = 0;
-    ASSERT_TRUE(tree.scanRange(min, max));
-    EXPECT_EQ(min, -2.0f);
-    EXPECT_EQ(max, 9.0f);
 }
 
 }  // namespace

@@ -160,44 +160,6 @@ TEST(GridSamplers, Trees_SampleLikeTheDenseGrid) {
     }
 }
 
-TEST(GridSamplers, LinearField_IsSampledExactly) {
-    // Sums of multiples of 1/64 below 2^10 round nowhere.
-    const auto field = [](float x, float y, float z) { return 2 * x - 3 * y + 0.5f * z + 7; };
-    const Cell3 size{12, 9, 20};
-    const auto dense = denseChannel(size, field);
-    const auto tree = treeChannel(kFloatTree, size, field);
-    std::mt19937 random(5);
-    for (int i = 0; i < 2000; ++i) {
-        std::array<float, 3> p{};
-        for (int a = 0; a < 3; ++a)
-            p[a] = 0.5f + static_cast<float>(random() % (8 * (size[a] - 2))) / 8;
-        const float expected = field(p[0], p[1], p[2]);
-        for (const auto* proxy : {&dense, &tree}) {
-            ASSERT_EQ(sampleAt(*proxy, kLinearSampler, 0, p), expected);
-            ASSERT_NEAR(sampleAt(*proxy, kSphericalSampler, 0, p), expected, roundingOf(60, 0));
-        }
-    }
-}
-
-TEST(GridSamplers, Borders_AnswerWithTheBordersValue) {
-    const Cell3 size{10, 10, 10};
-    const auto proxy = denseChannel(size, [](int x, int y, int z) { return noiseAt(x, y, z, 2); });
-    const auto voxel = [&](int x, int y, int z) { return proxy.read(x + y * 10 + z * 100); };
-    for (int type = 0; type < 3; ++type) {
-        EXPECT_EQ(sampleAt(proxy, type, 0, {-3, 4, 4}), sampleAt(proxy, type, 0, {0, 4, 4}));
-        EXPECT_EQ(sampleAt(proxy, type, 0, {4, 1e30f, 4}), sampleAt(proxy, type, 0, {4, 9, 4}));
-        EXPECT_EQ(sampleAt(proxy, type, 0, {-1, -1, -1}), voxel(0, 0, 0));
-        EXPECT_EQ(sampleAt(proxy, type, 0, {9, 9, 9}), voxel(9, 9, 9));
-    }
-    // The smooth filter is linear between the two outermost cells.
-    EXPECT_EQ(sampleAt(proxy, kSphericalSampler, 0, {0.25f, 0, 9}),
-              0.75f * voxel(0, 0, 9) + 0.25f * voxel(1, 0, 9));
-    EXPECT_EQ(sampleAt(proxy, kSphericalSampler, 0, {8.75f, 0, 9}),
-              0.25f * voxel(8, 0, 9) + 0.75f * voxel(9, 0, 9));
-    // Nearest cell: half way goes up, whatever the wrap bits say.
-    EXPECT_EQ(sampleAt(proxy, kBoxSampler, 7, {2.5f, 3.49f, 9.6f}), voxel(3, 3, 9));
-}
-
 TEST(GridSamplers, ACellBeyondReach_DoesNotSpreadWhatIsNotANumber) {
     const float nan = std::numeric_limits<float>::quiet_NaN();
     // All cells but a block of 3 are NaN; what the filters read in the block must be clean.
@@ -236,15 +198,6 @@ TEST(GridSamplers, PositionsThatAreNoPlace_ReadACellOfTheGrid) {
     const auto dense = denseChannel(size, field);
     for (int type = 0; type < 3; ++type)
         EXPECT_EQ(sampleAt(dense, type, 0, {nan, nan, nan}), dense.read(0)) << type;
-}
-
-TEST(GridSamplers, ATinyNegativePosition_WrapsToTheStart) {
-    const auto proxy =
-        denseChannel({4, 4, 4}, [](int x, int y, int z) { return noiseAt(x, y, z, 6); });
-    for (int type : {kLinearSampler, kSphericalSampler})
-        EXPECT_NEAR(sampleAt(proxy, type, 7, {-1e-9f, 2, 2}), sampleAt(proxy, type, 7, {0, 2, 2}),
-                    1e-5)
-            << type;
 }
 
 TEST(GridSamplers, Masks_ChooseEntriesAndLeaveTheOthersAlone) {

@@ -8,9 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 #include <limits>
-#include <memory>
 #include <random>
 
 #include "cache/prt_group.h"
@@ -198,35 +196,6 @@ TEST(ParticlesToGrid, Values_AreThoseOfEachVoxelForItself) {
                     << size[0] << " x " << size[1] << ", " << count << ", voxel " << i;
         }
     }
-}
-
-TEST(ParticlesToGrid, OneParticle_FallsOffLinearlyOverTwoVoxels) {
-    const Field values = surfaceOf({12, 12, 12}, {5, 6, 6});
-    const auto at = [&](int x, int y, int z) {
-        return values[static_cast<std::size_t>((z * 12 + y) * 12 + x)];
-    };
-    EXPECT_EQ(at(5, 6, 6), 1.0f);
-    EXPECT_EQ(at(4, 6, 6), 0.5f);
-    EXPECT_EQ(at(5, 7, 6), 0.5f);
-    EXPECT_NEAR(at(5, 7, 7), 1 - std::sqrt(0.5f), 1e-6f);
-    EXPECT_EQ(at(5, 6, 8), 0.0f);
-    EXPECT_EQ(at(0, 0, 0), 0.0f);
-}
-
-TEST(ParticlesToGrid, FullNeighbours_AreInsideWithoutALook) {
-    // Six particles in the low or in the high corner of each half cell, so that the voxels between
-    // a low and a high one have none near them.
-    Field positions;
-    for (int z = 0; z < 3; ++z)
-        for (int y = 0; y < 3; ++y)
-            for (int x = 0; x < 3; ++x)
-                for (int i = 0; i < 6; ++i)
-                    for (int h : {x, y, z})
-                        positions.push_back(static_cast<float>(2 * h) +
-                                            ((x + y + z) % 2 ? 1.99f : 0.0f));
-    EXPECT_EQ(surfaceOf({6, 6, 6}, positions), Field(216, 1.0f));
-    positions.resize(positions.size() - 3);
-    EXPECT_NE(surfaceOf({6, 6, 6}, positions), Field(216, 1.0f));
 }
 
 TEST(ParticlesToGrid, ParticlesOutside_AreDropped) {

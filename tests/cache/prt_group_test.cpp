@@ -93,29 +93,6 @@ TEST(PrtGroup, Channels_HaveTheirLayout) {
     EXPECT_EQ(group.getChannelComponents(31), 1);
 }
 
-TEST(PrtGroup, WithoutPositions_TheCountIs0) {
-    Group group;
-    group.count = 12;
-    group.channelMask = 1u << kPrtSize;
-    EXPECT_EQ(group.getCount(), 0);
-    group.channelMask |= 1u << kPrtPosition;
-    EXPECT_EQ(group.getCount(), 12);
-}
-
-TEST(PrtGroup, Values_ComeOutByParticle) {
-    Group group;
-    group.count = 3;
-    const float positions[9] = {1, 2, 3, 4, 5, 6, 7, 8, 9};
-    ASSERT_TRUE(group.setChannel(kPrtPosition, positions));
-    float out[3] = {};
-    ASSERT_TRUE(group.getValue(1, kPrtPosition, out));
-    EXPECT_EQ(std::vector<float>(out, out + 3), (std::vector<float>{4, 5, 6}));
-    EXPECT_FALSE(group.getValue(3, kPrtPosition, out));
-    EXPECT_FALSE(group.getValue(-1, kPrtPosition, out));
-    EXPECT_FALSE(group.getValue(0, kPrtAge, out));
-    EXPECT_FALSE(group.getValue(0, 32, out));
-}
-
 TEST(PrtGroup, EveryMethod_GivesTheStoredValues) {
     std::mt19937 random(7);
     for (const int count : {1, 31, 32, 33, 100, 1000})
@@ -138,20 +115,6 @@ TEST(PrtGroup, EveryMethod_GivesTheStoredValues) {
                 ASSERT_TRUE(group.getValue(count - 1, channel, last));
                 EXPECT_EQ(last[components - 1], words.back());
             }
-}
-
-TEST(PrtGroup, PlanarStreams_MayBeLongerThanTheirChannel) {
-    const std::vector<std::uint32_t> words = {0x3F800001, 0x3F900002, 0x3FA00003,
-                                              0x3FB00004, 0x3FC00005, 0x3FD00006};
-    Bytes stream = packedBy(kPrtPlanar, words, 3);
-    stream.resize(stream.size() + 40);
-    Group group;
-    group.count = 2;
-    ASSERT_TRUE(group.setPlanar(kPrtColor, std::as_bytes(std::span(stream))));
-    ASSERT_NE(group.channelData(kPrtColor), nullptr);
-    EXPECT_EQ(std::memcmp(group.channelData(kPrtColor), words.data(), 24), 0);
-    EXPECT_FALSE(group.setPlanar(kPrtColor, std::as_bytes(std::span(stream)).subspan(1)));
-    EXPECT_FALSE(group.hasChannel(kPrtColor));
 }
 
 TEST(PrtGroup, DamagedChannels_AreAbsent) {

@@ -3,15 +3,14 @@
 #include "cache/sg_compressor.h"
 
 #include <gtest/gtest.h>
-#include <zlib.h>
 
 #include <array>
 #include <cmath>
-#include <fstream>
-#include <iterator>
 #include <random>
+#include <span>
 
 #include "support/golden.h"
+#include "support/temp_folder.h"
 
 namespace NMBUtils {
 namespace {
@@ -19,16 +18,9 @@ namespace {
 using nimbra::test::GoldenCase;
 using Bytes = std::vector<std::uint8_t>;
 
-Bytes readFile(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
-std::string crcOf(const float* values, std::size_t count) {
-    char text[16];
-    std::snprintf(text, sizeof text, "%08lx",
-                  crc32(0, reinterpret_cast<const Bytef*>(values), static_cast<uInt>(count * 4)));
-    return text;
+Bytes bytesOf(const std::filesystem::path& path) {
+    const std::string text = nimbra::test::readFile(path);
+    return {text.begin(), text.end()};
 }
 
 int decode(int dimensions, const Bytes& bytes, std::vector<float>& out) {
@@ -38,7 +30,7 @@ int decode(int dimensions, const Bytes& bytes, std::vector<float>& out) {
 }
 
 void checkStream(const nlohmann::json& c, float prefill, const std::filesystem::path& folder) {
-    const Bytes bytes = readFile(folder / c["file"].get<std::string>());
+    const Bytes bytes = bytesOf(folder / c["file"].get<std::string>());
     std::vector<float> out(c["elementLimit"].get<std::size_t>(), prefill);
     EXPECT_EQ(decode(c["dimensions"], bytes, out) != 0, c["returns"].get<bool>());
     if (c.value("untouched", false)) {
@@ -47,7 +39,7 @@ void checkStream(const nlohmann::json& c, float prefill, const std::filesystem::
     if (!c.contains("checkedCount"))
         return;
     const auto checked = c["checkedCount"].get<std::size_t>();
-    EXPECT_EQ(crcOf(out.data(), checked), c["crc32"]);
+    EXPECT_EQ(nimbra::test::crc32Of(std::as_bytes(std::span(out).first(checked))), c["crc32"]);
     const auto& index = c["sample_index"];
     for (std::size_t i = 0; i < index.size(); ++i)
         EXPECT_EQ(nimbra::test::bitsOf(out[index[i].get<std::size_t>()]), c["sample_bits"][i]);
@@ -98,7 +90,8 @@ TEST(SGCompressor, WrittenStreams_ComeBackWithinHalfAStep) {
 }
 
 TEST(SGCompressor, StreamsInAFile_DecodeAsThoseInMemory) {
-    const std::string path = testing::TempDir() + "sg_stream_in_a_file";
+    const nimbra::test::TempFolder folder;
+    const std::string path = folder / "stream";
     const std::vector<float> in = smoke(5000, 5);
     SGCompressor<1> compressor;
     for (const int zones : {1, 3}) {
@@ -113,11 +106,9 @@ TEST(SGCompressor, StreamsInAFile_DecodeAsThoseInMemory) {
         // A length beyond the file's end, then files that end too early.
         for (const std::size_t left : {bytes.size(), bytes.size() - 40, std::size_t{30},
                                        std::size_t{10}, std::size_t{3}, std::size_t{0}}) {
-            std::ofstream(path, std::ios::binary)
-                .write(reinterpret_cast<const char*>(bytes.data()),
-                       static_cast<std::streamsize>(left));
-            std::vector<float> fromMemory(in.size(), -7.0f), fromFile(in.size(), -7.0f);
             const Bytes cut(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(left));
+            folder.write("stream", std::string(cut.begin(), cut.end()));
+            std::vector<float> fromMemory(in.size(), -7.0f), fromFile(in.size(), -7.0f);
             EXPECT_EQ(compressor.Decode(nullptr, bytes.size() + 9, fromFile.data(), in.size(),
                                         path.c_str()),
                       decode(1, cut, fromMemory))
@@ -128,7 +119,6 @@ TEST(SGCompressor, StreamsInAFile_DecodeAsThoseInMemory) {
             }
         }
     }
-    std::filesystem::remove(path);
 }
 
 TEST(SGCompressor, ConstantAndNonFiniteZones_TakeElevenBytes) {

@@ -16,24 +16,8 @@
 namespace nimbra {
 namespace {
 
-using test::noiseAt;
 using test::patchyNoise;
 using test::treeChannel;
-
-TEST(ReadTree, EachKind_GivesTheScaledComponent) {
-    const test::Cell3 size{25, 18, 19};
-    for (int kind = kFloatTree; kind <= kVec3dTree; ++kind)
-        for (int component = 1; component <= (kind >= kVec3fTree ? 3 : 1); ++component) {
-            const test::Proxy tree =
-                treeChannel(kind, size, patchyNoise, {{-9, 100, 3}, component, 0.25f});
-            for (int z = 0; z < size[2]; ++z)
-                for (int y = 0; y < size[1]; ++y)
-                    for (int x = 0; x < size[0]; ++x)
-                        ASSERT_EQ(tree.read((z * size[1] + y) * size[0] + x),
-                                  patchyNoise(x, y, z) * 0.25f)
-                            << "kind " << kind << " at " << x << " " << y << " " << z;
-        }
-}
 
 TEST(ReadTree, Runs_AreTheCellsOneByOne) {
     const test::Cell3 size{21, 10, 9};
@@ -52,13 +36,6 @@ TEST(ReadTree, Runs_AreTheCellsOneByOne) {
                 ASSERT_EQ(run.back(), -1.0f);
             }
     }
-}
-
-TEST(ReadTree, KindsThatDoNotExist_Read0) {
-    const test::Proxy tree = treeChannel(kFloatTree, {4, 4, 4}, [](int, int, int) { return 1.0f; });
-    EXPECT_EQ(readTree(tree.storage->grid, kFloatTree, 5), 1.0f);
-    for (int kind : {-1, 0, 7, 100})
-        EXPECT_EQ(readTree(tree.storage->grid, kind, 5), 0.0f) << kind;
 }
 
 TEST(WriteTree, AllKinds_ReadBackWhatWasWritten) {

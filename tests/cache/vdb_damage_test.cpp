@@ -100,14 +100,8 @@ TEST_F(VdbDamage, RandomMutations_AnswerAlways) {
         for (int round = 0; round < 100; ++round) {
             std::string bytes = sound;
             for (std::size_t n = 1 + pick(4); n > 0; --n) {
-                static const std::uint64_t kValues[] = {0,
-                                                        1,
-                                                        0x7FFFFFFF,
-                                                        0x80000000,
-                                                        0xFFFFFFFF,
-                                                        0x7FFFFFFFFFFFFFFF,
-                                                        0x8000000000000000,
-                                                        0xFFFFFFFFFFFFFFFF};
+                static const std::uint64_t kValues[] = {
+                    0, 1, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF, INT64_MAX, 1ull << 63, ~0ull};
                 const std::size_t at = pick(bytes.size() - 8);
                 switch (pick(4)) {
                     case 0:

@@ -9,7 +9,6 @@
 #include <chrono>
 #include <cmath>
 #include <limits>
-#include <thread>
 
 #include "cache/channel_mapping.h"
 #include "cache/external_readers.h"
@@ -174,19 +173,6 @@ TEST_F(VdbImport, DefaultMapping_OfASequence) {
     EXPECT_EQ(at(1, 0, 0, 0), 0.5f);
 }
 
-TEST_F(VdbImport, NoKnownName_TheFirstScalarIsSmoke) {
-    const auto voxel = ballOfVoxels({0, 0, 0}, 1);
-    std::vector<GridSpec> grids;
-    for (const char* type : {"bool", "points", "vec3i", "vec3s", "int32", "float"}) {
-        grids.push_back(scalar(std::string("my_") + type, voxel));
-        grids.back().type = type;
-    }
-    const std::string path = write({.grids = grids});
-    EXPECT_EQ(CacheIO::findChannelMap(path), "2,my_int32;");
-    ASSERT_EQ(importVdb(path, frame, CacheIO::findChannelMap(path), false), kLoadOk);
-    EXPECT_EQ(at(2, 1, 1, 1), 1.0f);
-}
-
 TEST_F(VdbImport, OtherTypesAndNames_ArePassedOver) {
     const auto voxel = ballOfVoxels({0, 0, 0}, 1);
     GridSpec mask = scalar("mask", voxel);
@@ -212,17 +198,6 @@ TEST_F(VdbImport, EmptyGrid_IsOneEmptyCell) {
         kLoadOk);
     expectSize(5, 5, 5);
     EXPECT_EQ(at(10, 2, 2, 2), 0.0f);
-}
-
-TEST_F(VdbImport, NotFiniteValues_StayInTheirCells) {
-    const double inf = std::numeric_limits<double>::infinity();
-    const GridSpec g = scalar(
-        "density",
-        {{{0, 0, 0}, {std::nan(""), 0, 0}}, {{1, 0, 0}, {inf, 0, 0}}, {{2, 0, 0}, {1, 0, 0}}});
-    ASSERT_EQ(import({.grids = {g}}, "2,density;"), kLoadOk);
-    EXPECT_TRUE(std::isnan(at(2, 0, 0, 0)));
-    EXPECT_EQ(at(2, 1, 0, 0), inf);
-    EXPECT_EQ(at(2, 2, 0, 0), 1.0f);
 }
 
 TEST_F(VdbImport, Tiles_AreNotExpanded) {

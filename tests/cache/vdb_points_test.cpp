@@ -150,19 +150,6 @@ TEST_F(VdbPointsTest, PointsAlone_MakeTheFrame) {
     EXPECT_EQ(group()->getCount(), 0);
 }
 
-// Written by a simulator with a codec of its own for integers.
-TEST_F(VdbPointsTest, ForeignCodecs_AreSteppedOver) {
-    CaughtLog log;
-    ASSERT_EQ(
-        importVdb(NIMBRA_TEST_DATA "/vdb/spray_0017.vdb", frame, "2,wave_crest_secondary;", false),
-        kLoadOk);
-    EXPECT_EQ(frame.channelMask, 4u);
-    ASSERT_NE(group(), nullptr);
-    EXPECT_STREQ(group()->getName(), "particles_secondary");
-    EXPECT_GT(group()->getCount(), 1000);
-    EXPECT_EQ(log.take(), "");
-}
-
 TEST_F(VdbPointsTest, DamagedPoints_SpoilNoOtherGrid) {
     const std::string sound = bytesOf(smokeAndPoints(400, "null", 4));
     VdbFile file;
