@@ -10,6 +10,7 @@
 #include <mutex>
 #include <set>
 #include <thread>
+#include <utility>
 
 #include "foundation/log.h"
 
@@ -71,6 +72,8 @@ bool KolStream::open(const std::string& path, bool noRetry) {
         problem_ = file_.problem();
         return false;
     }
+    // Copied first: a path that was entered has to be left again.
+    std::string guarded = path;
     if (!pathGuard().enter(path)) {
         problem_ = "is being read elsewhere";
         return false;
@@ -79,7 +82,7 @@ bool KolStream::open(const std::string& path, bool noRetry) {
         problem_ = "is being written";
         return false;
     }
-    path_ = path;
+    path_ = std::move(guarded);
     return true;
 }
 

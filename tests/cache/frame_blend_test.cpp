@@ -6,9 +6,7 @@
 
 #include "cache/nimbra_frame.h"
 #include "cache/test_log.h"
-#include "foundation/memory.h"
 #include "support/kol_sequence.h"
-#include "tessra/allocator.h"
 
 namespace nimbra {
 namespace {
@@ -314,31 +312,6 @@ TEST_F(FrameBlend, EmptyPath_HasNoMomentBetweenFrames) {
     const int size[3] = {2, 2, 2};
     EXPECT_EQ(holder.load(500, "", 0, 1000, size, 1, false, true, 0, ""), kFrameFailed);
     EXPECT_EQ(holder.load(1000, "", 0, 1000, size, 1, false, true, 0, ""), kFrameLoaded);
-}
-
-// Whichever allocation fails: a frame is shown or none, nothing is leaked, and the next try works.
-TEST_F(FrameBlend, WithoutMemory) {
-    writeMoving({1, 2});
-    auto* const tracker = getGlobalMemoryTracker();
-    int whole = 0, none = 0;
-    for (std::uint64_t n = 1; n <= 400; ++n) {
-        NimbraFrame holder;
-        tracker->failAllocation(n);
-        try {
-            load(holder, 1500, {.method = kVelocity});
-        } catch (const std::bad_alloc&) {
-        }
-        tracker->failAllocation(0);
-        if (holder.data && smoke(holder) > -2)
-            ++whole;
-        else
-            ++none;
-        EXPECT_EQ(load(holder, 1250, {.method = kVelocity}), kFrameLoaded) << n;
-        holder.releaseFrames();
-        ASSERT_EQ(NimbraFrame::frameDataArray.size, 0) << n;
-    }
-    EXPECT_GT(none, 0);
-    EXPECT_GT(whole, 0);
 }
 
 }  // namespace
