@@ -144,19 +144,6 @@ TEST_F(F3dImport, HeaderOnly_SizeAndPlaceWithoutVoxels) {
     EXPECT_FALSE(frame.channels[kSmoke].loaded);
 }
 
-TEST_F(F3dImport, NonFiniteValues_BecomeZeroAndAreCounted) {
-    ASSERT_EQ(load(sample("nonfinite_h5.f3d"), "2,density;"), kLoadOk);
-    EXPECT_NE(lastImportWarning().find("3 values that aren't finite were set to 0"),
-              std::string::npos)
-        << lastImportWarning();
-    float low = 0, high = 0;
-    ASSERT_TRUE(frame.getChannelRange(kSmoke, low, high));
-    EXPECT_EQ(low, 0.0f);
-    EXPECT_LT(high, 2.0f);
-    ASSERT_EQ(load(sample("dense_half_og.f3d"), "2,density;"), kLoadOk);
-    EXPECT_EQ(lastImportWarning(), "");
-}
-
 TEST_F(F3dImport, LayersOfTwoBoxes_ShareOneGrid) {
     // A dense layer in one corner, a sparse one in the other.
     test::LayerSpec dense = test::LayerSpec::dense(), sparse = test::LayerSpec::sparse(true);
@@ -198,18 +185,6 @@ TEST_F(F3dImport, LayersOfTwoBoxes_ShareOneGrid) {
         EXPECT_FLOAT_EQ(voxel(kSmoke, s[0][0].get<int>() - low[0], s[0][1].get<int>() - low[1],
                               s[0][2].get<int>() - low[2]),
                         s[1].get<float>());
-}
-
-TEST_F(F3dImport, Sparse_RawAndPackedBlocks) {
-    for (const bool packed : {false, true}) {
-        const std::string path = folder.write("s.f3d", test::LayerSpec::sparse(packed).file());
-        ASSERT_EQ(load(path, "2,density;"), kLoadOk) << lastImportProblem();
-        for (int k = 0; k < 8; ++k)
-            for (int j = 0; j < 7; ++j)
-                for (int i = 0; i < 6; ++i)
-                    EXPECT_EQ(voxel(kSmoke, i, j, k),
-                              i < 4 ? test::LayerSpec::valueAt(i, j, k) : -1.0f);
-    }
 }
 
 TEST_F(F3dImport, FilesThatAreNone_SayWhy) {

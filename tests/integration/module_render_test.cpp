@@ -5,20 +5,6 @@
 namespace nimbra::host {
 namespace {
 
-TEST_F(ModuleTest, Table_HasItsKindsInTheLibrarysOrder) {
-    std::vector<std::string> names;
-    for (const PluginType* type : registry_.types())
-        if (!type->ofHost)
-            names.emplace_back(type->name());
-    const std::vector<std::string> expected{
-        "NmbShaderTexAlpha",    "NmbShaderSimVol", "NmbShaderPrtLoader", "NmbShaderPGroup",
-        "NmbShaderFoam",        "NmbShaderSim",    "NmbShaderCache",     "NmbShaderOceanTex",
-        "NmbShaderParticleTex", "NmbShaderTex",    "NmbShaderSimMesh",   "NmbShaderSimGeom"};
-    EXPECT_EQ(names, expected);
-    ASSERT_NE(registry_.find("NmbShaderSim"), nullptr);
-    EXPECT_EQ(registry_.find("NmbShaderSim")->rows.size(), 170u);
-}
-
 TEST_F(ModuleTest, EveryKind_IsCreatedOrNamedAsMissing) {
     for (const PluginType* type : registry_.types()) {
         std::string error;
@@ -32,13 +18,6 @@ TEST_F(ModuleTest, EveryKind_IsCreatedOrNamedAsMissing) {
         }
         registry_.destroy(plugin);
     }
-}
-
-TEST_F(ModuleTest, UnknownRow_IsReportedWithItsNeighbour) {
-    EXPECT_EQ(make(R"("plume": {"plugin": "NmbShaderSim", "rendstp": 50})"), nullptr);
-    EXPECT_EQ(faults_,
-              "s.json:2:37: plume.rendstp: found a parameter that NmbShaderSim doesn't have "
-              "(did you mean 'rendstep'?)\n");
 }
 
 // A lit floor below a container without a grid, seen past the collector.
@@ -67,17 +46,6 @@ TEST_F(ModuleTest, ContainerWithoutAGrid_LeavesTheSceneAsItIs) {
     const float* sky = picture.pixel(16, 0);
     EXPECT_EQ(sky[0], 0.0f);
     EXPECT_EQ(sky[3], 0.0f);
-}
-
-TEST_F(ModuleTest, Threads_DoNotChangeThePicture) {
-    const auto scene = make(kFloorScene);
-    ASSERT_NE(scene, nullptr) << faults_;
-    KeptFrames output;
-    for (const int threads : {1, 3, 8})
-        ASSERT_EQ(render(*scene, output, {1}, threads).status, RenderStatus::Complete);
-    EXPECT_EQ(output.pictures[0].rgba, output.pictures[1].rgba);
-    EXPECT_EQ(output.pictures[0].rgba, output.pictures[2].rgba);
-    EXPECT_EQ(output.pictures[0].layers, output.pictures[2].layers);
 }
 
 }  // namespace

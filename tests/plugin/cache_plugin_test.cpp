@@ -23,16 +23,7 @@ using namespace TessUtils;
 class CachePlugin : public testing::Test {
 protected:
     CachePlugin() {
-        struct Find : EnumPluginCallback {
-            PluginDesc* found = nullptr;
-            int process(PluginDesc* desc) override {
-                if (std::string(desc->getName()) == "NmbShaderCache")
-                    found = desc;
-                return found == nullptr;
-            }
-        } find;
-        libDesc().enumPlugins(&find);
-        desc = find.found;
+        desc = descriptor("NmbShaderCache");
         cache = dynamic_cast<NimbraCachePlugin*>(desc->newPlugin());
         for (const int frame : {1, 2, 4})
             std::filesystem::copy(NIMBRA_TEST_DATA "/vdb/campfire_0040.vdb",

@@ -18,6 +18,22 @@
 
 namespace nimbra::test {
 
+/// The library's descriptor of this name; null if there is none.
+inline PluginDesc* descriptor(const std::string& name) {
+    struct Find : EnumPluginCallback {
+        const std::string& name;
+        PluginDesc* found = nullptr;
+        explicit Find(const std::string& wanted) : name(wanted) {}
+        int process(PluginDesc* desc) override {
+            if (name == desc->getName())
+                found = desc;
+            return found == nullptr;
+        }
+    } find(name);
+    libDesc().enumPlugins(&find);
+    return find.found;
+}
+
 struct KeptLog : TessUtils::ProgressCallback {
     void setProgressTitle(const char*) override {}
     bool getAbort() override { return false; }
@@ -61,8 +77,25 @@ struct FakeEngine : TessUtils::InteractiveEngineInterface {
     bool isRealtime() const override { return realtime; }
 };
 
+/// Answers nothing to any question.
+class SilentSim : public NimbraSimInterface {
+public:
+    const GridTransforms* getGridTransforms() override { return nullptr; }
+    void setInstanceTransform(const TessUtils::Transform&, int) override {}
+    NimbraFrameData* getFrameByContentTime(int) override { return nullptr; }
+    NimbraFrameData* getFrameByTime(double) override { return nullptr; }
+    NimbraRenderer* getRenderer(int) override { return nullptr; }
+    void prepareDisplacement(std::uint32_t) override {}
+    int isValid() override { return 1; }
+    int isRenderable() override { return 0; }
+    int getChannelBase(int) override { return 0; }
+    bool isVisibleFor(const TessUtils::ShadingContext&) override { return false; }
+    int getFrameIndices(double, bool, float*, int*) override { return 0; }
+    int getNimbraMesh(NimbraMesh&) override { return 0; }
+};
+
 /// Holds one frame; `asked` keeps what it was asked for, in order.
-class FakeCache : public Plugin, public NimbraSimInterface {
+class FakeCache : public Plugin, public SilentSim {
 public:
     PluginDesc* getPluginDesc() override { return nullptr; }
     PluginInterface* getInterface(InterfaceID id) override {
@@ -71,8 +104,6 @@ public:
         return Plugin::getInterface(id);
     }
     Plugin* getPlugin() override { return this; }
-    const GridTransforms* getGridTransforms() override { return nullptr; }
-    void setInstanceTransform(const TessUtils::Transform&, int) override {}
     NimbraFrameData* getFrameByContentTime(int contentTime) override {
         asked.push_back("content " + std::to_string(contentTime));
         return frame.get();
@@ -81,16 +112,6 @@ public:
         asked.push_back("time " + std::to_string(time));
         return frame.get();
     }
-    NimbraRenderer* getRenderer(int) override { return nullptr; }
-    void prepareDisplacement(std::uint32_t) override {}
-    int isValid() override { return 1; }
-    int isRenderable() override { return 0; }
-    int getChannelBase(int) override { return 0; }
-    bool isVisibleFor(const TessUtils::ShadingContext&) override { return false; }
-    int getFrameIndices(double time, bool, float*, int*) override {
-        return static_cast<int>(time) * 1000;
-    }
-    int getNimbraMesh(NimbraMesh&) override { return 0; }
 
     bool hasInterface = true;
     std::unique_ptr<NimbraFrameData> frame;
@@ -120,16 +141,7 @@ inline std::unique_ptr<NimbraFrameData> makeFrame(int nx, int ny, int nz, float 
 class SimFixture {
 public:
     SimFixture() {
-        struct Find : EnumPluginCallback {
-            PluginDesc* found = nullptr;
-            int process(PluginDesc* desc) override {
-                if (std::string(desc->getName()) == "NmbShaderSim")
-                    found = desc;
-                return found == nullptr;
-            }
-        } find;
-        libDesc().enumPlugins(&find);
-        desc_ = find.found;
+        desc_ = descriptor("NmbShaderSim");
         sim = dynamic_cast<NimbraSimPlugin*>(desc_->newPlugin());
         set("cache", static_cast<PluginBase*>(static_cast<Plugin*>(&cache)));
     }

@@ -31,16 +31,7 @@ struct Placement final : UvwGenInterface {
 class OceanTex : public testing::Test {
 protected:
     OceanTex() {
-        struct Find : EnumPluginCallback {
-            PluginDesc* found = nullptr;
-            int process(PluginDesc* desc) override {
-                if (std::string(desc->getName()) == "NmbShaderOceanTex")
-                    found = desc;
-                return found == nullptr;
-            }
-        } find;
-        libDesc().enumPlugins(&find);
-        desc_ = find.found;
+        desc_ = descriptor("NmbShaderOceanTex");
         plugin_ = desc_->newPlugin();
         texture = dynamic_cast<NimbraOceanTexPlugin*>(plugin_);
         renderer.frame.t = 12;
@@ -127,30 +118,6 @@ TEST_F(OceanTex, Time_FollowsTheShutterAndTheHostsFrames) {
     EXPECT_NE(ask(), byDefault);
     renderer.frame.frameStart = renderer.frame.frameEnd = 9.6;  // 0.4 s at either rate
     EXPECT_NEAR(ask().r, byDefault.r, 1e-6f);
-    renderer.sequence.removeInterface(&units);
-}
-
-TEST_F(OceanTex, LoopMode_ShowsTheFirstFrameAgainAfterItsLength) {
-    FakeUnits units;
-    units.seconds = 1.0f / 24;
-    renderer.sequence.addInterface(&units, false);
-    set("animmode", 2);
-    set("loopLength", 2.5f);
-    const auto frame = [&](double number) {
-        renderer.frame.frameStart = renderer.frame.frameEnd = number;
-        return ask();
-    };
-    double steps = 0, seam = 0;
-    for (int i = 0; i < 50; ++i) {
-        at_.position = {i * 1.7, 0, i * -0.9};
-        const Color first = frame(0), second = frame(1), last = frame(59), again = frame(60);
-        for (int c = 0; c < 3; ++c)
-            EXPECT_NEAR(again[c], first[c], 2e-4f);
-        steps += std::fabs(second.g - first.g);
-        seam += std::fabs(first.g - last.g);
-    }
-    EXPECT_LT(seam, 1.3 * steps) << "from the last frame to the first it is one step as any other";
-    EXPECT_GT(steps, 0.01);
     renderer.sequence.removeInterface(&units);
 }
 

@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -32,13 +31,6 @@ std::vector<PluginDesc*> descriptors() {
     Collect collect;
     libDesc().enumPlugins(&collect);
     return collect.found;
-}
-
-PluginDesc* descriptor(const std::string& name) {
-    for (PluginDesc* desc : descriptors())
-        if (desc->getName() == name)
-            return desc;
-    return nullptr;
 }
 
 TEST(PluginTable, Enumeration_NewestFirstUntilZero) {
@@ -101,38 +93,6 @@ TEST(PluginTable, SupportsInterface_OnePairEach) {
             EXPECT_EQ(desc->supportsInterface(kind), kind == expected.at(desc->getName()))
                 << desc->getName() << " " << kind;
     }
-}
-
-TEST(PluginTable, UnusedOperations_AnswerNull) {
-    for (PluginDesc* desc : descriptors()) {
-        desc->deletePlugin(nullptr);
-        desc->registerParameters(nullptr);
-        desc->unregisterParameters(nullptr);
-        EXPECT_EQ(desc->getStaticInterface(), nullptr);
-        EXPECT_EQ(desc->getCategoryInfo(), nullptr);
-        EXPECT_EQ(desc->getVersionInfo(), nullptr);
-    }
-}
-
-// What a host hears while a descriptor registers.
-struct Listener : PluginHost {
-    std::vector<std::string> heard;
-    void registerPluginDesc(PluginDesc* desc) override { heard.push_back(desc->getName()); }
-    void unregisterPluginDesc(PluginDesc* desc) override {
-        heard.push_back(std::string("-") + desc->getName());
-    }
-    void registerParameter(PluginDesc*, const ParameterDef& def) override {
-        heard.push_back(def.name);
-    }
-};
-
-TEST(PluginTable, Registration_AnnouncesThenRows) {
-    Listener listener;
-    descriptor("NmbShaderSimVol")->registerParameters(&listener);
-    descriptor("NmbShaderSimVol")->unregisterParameters(&listener);
-    EXPECT_EQ(listener.heard,
-              (std::vector<std::string>{"NmbShaderSimVol", "force_prob_samples",
-                                        "force_prob_samples_gi", "-NmbShaderSimVol"}));
 }
 
 }  // namespace

@@ -7,10 +7,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 #include <filesystem>
 #include <memory>
-#include <set>
 
 #include "plugin/fake_host.h"
 #include "support/golden.h"
@@ -27,16 +25,7 @@ using namespace TessUtils;
 class Loader {
 public:
     Loader() {
-        struct Find : EnumPluginCallback {
-            PluginDesc* found = nullptr;
-            int process(PluginDesc* desc) override {
-                if (std::string(desc->getName()) == "NmbShaderPrtLoader")
-                    found = desc;
-                return found == nullptr;
-            }
-        } find;
-        libDesc().enumPlugins(&find);
-        desc_ = find.found;
+        desc_ = descriptor("NmbShaderPrtLoader");
         plugin = desc_->newPlugin();
         source = dynamic_cast<PerParticleDataSourceInterface*>(
             plugin->getInterface(ids::kPerParticleData));

@@ -63,22 +63,6 @@ TEST_F(SimMotion, Transform_IsReadAtBothEndsOfTheInterval) {
     EXPECT_NEAR(f.sim->getGridTransforms()->worldFromGrid.offset.x, 15, 1e-5);
 }
 
-TEST_F(SimMotion, TinyVelocityMult_SwitchesItAllOff) {
-    f.renderer.sequence.motionBlurOn = 1;
-    f.set("velocity_mult", -1e-7f);
-    NimbraRenderer& shader = load();
-    EXPECT_FALSE(shader.moving);
-    EXPECT_NEAR(originAt(shader, 1), 15, 1e-5);
-}
-
-TEST_F(SimMotion, Velocity_IsReadInTheGridAndScaled) {
-    addVelocity(3);
-    EXPECT_EQ(load().getVelocity({4, 4, 4}), Vector());  // nobody asked for motion blur
-    f.renderer.sequence.motionBlurOn = 1;
-    f.set("velocity_mult", 2.0f);
-    EXPECT_EQ(load().getVelocity({4, 4, 4}), (Vector{6, 0, 0}));
-}
-
 TEST_F(SimMotion, WindFromMovement_TakesTheContainersWayOut) {
     addVelocity(3);
     f.renderer.sequence.motionBlurOn = 1;

@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <string>
 #include <vector>
 
@@ -21,20 +20,6 @@ using namespace TessUtils;
 using test::FakeCache;
 using test::makeFrame;
 using test::SimFixture;
-
-TEST(SimPlugin, Identity_AnswersItsInterfaces) {
-    SimFixture f;
-    Plugin* plugin = f.sim;
-    for (InterfaceID id :
-         {ids::kTessraPlugin, ids::kSceneModifier, ids::kTopLevelPlugin, ids::kNimbraSim}) {
-        PluginInterface* interface = plugin->getInterface(id);
-        ASSERT_NE(interface, nullptr) << id;
-        EXPECT_EQ(interface->getInterfaceID(), id);
-        EXPECT_EQ(interface->getPlugin(), plugin);
-    }
-    EXPECT_EQ(plugin->getInterface(ids::kTexture), nullptr);
-    EXPECT_EQ(plugin->getPluginDesc()->getPluginID(), 20110223031u);
-}
 
 TEST(SimPlugin, Disabled_SaysNothingAndOffersNothing) {
     SimFixture f;
@@ -129,23 +114,6 @@ TEST(SimPlugin, FrameLoad_LeavesAShaderInPlace) {
     EXPECT_EQ(f.log.count("cache index 0.\n"), 1);
 }
 
-TEST(SimPlugin, Rows_ReachTheShader) {
-    SimFixture f;
-    f.cache.frame = makeFrame(4, 4, 4);
-    f.set("lightcachesr", 0.25f);
-    f.set("brdfscatter", 0.5f);
-    f.set("shadow_opacity", 0.75f);
-    f.setList("cell_aspect", paramtype_float, {1.0f, 2.0f, 3.0f});
-    f.set("gen_gi_mult", 0.2f);
-    f.sim->preFrameBegin(&f.renderer);
-    NimbraRenderer& shader = *f.sim->getRenderer(0);
-    EXPECT_EQ(shader.subred, 0.25f);
-    EXPECT_EQ(shader.brdfscatter, 0.5f);
-    EXPECT_EQ(shader.shadowDensityScale, 0.75f);
-    EXPECT_EQ(shader.cell_aspect[2], 3.0f);
-    EXPECT_EQ(shader.giMultiplier, 0.2f);
-}
-
 TEST(SimPlugin, FrameDuration_RowThenUnitsThenUsual) {
     SimFixture f;
     f.cache.frame = makeFrame(2, 2, 2);
@@ -197,19 +165,6 @@ TEST(SimPlugin, DensityScale_FollowsTheCells) {
     for (float& entry : f.cache.frame->transform)
         entry = 0;
     EXPECT_EQ(f.sim->getDensityScale(f.cache.frame.get()), 1);
-}
-
-TEST(SimPlugin, UnsetRows_ReadTheirDefault) {
-    SimFixture f;
-    const NimbraParams& params = *f.sim;
-    EXPECT_EQ(params.getInt("rendstep"), 90);
-    EXPECT_EQ(params.getInt("jitter"), 1);
-    EXPECT_EQ(params.getFloat("smoketransp"), 0.5f);
-    EXPECT_EQ(params.getColor("simple_color"), (Color{0.2f, 0.2f, 0.2f}));
-    EXPECT_EQ(params.getInt("no such row"), 0);
-    EXPECT_EQ(params.getColor("no such row"), Color());
-    f.setList("velocities", paramtype_color, {Color{1, 2, 3}, Color{4, 5, 6}});
-    EXPECT_EQ(params.getColor("velocities"), (Color{1, 2, 3}));
 }
 
 TEST(SimPlugin, RenderMode_FirstRuleThatHolds) {
@@ -353,17 +308,6 @@ TEST(SimPlugin, Visibility_HidesByRayClass) {
         }
         f.set(hidden.row, true);
     }
-}
-
-TEST(SimPlugin, ReceivedGI_IsScaledApartFromDirectLight) {
-    SimFixture f;
-    f.cache.frame = makeFrame(2, 2, 2);
-    f.set("rec_gi_mult", 0.25f);
-    f.sim->preFrameBegin(&f.renderer);
-    ShadeData data;
-    f.sim->setupShading(ShadingContext(), data);
-    EXPECT_EQ(data.giLevel, 0.25f);
-    EXPECT_EQ(data.lightLevel, 1);
 }
 
 TEST(SimPlugin, SelfShadow_IsForTheOwnLightsOnly) {

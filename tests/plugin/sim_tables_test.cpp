@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <vector>
 
 #include "cache/test_grids.h"
 #include "plugin/fake_host.h"

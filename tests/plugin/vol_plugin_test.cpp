@@ -7,7 +7,6 @@
 #include <cmath>
 #include <memory>
 #include <set>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -30,7 +29,6 @@ struct SmokeRenderer : NimbraRenderer {
     std::unique_ptr<NimbraFrameData> frame = makeFrame(10, 10, 10);
     float times[kMaxRenderThreads] = {};
     bool keepsTimes = false;
-    mutable std::vector<float> stepTimes;
 
     explicit SmokeRenderer(const Vector& place = {}) {
         flags = kVolumetric | kDiffuse;
@@ -45,16 +43,10 @@ struct SmokeRenderer : NimbraRenderer {
         simpleColor = {1, 1, 1};
     }
     float* threadTime(int thread) override { return keepsTimes ? &times[thread] : nullptr; }
-    bool stepSegment(RaySegment& segment, Illuminator& illuminator, float time, bool first,
-                     Color* diffuseOut) const override {
-        if (keepsTimes)
-            stepTimes.push_back(times[0]);
-        return NimbraRenderer::stepSegment(segment, illuminator, time, first, diffuseOut);
-    }
 };
 
 /// A container that a test sets by hand; also a light.
-struct Container : TessraPlugin, NimbraSimInterface, LightInterface {
+struct Container : TessraPlugin, test::SilentSim, LightInterface {
     std::vector<std::unique_ptr<SmokeRenderer>> renderers;
     bool visible = true, offersItself = true, isLight = true;
     int renderable = 1;
@@ -74,20 +66,11 @@ struct Container : TessraPlugin, NimbraSimInterface, LightInterface {
         return TessraPlugin::getInterface(id);
     }
     Plugin* getPlugin() override { return this; }
-    const GridTransforms* getGridTransforms() override { return nullptr; }
-    void setInstanceTransform(const Transform&, int) override {}
-    NimbraFrameData* getFrameByContentTime(int) override { return nullptr; }
-    NimbraFrameData* getFrameByTime(double) override { return nullptr; }
     NimbraRenderer* getRenderer(int i) override {
         return i < int(renderers.size()) ? renderers[std::size_t(i)].get() : nullptr;
     }
-    void prepareDisplacement(std::uint32_t) override {}
-    int isValid() override { return 1; }
     int isRenderable() override { return renderable; }
-    int getChannelBase(int) override { return 0; }
     bool isVisibleFor(const ShadingContext&) override { return visible; }
-    int getFrameIndices(double, bool, float*, int*) override { return 0; }
-    int getNimbraMesh(NimbraMesh&) override { return 0; }
     LightSampler* newLightSampler(ShadingContext&, const ShadeData&) override { return nullptr; }
     void deleteLightSampler(LightSampler*, int) override {}
 };
@@ -230,25 +213,6 @@ TEST(NimbraVolPlugin, ShadowOfItsOwnFire_ScattersByItsOwnFactor) {
     EXPECT_EQ(c.transparency(kRayShadow), external);
 }
 
-TEST(NimbraVolPlugin, ThreadTimes_HoldForTheRayAlone) {
-    Collector c;
-    Container container;
-    SmokeRenderer& smoke = container.renderer();
-    smoke.keepsTimes = true;
-    smoke.times[0] = 0.25f;
-    c.collect({&container});
-    c.context.ray.time = 0.75f;
-    c.shade();
-    EXPECT_EQ(smoke.times[0], 0.25f);
-    ASSERT_FALSE(smoke.stepTimes.empty());
-    for (float time : smoke.stepTimes)
-        EXPECT_EQ(time, 0.75f);
-    // A container that the ray doesn't see keeps its time.
-    container.visible = false;
-    c.shade();
-    EXPECT_EQ(smoke.times[0], 0.25f);
-}
-
 /// A host whose one light lies far above in y, and whose shadow rays run through the volumes.
 struct SunThroughVolumes : LightListInterface {
     NimbraVolPlugin& plugin;
@@ -387,21 +351,12 @@ struct HostSamples : ProbabilisticSettingsInterface {
 };
 
 TEST(NimbraVolPlugin, ProbabilisticSamples_OfTheHostUnlessForced) {
-    struct Find : EnumPluginCallback {
-        PluginDesc* found = nullptr;
-        int process(PluginDesc* desc) override {
-            if (std::string(desc->getName()) == "NmbShaderSimVol")
-                found = desc;
-            return found == nullptr;
-        }
-    } find;
-    libDesc().enumPlugins(&find);
-    ASSERT_NE(find.found, nullptr);
+    PluginDesc* const desc = test::descriptor("NmbShaderSimVol");
     FakeRenderer renderer;
     HostSamples host;
     DefParam force("force_prob_samples", 0), forceGI("force_prob_samples_gi", -1);
     const auto counts = [&](bool withRows) {
-        Plugin* created = find.found->newPlugin();
+        Plugin* created = desc->newPlugin();
         auto* plugin = dynamic_cast<NimbraVolPlugin*>(created);
         if (withRows) {
             EXPECT_TRUE(plugin->setParameter(&force));
@@ -409,7 +364,7 @@ TEST(NimbraVolPlugin, ProbabilisticSamples_OfTheHostUnlessForced) {
         }
         plugin->setupRender(&renderer);
         const std::pair<int, int> result(plugin->samples, plugin->samplesGI);
-        find.found->deletePlugin(created);
+        desc->deletePlugin(created);
         return result;
     };
     EXPECT_EQ(counts(false), std::pair(0, 0));
@@ -459,21 +414,6 @@ TEST(NimbraVolPlugin, VolumetricList_IsJoinedAndLeft) {
     EXPECT_EQ(getVolumeRegister(&renderer)->plugins.size, 0);
 }
 
-TEST(NimbraVolPlugin, Interfaces_AreAllAnswered) {
-    NimbraVolPlugin plugin(nullptr);
-    const auto generator = static_cast<GeomGenInterface2*>(&plugin);
-    EXPECT_EQ(plugin.getInterface(ids::kGeomGen), generator);
-    EXPECT_EQ(plugin.getInterface(ids::kGeomGen2), generator);
-    for (InterfaceID id : {ids::kRenderSettings, ids::kSceneModifier, ids::kStaticGeomSource,
-                           ids::kTopLevelPlugin, ids::kVolumetric, ids::kTessraPlugin}) {
-        PluginInterface* found = plugin.getInterface(id);
-        ASSERT_NE(found, nullptr) << id;
-        EXPECT_EQ(found->getInterfaceID(), id);
-        EXPECT_EQ(found->getPlugin(), &plugin);
-    }
-    EXPECT_EQ(plugin.getInterface(ids::kLight), nullptr);
-}
-
 TEST(NimbraVolPlugin, Channels_AreSharedUnlessAContainerWantsItsOwn) {
     test::SimFixture fixture;
     NimbraVolPlugin plugin(nullptr);
@@ -490,32 +430,6 @@ TEST(NimbraVolPlugin, Channels_AreSharedUnlessAContainerWantsItsOwn) {
     fixture.set("volzdepth", 2);
     plugin.renderBegin(&fixture.renderer);
     EXPECT_FALSE(plugin.zDepthChannel.shared);
-}
-
-TEST(BlockPool, Blocks_ComeBackAndDoNotOverlap) {
-    BlockPool pool;
-    pool.prepare(3);
-    std::set<void**> seen;
-    std::vector<void**> taken;
-    for (int round = 0; round < 3; ++round) {
-        for (int i = 0; i < 25; ++i) {
-            void** block = pool.take();
-            ASSERT_NE(block, nullptr);
-            for (int k = 0; k < 3; ++k)
-                block[k] = &taken;
-            for (void** other : taken)
-                EXPECT_GE(std::abs(other - block), 3);
-            taken.push_back(block);
-            seen.insert(block);
-        }
-        for (void** block : taken)
-            pool.give(block);
-        taken.clear();
-    }
-    // Three chunks of ten serve all rounds.
-    EXPECT_LE(seen.size(), 30u);
-    pool.prepare(0);
-    EXPECT_NE(pool.take(), pool.take());
 }
 
 }  // namespace

@@ -9,7 +9,6 @@
 #include <functional>
 #include <limits>
 #include <random>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -113,18 +112,6 @@ TEST(Ocean, Loop_ComesBackAndMovesOnSmoothly) {
         EXPECT_LT(seam, largestStep * 1.5f);
         EXPECT_GT(largestStep, 0.001f);
     }
-}
-
-TEST(Ocean, AnimModes_ChooseTheTime) {
-    const Change heights = [](OceanSettings& s) { s.vector = false; };
-    const Sea running(heights);
-    const Sea direct(
-        [](OceanSettings& s) { s.vector = false, s.animMode = kOceanDirect, s.directTime = 4; });
-    const Sea noLoop(
-        [](OceanSettings& s) { s.vector = false, s.animMode = kOceanLoop, s.loopLength = 0; });
-    EXPECT_EQ(direct.evaluate(3, 4, 17, 0), running.evaluate(3, 4, 4, 0));
-    EXPECT_EQ(noLoop.evaluate(3, 4, 17, 0), running.evaluate(3, 4, 17, 0));
-    EXPECT_NE(running.evaluate(3, 4, 17, 0), running.evaluate(3, 4, 4, 0));
 }
 
 TEST(Ocean, Filter_FadesBandsOutOneAfterTheOther) {
