@@ -73,6 +73,11 @@ private:
         return segment.shader->stepSegment(segment, illuminator, time, round == 0, diffuse);
     }
 
+    /// How the opacity of a step counts.
+    struct StepWeights {
+        float shadow, scatter;
+    };
+
     /// True when the segment lets no light through.
     bool scatter(RaySegment& segment) {
         const VolumeShader& shader = *segment.shader;
@@ -94,9 +99,9 @@ private:
             scatteredDepth += diffuse * segment.alpha * weight;
             if (smallest(segmentDepth - limit * squared) > 0)
                 return true;
-            if (segment.plan.plain) {
+            if (segment.plan.gray) {
                 const float most = largest(limit) * squared;
-                if (scatterPlain(segment, {diffuse, shadow, weight}, most, segmentDepth))
+                if (scatterGray(segment, {shadow, weight}, diffuse, most, segmentDepth))
                     return true;
             }
         }
@@ -105,26 +110,22 @@ private:
         return false;
     }
 
-    /// What all steps of plain smoke have in common.
-    struct PlainScatter {
-        Color diffuse;
-        float shadow, weight;
-    };
-
-    /// The rest of a segment of plain smoke, whose depth is the same in all channels. True when it
+    /// The rest of a segment of gray smoke, whose depth is the same in all channels. True when it
     /// grows beyond `most`.
-    bool scatterPlain(RaySegment& segment, const PlainScatter& smoke, float most,
-                      Color& segmentDepth) {
+    bool scatterGray(RaySegment& segment, const StepWeights& weights, Color diffuse, float most,
+                     Color& segmentDepth) {
         PlainWalk walk(segment, illuminator);
+        const VolumeShader& shader = *segment.shader;
         Color scattering = scatteredDepth;
         float sum = segmentDepth.r;
-        // Near the end no step is looked at that might not be needed.
-        for (float step = 0; walk.next(sum + 4 * step > most ? 1 : PlainWalk::kLanes);) {
+        while (walk.next()) {
             for (unsigned left = walk.shown(); left != 0; left &= left - 1) {
-                const float opacity = walk.opacityOf(std::countr_zero(left));
-                step = opacity * smoke.shadow;
-                sum += step;
-                scattering += smoke.diffuse * opacity * smoke.weight;
+                const int step = std::countr_zero(left);
+                const float opacity = walk.opacityOf(step);
+                if (!segment.plan.plain)
+                    diffuse = diffuseAt(shader, segment, walk.positionOf(step));
+                sum += opacity * weights.shadow;
+                scattering += diffuse * opacity * weights.scatter;
                 if (sum > most)
                     return true;
             }
@@ -132,6 +133,15 @@ private:
         scatteredDepth = scattering;
         segmentDepth = {sum, sum, sum};
         return false;
+    }
+
+    Color diffuseAt(const VolumeShader& shader, const RaySegment& segment,
+                    const TessUtils::Vector& pos) const {
+        if (!shader.has(kDiffuse))
+            return {};
+        VoxelSample sample;
+        shader.sampleVoxel(pos, sample, segment.plan.mask, nullptr, time, segment.plan.filter);
+        return shader.getDiffuse(sample);
     }
 
     bool absorb(RaySegment& segment) {
@@ -145,7 +155,7 @@ private:
             L *= Color{1, 1, 1} - segment.alpha * shadow;
             if (largest(L) < shader.stoptransp)
                 return true;
-            if (segment.plan.plain && absorbPlain(segment, shadow, shader.stoptransp, L))
+            if (segment.plan.gray && absorbGray(segment, shadow, shader.stoptransp, L))
                 return true;
         }
         transmission *= L;
@@ -153,24 +163,21 @@ private:
         return false;
     }
 
-    /// The rest of a segment of plain smoke, which is gray. True when less than `stop` is left.
-    bool absorbPlain(RaySegment& segment, float shadow, float stop, Color& L) const {
+    /// The rest of a segment of gray smoke. True when less than `stop` is left.
+    bool absorbGray(RaySegment& segment, float shadow, float stop, Color& L) const {
         PlainWalk walk(segment, illuminator);
         float left = L.r;
-        for (bool endsSoon = false; walk.next(endsSoon ? 1 : PlainWalk::kLanes);) {
+        while (walk.next()) {
             alignas(16) float passed[PlainWalk::kLanes];
             _mm_store_ps(passed, _mm_sub_ps(_mm_set1_ps(1),
                                             _mm_mul_ps(walk.opacities(), _mm_set1_ps(shadow))));
-            const float before = left;
-            bool ends = false;
-            for (const float share : passed) {
-                left *= share;
-                ends |= left < stop;
-            }
-            if (ends)
+            const float first = left * passed[0];
+            const float second = first * passed[1];
+            const float third = second * passed[2];
+            left = third * passed[3];
+            const __m128 all = _mm_setr_ps(first, second, third, left);
+            if (_mm_movemask_ps(_mm_cmplt_ps(all, _mm_set1_ps(stop))) != 0)
                 return true;
-            // As many steps again might be too many.
-            endsSoon = left * left < stop * before;
         }
         L = {left, left, left};
         return false;

@@ -39,7 +39,8 @@ struct StepPlan {
     bool prob;      // looks for one random interaction point instead of blending
     bool emissive;  // the shader has fire
     bool ownFire;   // whose opacity comes from a table of its own
-    bool plain;     // smoke alone decides the opacity, read from one channel
+    bool gray;      // smoke alone decides the opacity, read from one channel
+    bool plain;     // and nothing else is looked at
     std::uint8_t filter;
     std::uint32_t mask;   // of the channels to read
     float clearBelow;     // opacity up to which a step shows nothing

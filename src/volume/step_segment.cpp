@@ -5,6 +5,7 @@
 #include "volume/step_segment.h"
 
 #include <algorithm>
+#include <bit>
 
 #include "volume/plain_walk.h"
 
@@ -50,17 +51,17 @@ std::uint32_t pickMask(const VolumeShader& shader, std::uint32_t state, bool wan
     return mask;
 }
 
-/// Whether a step looks up the opacity of one channel and nothing else that varies.
-bool isPlain(const VolumeShader& shader, const StepPlan& plan, bool colored) {
-    if (shader.has(kTexDiffuse | kModDiffuse))
-        return false;
-    if (plan.prob || plan.mask != kSampleT || shader.has(kTexOpacity | kModOpacity) ||
+/// Whether smoke decides alone which steps show: its opacity is looked up for one channel.
+bool isGray(const VolumeShader& shader, const StepPlan& plan, bool colored) {
+    if (plan.prob || (plan.mask & kSampleT) == 0 || shader.has(kTexOpacity | kModOpacity) ||
         !shader.has(kHasGrid))
         return false;
     if (shader.emptyMapCount != 0 || shader.softb > 0.5f)
         return false;
     // Heat haze stops at empty steps too, and samples may be taken from elsewhere.
     if (shader.has(kHeatHaze | kDisplaced | kOriginMotion) || shader.moving)
+        return false;
+    if (plan.mask != kSampleT && !shader.sameShape)
         return false;
     return !colored || !plan.emissive || shader.fire_opacity_mode == kFireUsesSmoke;
 }
@@ -77,7 +78,8 @@ StepPlan makePlan(const VolumeShader& shader, const RaySegment& segment, std::ui
     plan.mask = pickMask(shader, segment.state, wantDiffuse);
     plan.clearBelow = segment.stepLength * shader.skiptransp;
     plan.kernel = pickKernel(plan.filter, shader.wrapFlags);
-    plan.plain = isPlain(shader, plan, colored);
+    plan.gray = isGray(shader, plan, colored);
+    plan.plain = plan.gray && plan.mask == kSampleT && !shader.has(kTexDiffuse | kModDiffuse);
     return plan;
 }
 
@@ -280,6 +282,20 @@ private:
     bool ownFire = false;       // its opacity is the fire's own
 };
 
+/// Goes on to where the next step that shows anything, or none, lies ahead. `round` and the answer
+/// count steps.
+[[gnu::noinline]] int passClearSteps(RaySegment& segment, const Illuminator& illuminator,
+                                     int round) {
+    PlainWalk walk(segment, illuminator, round);
+    while (walk.next()) {
+        if (walk.shown() != 0) {
+            walk.returnTo(std::countr_zero(walk.shown()));
+            break;
+        }
+    }
+    return walk.rounds();
+}
+
 }  // namespace
 
 bool VolumeShader::stepSegment(RaySegment& segment, Illuminator& illuminator, float time,
@@ -297,6 +313,11 @@ bool VolumeShader::stepSegment(RaySegment& segment, Illuminator& illuminator, fl
             // Heat haze wants to see every step.
             step.clear();
             return true;
+        }
+        if (round > 0 && segment.plan.gray) {
+            round = passClearSteps(segment, illuminator, round);
+            if (round >= kMaxMarchRounds)
+                break;
         }
         if (!step.advance())
             return step.leave();

@@ -16,6 +16,23 @@ using NMBUtils::logLine;
 using TessUtils::Color;
 using TessUtils::Vector;
 
+namespace {
+
+bool haveSameShape(const GridChannelProxy<float> (&channels)[kSlotCount]) {
+    const GridStorage* first = nullptr;
+    for (const GridChannelProxy<float>& channel : channels) {
+        const GridStorage* grid = channel.loaded ? channel.storage : nullptr;
+        if (!grid)
+            continue;
+        first = first ? first : grid;
+        if (grid->cells < 1 || !std::equal(grid->size, grid->size + 3, first->size))
+            return false;
+    }
+    return true;
+}
+
+}  // namespace
+
 VolumeShader::VolumeShader() {
     releaseVolumeShaderInternal();
 }
@@ -78,11 +95,12 @@ void VolumeShader::bindChannel(NimbraFrameData* frame, int slot, int channel) {
     GridChannelProxy<float>& proxy = channels[slot];
     proxy.free();
     proxy.resetRange();
-    if (!frame)
-        return;
-    const GridChannelProxy<float>& source = frame->getChannelProxy(channel);
-    if (source.loaded)
-        proxy = source;
+    if (frame) {
+        const GridChannelProxy<float>& source = frame->getChannelProxy(channel);
+        if (source.loaded)
+            proxy = source;
+    }
+    sameShape = haveSameShape(channels);
 }
 
 std::unique_ptr<INmbGridLightCache> VolumeShader::createLightCache() const {

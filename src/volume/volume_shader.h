@@ -209,6 +209,7 @@ public:
     std::unique_ptr<std::uint32_t[]> emptyMapBits;
 
     GridChannelProxy<float> channels[kSlotCount];
+    bool sameShape = true;  // all loaded channels have cells, as many on each axis
 
     // Of the frame's start and end.
     NMBUtils::Matrix34 gridFromWorld[2], worldFromGrid[2];

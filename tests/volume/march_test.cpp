@@ -479,10 +479,15 @@ float unevenSmoke(int x, int y, int z) {
 TEST(Marcher, PlainSmoke_IsNoOtherThanAnySmoke) {
     const auto plain = makeBox(30, 6, 6, 0.0f);
     plain->fill(kSmoke, unevenSmoke);
+    for (int i = 0; i < 3; ++i)
+        plain->fill(kColorR + i, [i](int x, int y, int) { return 0.1f * float((x + i * y) % 7); });
     plain->params.set("jitter", 1);
+    plain->params.set("darg", 6);  // colours of the grid
     plain->load();
     VolumeShader& shader = plain->shader;
     const std::uint32_t flags = shader.flags;
+    ASSERT_TRUE(shader.useGridColor && (shader.sampleMask & kSampleColor) != 0);
+    const std::uint32_t mask = shader.sampleMask;
     shader.shadowDensityScale = 0.7f;
     shader.shad_strength = 0.9f;
     shader.simpleColor = {0.9f, 0.5f, 0.1f};
@@ -510,19 +515,23 @@ TEST(Marcher, PlainSmoke_IsNoOtherThanAnySmoke) {
         std::uint32_t flag = 0;
         bool table = false;
         std::uint32_t wrap = 0;
+        bool gridColor = false;
     };
     for (const Case& c : {Case{}, Case{kHeatHaze}, Case{kProbPrimary, true}, Case{0, true},
-                          Case{0, false, kSampleWrapX}, Case{0, true, kSampleWrapY}})
+                          Case{0, false, kSampleWrapX}, Case{0, true, kSampleWrapY},
+                          Case{0, false, 0, true}, Case{0, true, kSampleWrapX, true}})
         for (const int scatter : {kScatterDisabled, kScatterApproximateShadows})
             for (const float stop : {0.0f, 0.3f, 0.7f}) {
                 shader.noscatter = scatter;
                 shader.stoptransp = stop;
                 shader.flags = flags | c.flag;
+                shader.useGridColor = c.gridColor;
+                shader.sampleMask = c.gridColor ? mask : mask & ~kSampleColor;
                 shader.wrapFlags = c.wrap;
                 shader.opacityTable = c.table ? table.data() : nullptr;
                 EXPECT_EQ(answers(false), answers(true))
                     << "scatter " << scatter << ", stop " << stop << ", flag " << c.flag
-                    << ", table " << c.table << ", wrap " << c.wrap;
+                    << ", table " << c.table << ", wrap " << c.wrap << ", colour " << c.gridColor;
             }
 }
 
