@@ -54,6 +54,12 @@ ShiftedChannel::ShiftedChannel(const GridChannelProxy<float>& channel, const int
     : channel_(&channel), size_(channel.loaded ? channel.storage->size : kNoCells), shift_(shift) {}
 
 ShiftedChannel::Part ShiftedChannel::partInside(const CellRun& run) const {
+    const std::int64_t y = std::int64_t(run.y) + shift_[1], z = std::int64_t(run.z) + shift_[2];
+    const bool isRow = y >= 0 && y < size_[1] && z >= 0 && z < size_[2];
+    return isRow ? partAlongX(run) : Part{0, 0};
+}
+
+ShiftedChannel::Part ShiftedChannel::partAlongX(const CellRun& run) const {
     const std::int64_t x = std::int64_t(run.x) + shift_[0];
     const std::int64_t begin = std::clamp<std::int64_t>(-x, 0, run.count);
     const std::int64_t end = std::clamp<std::int64_t>(size_[0] - x, begin, run.count);
@@ -65,10 +71,8 @@ std::int64_t ShiftedChannel::rowAt(std::int64_t y, std::int64_t z) const {
 }
 
 const float* ShiftedChannel::values(const CellRun& run, float* scratch) const {
+    const Part part = partInside(run);
     const std::int64_t y = std::int64_t(run.y) + shift_[1], z = std::int64_t(run.z) + shift_[2];
-    Part part = partInside(run);
-    if (y < 0 || y >= size_[1] || z < 0 || z >= size_[2])
-        part = {0, 0};
     const std::int64_t first = rowAt(y, z) + run.x + shift_[0];
     const float* const dense = channel_->denseVoxels();
     if (dense && part.end - part.begin == run.count)
@@ -90,7 +94,7 @@ const float* ShiftedChannel::limitedValues(const CellRun& run, float* scratch) c
     const std::int64_t z =
         std::clamp<std::int64_t>(std::int64_t(run.z) + shift_[2], 0, size_[2] - 1);
     const std::int64_t row = rowAt(y, z);
-    const Part part = partInside(run);
+    const Part part = partAlongX(run);
     if (part.end > part.begin)
         channel_->readRun(row + run.x + shift_[0] + part.begin, part.end - part.begin,
                           scratch + part.begin);

@@ -72,12 +72,15 @@ public:
     /// The same with each cell limited to the channel's grid.
     const float* limitedValues(const CellRun& run, float* scratch) const;
 
-private:
-    /// The part of the run that lies in the grid along x, to its place in `scratch`.
+    /// The part of a run that lies in the channel's grid, from its first cell on; begin = end for
+    /// none.
     struct Part {
         int begin, end;
     };
     Part partInside(const CellRun& run) const;
+
+private:
+    Part partAlongX(const CellRun& run) const;
     std::int64_t rowAt(std::int64_t y, std::int64_t z) const;
 
     const GridChannelProxy<float>* channel_;

@@ -3,6 +3,8 @@
 
 #include "cache/blend_interpolation.h"
 
+#include <algorithm>
+
 namespace nimbra {
 namespace {
 
@@ -18,14 +20,21 @@ struct Smoke {
     const float* b;
 };
 
+/// Two loops, as compilers don't make vectors of a division that may not be wanted.
 void mixColorRuns(const float* __restrict a, const float* __restrict b, Smoke smoke, float weight,
                   int count, float* __restrict out) {
     const float rest = 1.0f - weight;
     const float* __restrict const smokeA = smoke.a;
     const float* __restrict const smokeB = smoke.b;
+    float sums[kLongestRun];
     for (int i = 0; i < count; ++i) {
         const float amount = weight * smokeB[i];
-        out[i] = mixColor(a[i], b[i], amount, rest * smokeA[i] + amount);
+        sums[i] = rest * smokeA[i] + amount;
+        out[i] = mixColor(a[i], b[i], amount, sums[i]);
+    }
+    for (int i = 0; i < count; ++i) {
+        const float mixed = out[i];
+        out[i] = sums[i] > kLeastColoredSmoke ? mixed : 0.0f;
     }
 }
 
@@ -40,7 +49,21 @@ ChannelMixer::ChannelMixer(const GridBlend& blend, int channel)
       bySmoke_(channel >= kColorR && channel <= kColorB && blend.dst.channels[kSmoke].loaded),
       out_(blend.dst.channels[channel].denseVoxels()) {}
 
+/// In parts that lie in both grids, where nothing is copied, and beside that.
 void ChannelMixer::mix(const CellRun& run) const {
+    const ShiftedChannel::Part a = a_.partInside(run), b = b_.partInside(run);
+    int cuts[] = {a.begin, a.end, b.begin, b.end, run.count};
+    std::sort(std::begin(cuts), std::end(cuts));
+    int done = 0;
+    for (int cut : cuts) {
+        if (cut == done)
+            continue;
+        mixPart({run.index + done, run.x + done, run.y, run.z, cut - done});
+        done = cut;
+    }
+}
+
+void ChannelMixer::mixPart(const CellRun& run) const {
     float scratch[4][kLongestRun];
     const float* const a = a_.values(run, scratch[0]);
     const float* const b = b_.values(run, scratch[1]);

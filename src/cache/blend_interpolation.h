@@ -18,19 +18,21 @@ public:
     void mix(const CellRun& run) const;
 
 private:
+    void mixPart(const CellRun& run) const;
+
     const float weight_;
     const ShiftedChannel a_, b_, smokeA_, smokeB_;
     const bool bySmoke_;
     float* const out_;
 };
 
-/// The weight of a colour where both frames bring smoke: `amount` is w * b's, `sum` that and
-/// (1 - w) * a's.
+/// With less smoke than this of both frames together, colours are 0.
+inline constexpr float kLeastColoredSmoke = 0.0001f;
+
+/// A colour where there is smoke: `amount` is w times b's smoke, `sum` that and (1 - w) times a's.
 inline float mixColor(float a, float b, float amount, float sum) {
-    constexpr float kLeastSmoke = 0.0001f;
-    // The part that a keeps isn't divided by the sum: files rendered so far rely on it.
-    const float mixed = (amount / sum) * b + (1.0f - amount) * a;
-    return sum > kLeastSmoke ? mixed : 0.0f;
+    // The part that a keeps isn't divided by the sum: renders made so far look that way.
+    return (amount / sum) * b + (1.0f - amount) * a;
 }
 
 /// Interpolates channels one after the other.

@@ -146,9 +146,10 @@ void MTInterpPreciseTracing::mixTraced(std::int64_t to, std::int64_t fromA,
         if (!(traced_ & channelBit(c)))
             continue;
         const float a = blend_.a.channels[c].read(fromA), b = blend_.b.channels[c].read(fromB);
-        const bool isColor = c >= kColorR && c <= kColorB;
-        blend_.dst.channels[c].write(
-            to, isColor && bySmoke ? mixColor(a, b, amount, sum) : rest * a + weight * b);
+        float mixed = rest * a + weight * b;
+        if (bySmoke && c >= kColorR && c <= kColorB)
+            mixed = sum > kLeastColoredSmoke ? mixColor(a, b, amount, sum) : 0.0f;
+        blend_.dst.channels[c].write(to, mixed);
     }
 }
 
