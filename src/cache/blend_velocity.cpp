@@ -95,10 +95,11 @@ struct MTCalcBlendSource::Field {
     bool slopeAt(const Vector& p, Vector& slope) const {
         int c[3];
         for (int i = 0; i < 3; ++i) {
-            const float cell = std::floor(p[i] + 0.5f);
-            if (!(cell >= 0 && cell <= grid.lastCellFloat[i]) || grid.size[i] < 1)
+            const float cell = p[i] + 0.5f;
+            if (!(cell >= 0 && cell < static_cast<float>(grid.size[i])))
                 return false;
-            c[i] = static_cast<int>(cell);
+            // Rounds down, as it isn't negative.
+            c[i] = std::min(static_cast<int>(cell), grid.lastCell[i]);
         }
         const float here = at(c[0], c[1], c[2]);
         slope.x = c[0] < grid.lastCell[0] ? at(c[0] + 1, c[1], c[2]) - here : 0;
