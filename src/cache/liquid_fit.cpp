@@ -148,7 +148,7 @@ HWY_EXPORT(fitPlane);
 OffsetLists::OffsetLists() {
     constexpr std::int64_t kFirstRoom = 200;
     for (int k = 0; k < kVoxels; ++k)
-        grow(k, kFirstRoom + kGroup);
+        grow(k, kFirstRoom + kSpare);
 }
 
 void OffsetLists::clear() {

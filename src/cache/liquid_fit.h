@@ -37,15 +37,18 @@ public:
              const float shift[3]);
 
     const List& list(int voxel) const { return lists_[voxel]; }
-    /// Room for one group more at the end of a list; false without memory.
+    /// Room for one group more at the end of a list, and for reading a group behind that; false
+    /// without memory.
     bool makeRoom(int voxel) {
         const List& l = lists_[voxel];
-        return l.count + kGroup <= l.room || grow(voxel, l.count + l.count / 4 + kGroup);
+        return l.count + kSpare <= l.room || grow(voxel, l.count + l.count / 4 + kSpare);
     }
     /// For the code that fills the room.
     List& listToFill(int voxel) { return lists_[voxel]; }
 
 private:
+    static constexpr std::int64_t kSpare = 2 * kGroup;
+
     bool grow(int voxel, std::int64_t room);
 
     List lists_[kVoxels];
