@@ -125,6 +125,9 @@ void blendGrids(const GridBlend& blend, int gridMethod, bool recompute,
             return;
         fallBack(gridMethod, result);
     }
+    // Without channels, the union may have more cells than anybody could walk over.
+    if (blend.channels == 0)
+        return;
     if (gridMethod == kTracePrecisely)
         MTInterpPreciseTracing(blend).interpolate();
     else

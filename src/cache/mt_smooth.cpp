@@ -7,6 +7,7 @@
 #include <chrono>
 #include <limits>
 
+#include "cache/process_memory.h"
 #include "cache/smoothing_noise.h"
 #include "foundation/log.h"
 
@@ -88,6 +89,9 @@ void MTSmooth::smoothChannel(int iterations, Proxy& target, const int cellCounts
 bool MTSmooth::sizeStores() {
     SplitRange(std::max(size[2] - 2, 0));
     const std::int64_t planeCells = rowStart(0, 1);
+    // A sparse tree may reach over far more cells than there is memory for.
+    if (static_cast<std::uint64_t>(voxelCount(size)) > memoryOfProcess() / sizeof(float))
+        return false;
     return gradient.SetSize(voxelCount(size), nullptr, true) && jobOffsets.SetSize(jobCount()) &&
            (channel->denseVoxels() ||
             treePlanes_.SetSize(3 * planeCells * jobCount(), nullptr, true));

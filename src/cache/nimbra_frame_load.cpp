@@ -170,6 +170,7 @@ bool NimbraFrame::isInPlace(const Request& request, std::int64_t frame) {
 }
 
 int NimbraFrame::loadWhole(const Request& request, std::int64_t frame) {
+    sourceData = nullptr;
     releaseSources();
     const bool isPrivate = smoothMask != 0;
     constexpr bool kReleaseOld = true;

@@ -486,6 +486,13 @@ TEST(PreciseTracing, SlowCells_AreInterpolatedAndWithoutOriginsALineIsLogged) {
     noise.a.freeChannel(kVelocityY);
     EXPECT_EQ(Blended(noise.a, noise.b, 0.25f, kTracePrecisely).result.status,
               kFrameVelocityFallback);
+    // Nothing to blend on a grid that nobody could walk over.
+    {
+        TestFrame here({9, 8, 7}), far({9, 8, 7}, {1e5f, 1e4f, 1e3f});
+        for (int c = kVelocityX; c <= kVelocityZ; ++c)
+            here.add(c, [](int, int, int) { return 1.0f; });
+        EXPECT_EQ(Blended(here, far, 0.25f, kTracePrecisely).result.status, kFrameLoaded);
+    }
     // Motion that isn't finite ends at a border.
     constexpr float kInfinity = std::numeric_limits<float>::infinity();
     noise.a.add(kVelocityY, [&](int x, int, int) { return x & 1 ? kInfinity : -kInfinity; });
