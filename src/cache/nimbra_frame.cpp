@@ -86,7 +86,6 @@ NimbraFrame::NimbraFrame() {
 
 NimbraFrame::~NimbraFrame() {
     releaseFrames();
-    freeBlendSources();
 }
 
 void NimbraFrame::releaseSources() {
@@ -96,6 +95,7 @@ void NimbraFrame::releaseSources() {
 
 void NimbraFrame::releaseFrames() {
     releaseSources();
+    freeBlendSources();
     frameDataArray.releaseFrame(std::exchange(data, nullptr));
     sourceData = nullptr;
 }

@@ -121,7 +121,7 @@ public:
     /// values[3 * channel] and the two behind it. The other channels keep theirs.
     void storeSmoothSettings(std::uint32_t mask, const float* values);
 
-    /// Gives the references of blendFrom, blendTo and data back.
+    /// Gives the references of blendFrom, blendTo and data back; what belongs to them goes.
     void releaseFrames();
     void freeBlendSources();
 

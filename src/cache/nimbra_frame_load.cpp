@@ -188,7 +188,6 @@ int NimbraFrame::loadWhole(const Request& request, std::int64_t frame) {
 
 bool NimbraFrame::loadEmptyGrid(const int size[3], float cellSize, bool isMayaFluid) {
     releaseFrames();
-    freeBlendSources();
     std::unique_ptr<NimbraFrameData> made = makeEmptyGrid(size, cellSize, isMayaFluid);
     if (!made)
         return false;
