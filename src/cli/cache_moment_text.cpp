@@ -68,7 +68,9 @@ std::string shownText(const CacheMoment& m) {
     if (m.outside)
         return "nothing: outside the play range";
     if (m.frames.empty())
-        return "an empty grid: cache_path is empty";
+        return m.mix.kind == FrameMix::kWhole
+                   ? "an empty grid: cache_path is empty"
+                   : "nothing: cache_path is empty, and empty grids are made for whole frames";
     const WantedFrame& first = m.frames.front();
     if (m.frames.size() == 1)
         return first.exists ? fmt::format("frame {}", first.frame) : "nothing";
