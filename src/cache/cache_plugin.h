@@ -91,6 +91,8 @@ private:
     /// Where motion blur needs them: velocities of the held frame, made of the next one.
     void makeVelocities(std::int64_t ticks);
     void reportImport(const std::string& warning, const std::string& problem);
+    /// Tells the user what a moment between two frames lacks.
+    void reportBlend(int status);
     template <class Request>
     NimbraFrameData* guarded(Request&& request);
     void releaseFrames();

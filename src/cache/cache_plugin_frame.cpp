@@ -126,7 +126,7 @@ NimbraFrameData* NimbraCachePlugin::getFrameByContentTime(int contentTime) {
 void NimbraCachePlugin::loadFrame(std::int64_t ticks, const char* quote) {
     fillChannelMap();
     setImportProblem("");
-    loadInto(*frame_, ticks);
+    const int status = loadInto(*frame_, ticks);
     const std::string warning = lastImportWarning(), problem = lastImportProblem();
     turnUpAxis();
     makeVelocities(ticks);
@@ -136,6 +136,7 @@ void NimbraCachePlugin::loadFrame(std::int64_t ticks, const char* quote) {
                        frame_->data ? "successfully loaded" : "can't be loaded", quote,
                        path_.c_str(), quote);
         reportImport(warning, problem);
+        reportBlend(status);
     }
 }
 
@@ -179,6 +180,28 @@ void NimbraCachePlugin::reportImport(const std::string& warning, const std::stri
     }
     if (!problem.empty())
         progress()->printWarning("[NimbraCachePlugin] %s\n", problem.c_str());
+}
+
+void NimbraCachePlugin::reportBlend(int status) {
+    const char* lack = nullptr;
+    switch (status) {
+        case kFrameScaleMismatch:
+            lack = "the two frames don't go together, the first one is shown";
+            break;
+        case kFrameNoParticleId:
+            lack = "particles are left out, since a group has no IDs to match them by";
+            break;
+        case kFrameNoParticleAge:
+            lack = "particles are left out, since a group has no ages to match them by";
+            break;
+        case kFrameVelocityFallback:
+            lack = "there are no velocities to blend along, the frames are interpolated";
+            break;
+        default:
+            return;
+    }
+    progress()->printWarning("[NimbraCachePlugin] Between two frames of %s: %s\n", path_.c_str(),
+                             lack);
 }
 
 }  // namespace nimbra

@@ -234,6 +234,32 @@ TEST_F(CachePlugin, Blending_FollowsTheTicks) {
     EXPECT_EQ(NimbraFrame::frameDataArray.size, 4);
 }
 
+TEST_F(CachePlugin, WhatABlendLacks_IsToldToTheUser) {
+    struct Case {
+        float scaleOfSecond;
+        const char* group;
+        int method;
+        const char* told;
+    };
+    for (const Case& c :
+         {Case{1, "", 0, nullptr}, Case{1, "", 1, "no velocities to blend along"},
+          Case{2, "", 0, "the first one is shown"}, Case{1, "spray", 0, "a group has no IDs"}}) {
+        useKolFiles();
+        for (const int n : {1, 2}) {
+            KolFrame f{{{kSmoke, {1}}}};
+            f.cellsInUnit = n == 2 ? c.scaleOfSecond : 1;
+            f.group = c.group;
+            files.write(n, f);
+        }
+        set("blend_method", c.method);
+        renderer.log.lines.clear();
+        EXPECT_NE(cache->getFrameByTime(1.5), nullptr);
+        EXPECT_EQ(renderer.log.count("warning: "), c.told ? 1 : 0);
+        EXPECT_EQ(renderer.log.count(c.told ? c.told : "Between two frames"), c.told ? 1 : 0);
+        cache->postFrameEnd(&renderer);
+    }
+}
+
 TEST_F(CachePlugin, LoopOverlap_BlendsWithTheFrameBehindTheEnd) {
     useKolFiles();
     files.write(4, 100);
