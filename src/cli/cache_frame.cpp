@@ -154,8 +154,8 @@ CacheFiles findCacheFiles(const std::string& input, const std::vector<std::strin
         return out;
     }
     out.isSequence = true;
-    for (const std::int64_t frame : sequence->frames)
-        out.files.push_back({fillFramePattern(sequence->pattern, frame), frame});
+    for (std::size_t i = 0; i < sequence->frames.size(); ++i)
+        out.files.push_back({sequence->files[i], sequence->frames[i]});
     // A gap of millions is two sequences in one folder rather than a list worth reading.
     constexpr std::int64_t kLongestGap = 100'000;
     std::vector<host::FrameNumber> missing;

@@ -102,12 +102,12 @@ ViewInput findInput(const ViewCommand& o) {
         in.frames = {frameShowing(o.render.time, sequence->frames[sequence->frames.size() / 2])};
     else
         in.frames = parseFrameList(o.render.frames).frames;
-    std::int64_t nearest = sequence->frames.front();
     const std::int64_t wanted = cacheFrame(o.render.time, in.frames[in.frames.size() / 2]);
-    for (const std::int64_t f : sequence->frames)
-        if (std::abs(f - wanted) < std::abs(nearest - wanted))
-            nearest = f;
-    in.sample = fillFramePattern(sequence->pattern, nearest);
+    const auto nearest = std::min_element(sequence->frames.begin(), sequence->frames.end(),
+                                          [&](std::int64_t a, std::int64_t b) {
+                                              return std::abs(a - wanted) < std::abs(b - wanted);
+                                          });
+    in.sample = sequence->files[static_cast<std::size_t>(nearest - sequence->frames.begin())];
     return in;
 }
 
@@ -122,9 +122,10 @@ void warnOfMissing(const ViewCommand& o, const ViewInput& in, Console& console) 
         if (!momentOf(playback, in.frames[i]).hasFile())
             missing.push_back(in.frames[i]);
     if (!missing.empty())
-        console.log().warning(fmt::format("nothing to see at frame{} {}: cache frame {} has no file",
-                                          missing.size() == 1 ? "" : "s", describeFrames(missing),
-                                          momentOf(playback, missing.front()).cacheFrame()));
+        console.log().warning(
+            fmt::format("nothing to see at frame{} {}: cache frame {} has no file",
+                        missing.size() == 1 ? "" : "s", describeFrames(missing),
+                        momentOf(playback, missing.front()).cacheFrame()));
 }
 
 int upAxisNamed(const std::string& name) {

@@ -10,6 +10,8 @@
 #include <map>
 #include <set>
 
+#include "cache/file_patterns.h"
+
 namespace nimbra::cli {
 namespace {
 
@@ -104,13 +106,6 @@ std::string replacePatterns(const std::string& path,
     return out;
 }
 
-std::string padded(std::int64_t frame, int width) {
-    std::string digits = std::to_string(frame < 0 ? -frame : frame);
-    if (static_cast<int>(digits.size()) < width)
-        digits.insert(0, static_cast<std::size_t>(width) - digits.size(), '0');
-    return (frame < 0 ? "-" : "") + digits;
-}
-
 // A file name taken apart at the last run of digits in front of its extension.
 struct NumberedName {
     std::string before, after;
@@ -152,32 +147,95 @@ std::vector<std::string> regularFiles(const fs::path& folder) {
     return names;
 }
 
-// The files of a folder that differ from `like` in their number only.
-FileSequence neighbours(const fs::path& folder, const NumberedName& like) {
-    std::set<std::int64_t> frames;
-    for (const std::string& name : regularFiles(folder)) {
-        const auto n = splitNumber(name);
-        if (n && n->before == like.before && n->after == like.after &&
-            padded(n->frame, like.width) == padded(n->frame, n->width))
-            frames.insert(n->frame);
+/// Which frame a file is of, by a pattern that goes to a cache.
+class NameOfCache {
+public:
+    explicit NameOfCache(const std::string& hashes)
+        : pattern_(hashes), signInFront_(widened(hashes)) {}
+
+    /// The frame; nothing where the pattern gives no such name. Caches count a minus sign into the
+    /// width, while some programs write it in front of it; such a file is told of all the same.
+    std::optional<std::int64_t> frameOf(const std::string& name) const {
+        const PatternPiece& first = pattern_.pieces().front();
+        const std::size_t begin = first.isNumber ? 0 : first.text.size();
+        if (!pattern_.matches(name))
+            return std::nullopt;
+        std::size_t end = begin;
+        while (end < name.size() && (isDigit(name[end]) || (end == begin && name[end] == '-')))
+            ++end;
+        // Digits may follow the number.
+        for (; end > begin; --end) {
+            std::int64_t frame = 0;
+            std::from_chars(name.data() + begin, name.data() + end, frame);
+            if (pattern_.fillName(frame) == name ||
+                (frame < 0 && signInFront_.fillName(frame) == name))
+                return frame;
+        }
+        return std::nullopt;
     }
-    const std::string pattern =
-        like.before + std::string(static_cast<std::size_t>(like.width), '#') + like.after;
-    return {(folder / pattern).string(), {frames.begin(), frames.end()}};
+
+private:
+    static std::string widened(const std::string& hashes) {
+        std::string out;
+        for (const char c : hashes)
+            out += c == '#' && !out.ends_with('#') ? "##" : std::string(1, c);
+        return out;
+    }
+
+    FilePattern pattern_, signInFront_;
+};
+
+FileSequence sequenceIn(const fs::path& folder, const std::vector<std::string>& names,
+                        const std::string& hashes) {
+    const NameOfCache pattern(hashes);
+    std::map<std::int64_t, std::string> files;
+    for (const std::string& name : names)
+        if (const auto frame = pattern.frameOf(name))
+            files[*frame] = (folder / name).string();
+    FileSequence sequence{(folder / hashes).string(), {}, {}};
+    for (auto& [frame, file] : files) {
+        sequence.frames.push_back(frame);
+        sequence.files.push_back(std::move(file));
+    }
+    return sequence;
+}
+
+// The files of a folder that differ from `likeName` in their number only. How wide the number is
+// shows at those that fill it up: "10" alone might stand for "#" or for "##".
+FileSequence neighbours(const fs::path& folder, const std::string& likeName,
+                        const NumberedName& like) {
+    std::vector<std::string> names;
+    std::set<int, std::greater<>> widths;
+    for (std::string& name : regularFiles(folder)) {
+        const auto n = splitNumber(name);
+        if (!n || n->before != like.before || n->after != like.after)
+            continue;
+        names.push_back(std::move(name));
+        widths.insert(n->width);
+        if (n->frame < 0)
+            widths.insert(n->width + 1);
+    }
+    FileSequence best;
+    for (const int width : widths) {
+        const std::string hashes =
+            like.before + std::string(static_cast<std::size_t>(width), '#') + like.after;
+        if (!NameOfCache(hashes).frameOf(likeName))
+            continue;
+        FileSequence found = sequenceIn(folder, names, hashes);
+        if (found.frames.size() > best.frames.size())
+            best = std::move(found);
+    }
+    return best.frames.empty() ? FileSequence{(folder / likeName).string(), {}, {}} : best;
 }
 
 std::optional<FileSequence> sequenceOfPattern(const std::string& path) {
     const std::string hashes = toHashPattern(path);
     const fs::path folder = fs::path(hashes).parent_path();
-    std::set<std::int64_t> frames;
-    for (const std::string& name : regularFiles(folder.empty() ? fs::path(".") : folder)) {
-        const auto n = splitNumber(name);
-        if (n && fs::path(fillFramePattern(hashes, n->frame)).filename() == name)
-            frames.insert(n->frame);
-    }
-    if (frames.empty())
+    FileSequence found = sequenceIn(folder, regularFiles(folder.empty() ? fs::path(".") : folder),
+                                    fs::path(hashes).filename().string());
+    if (found.frames.empty())
         return std::nullopt;
-    return FileSequence{hashes, {frames.begin(), frames.end()}};
+    return found;
 }
 
 std::optional<FileSequence> sequenceOfFolder(const std::string& folder,
@@ -191,8 +249,8 @@ std::optional<FileSequence> sequenceOfFolder(const std::string& folder,
         const auto n = splitNumber(name);
         if (n && !tried.insert(n->before + '\n' + n->after).second)
             continue;
-        FileSequence found =
-            n ? neighbours(folder, *n) : FileSequence{(fs::path(folder) / name).string(), {}};
+        FileSequence found = n ? neighbours(folder, name, *n)
+                               : FileSequence{(fs::path(folder) / name).string(), {}, {}};
         if (!best || found.frames.size() > best->frames.size())
             best = std::move(found);
     }
@@ -224,9 +282,11 @@ std::optional<FileSequence> findSequence(const std::string& path,
     if (fs::is_directory(path, error))
         return sequenceOfFolder(path, extensions);
     if (fs::exists(path, error)) {
-        const auto n = splitNumber(fs::path(path).filename().string());
+        const std::string name = fs::path(path).filename().string();
+        const auto n = splitNumber(name);
         const fs::path folder = fs::path(path).parent_path();
-        return n ? neighbours(folder.empty() ? fs::path(".") : folder, *n) : FileSequence{path, {}};
+        return n ? neighbours(folder.empty() ? fs::path(".") : folder, name, *n)
+                 : FileSequence{path, {}, {}};
     }
     return hasFramePattern(path) ? sequenceOfPattern(path) : std::nullopt;
 }

@@ -26,11 +26,13 @@ std::string fillFramePattern(const std::string& path, host::FrameNumber frame, i
 /// The pattern in the form that caches understand: every pattern as a run of "#".
 std::string toHashPattern(const std::string& path);
 
-/// A sequence of files: the pattern (with "#") and the frames that exist, ascending. A single file
-/// has its own path as the pattern and no frames.
+/// A sequence of files: the pattern as caches understand it (n "#": n digits, 1 too), the frames
+/// that exist, ascending, and their files. A single file has its own path as the pattern and no
+/// frames.
 struct FileSequence {
     std::string pattern;
     std::vector<std::int64_t> frames;
+    std::vector<std::string> files;
 };
 
 /// The sequence that `path` means: a pattern; a folder (its longest sequence of cache files with

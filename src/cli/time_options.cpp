@@ -17,7 +17,8 @@ constexpr const char* kCacheType = "NmbShaderCache";
 template <class Number>
 bool readNumber(const std::string& text, Number& number) {
     const char* const end = text.data() + text.size();
-    return std::from_chars(text.data(), end, number).ptr == end && !text.empty();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    return error == std::errc() && stop == end;
 }
 
 std::string checkSpeed(const std::string& text) {

@@ -165,6 +165,7 @@ TEST_F(CacheMoments, Inputs_AreToldApartFromUsage) {
                                                        {"--at", "1", "--speed", "0"},
                                                        {"--at", "1", "--speed", "nan"},
                                                        {"--at", "1", "--offset", "0.5"},
+                                                       {"--at", "1", "--offset", "99999999999"},
                                                        {"--at", "1", "--blend", "fade"},
                                                        {"--speed", "2"},
                                                        {"--at", "1", "--header-only"}};

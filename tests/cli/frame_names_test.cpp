@@ -9,6 +9,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include "cache/file_patterns.h"
+
 namespace nimbra::cli {
 namespace {
 
@@ -50,8 +52,11 @@ protected:
         fs::create_directories(folder_);
         for (const char* name :
              {"smoke_0008.vdb", "smoke_0009.vdb", "smoke_0010.vdb", "other.vdb", "smoke_0009.txt",
-              "w9.vdb", "w10.vdb", "n_-0001.vdb", "n_0000.vdb"})
+              "w9.vdb", "w10.vdb", "n_-0001.vdb", "n_0000.vdb", "v/t_-003.vdb", "v/t_0004.vdb",
+              "v/a_0001_v2.vdb", "v/a_0002_v2.vdb", "u/w8.vdb", "u/w10.vdb", "u/w11.vdb"}) {
+            fs::create_directories((folder_ / name).parent_path());
             std::ofstream(folder_ / name) << "x";
+        }
     }
     void TearDown() override { fs::remove_all(folder_); }
     std::string in(const std::string& name) const { return (folder_ / name).string(); }
@@ -72,6 +77,32 @@ TEST_F(Sequences, FileFolderAndPattern_FindTheSameSequence) {
     EXPECT_TRUE(findSequence(in("other.vdb"), {".vdb"})->frames.empty());
     EXPECT_FALSE(findSequence(in("gone.vdb"), {".vdb"}));
     EXPECT_FALSE(findSequence(in("gone_##.vdb"), {".vdb"}));
+}
+
+TEST_F(Sequences, WhatTheCacheIsGiven_FindsTheFiles) {
+    const struct {
+        const char *input, *pattern, *frames;
+    } cases[] = {
+        {"u", "u/w#.vdb", "8 10 11 "},
+        {"u/w10.vdb", "u/w#.vdb", "8 10 11 "},
+        {"u/w%d.vdb", "u/w#.vdb", "8 10 11 "},
+        {"u/w<frame>.vdb", "u/w#.vdb", "8 10 11 "},
+        {"u/w$F.vdb", "u/w#.vdb", "8 10 11 "},
+        {"v/t_0004.vdb", "v/t_####.vdb", "-3 4 "},
+        {"v/t_-003.vdb", "v/t_####.vdb", "-3 4 "},
+        {"v/a_%04d_v2.vdb", "v/a_####_v2.vdb", "1 2 "},
+    };
+    for (const auto& c : cases) {
+        const auto found = findSequence(in(c.input), {".vdb"});
+        ASSERT_TRUE(found) << c.input;
+        EXPECT_EQ(found->pattern, in(c.pattern)) << c.input;
+        std::string frames;
+        for (std::size_t i = 0; i < found->frames.size(); ++i) {
+            frames += std::to_string(found->frames[i]) + " ";
+            EXPECT_EQ(FilePattern(found->pattern).fill(found->frames[i]), found->files[i]);
+        }
+        EXPECT_EQ(frames, c.frames) << c.input;
+    }
 }
 
 }  // namespace
