@@ -183,6 +183,9 @@ void NimbraCachePlugin::reportImport(const std::string& warning, const std::stri
 }
 
 void NimbraCachePlugin::reportBlend(int status) {
+    // An empty grid that can't be made has the number of a blend without IDs.
+    if (!frame_->data)
+        return;
     const char* lack = nullptr;
     switch (status) {
         case kFrameScaleMismatch:

@@ -199,6 +199,11 @@ TEST_F(CachePlugin, NoPath_EmptyGrid) {
     EXPECT_FALSE(frame->upAxisFlipped);
     EXPECT_EQ(frame->transform[4], 1.0f);
     cache->postFrameEnd(&renderer);
+    // Without one there is nothing else to be told.
+    set("cell_size", 0.0005f);
+    EXPECT_EQ(cache->getFrameByTime(1), nullptr);
+    EXPECT_EQ(renderer.log.count("warning: "), 0);
+    cache->postFrameEnd(&renderer);
 }
 
 TEST_F(CachePlugin, TwoCaches_ShareTheirFrame) {
