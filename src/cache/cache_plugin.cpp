@@ -3,8 +3,6 @@
 
 #include "cache/cache_plugin.h"
 
-#include <algorithm>
-
 #include "cache/external_readers.h"
 #include "cache/nimbra_frame.h"
 #include "foundation/log.h"
@@ -154,9 +152,9 @@ int NimbraCachePlugin::getFrameIndices(double time, bool bend, float* loopBlend,
 
 bool NimbraCachePlugin::loadedFrame(double& time) {
     const std::lock_guard lock(section_);
-    if (!loaded_.load(std::memory_order_relaxed) || !frame_->data)
+    if (!loaded_.load(std::memory_order_relaxed) || !frame_->data || rows_.TPF == 0)
         return false;
-    time = static_cast<double>(frame_->currentFrame) / std::max(rows_.TPF, 1);
+    time = static_cast<double>(frame_->currentFrame) / rows_.TPF;
     return true;
 }
 

@@ -98,10 +98,10 @@ NimbraFrameData* NimbraCachePlugin::guarded(Request&& request) {
 }
 
 NimbraFrameData* NimbraCachePlugin::getFrameByTime(double time) {
-    if (loaded_.load(std::memory_order_acquire) || time >= kLoadedFrameTime)
+    if (loaded_.load(std::memory_order_acquire))
         return frame_->data;
     const std::lock_guard lock(section_);
-    if (loaded_.load(std::memory_order_relaxed))
+    if (loaded_.load(std::memory_order_relaxed) || time >= kLoadedFrameTime)
         return frame_->data;
     return guarded([&] {
         prepare(time);

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "cache/blend_frames.h"
+#include "cache/external_readers.h"
 #include "cache/nimbra_frame.h"
 #include "cache/smooth_frame.h"
 #include "foundation/log.h"
@@ -59,7 +60,11 @@ void NimbraFrame::lookUpSources(const Request& request, const FrameMix& mix, int
     constexpr bool kShared = false;
     blendFrom = blendTo = nullptr;
     status[0] = lookUp(blendFrom, mix.first, request, kKeepOld, kShared);
+    const std::string problem = status[0] == kLoadOk ? std::string() : lastImportProblem();
     status[1] = lookUp(blendTo, mix.second, request, kKeepOld, kShared);
+    // The one that can be read must not hide why the other one can't.
+    if (!problem.empty() && status[1] == kLoadOk)
+        setImportProblem(problem);
     if (blendFrom != oldFrom.get() || blendTo != oldTo.get() || !blendSourceValid)
         freeBlendSources();
 }

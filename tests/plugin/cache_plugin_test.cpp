@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <thread>
 #include <vector>
@@ -119,11 +120,22 @@ TEST_F(CachePlugin, TimeBend_IsFollowed) {
 }
 
 TEST_F(CachePlugin, OneFrameIsPreparedOnce) {
-    NimbraFrameData* const first = cache->getFrameByTime(1);
+    // Whoever asks first: the others get the same.
+    std::vector<NimbraFrameData*> got(6);
+    std::vector<std::thread> threads;
+    for (std::size_t i = 0; i < got.size(); ++i)
+        threads.emplace_back([&, i] {
+            cache->getFrameByTime(kLoadedFrameTime);
+            got[i] = cache->getFrameByTime(1);
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    NimbraFrameData* const first = got[0];
     ASSERT_NE(first, nullptr);
+    EXPECT_EQ(std::count(got.begin(), got.end(), first), 6);
+    EXPECT_EQ(first->refCount, 1);
     EXPECT_EQ(cache->getFrameByTime(2), first);
     EXPECT_EQ(cache->getFrameByTime(kLoadedFrameTime), first);
-    std::thread([&] { EXPECT_EQ(cache->getFrameByTime(4), first); }).join();
     EXPECT_EQ(renderer.log.count("successfully loaded"), 1);
     cache->frameEnd(&renderer);
     EXPECT_EQ(cache->getFrameByTime(kLoadedFrameTime), nullptr);
@@ -183,6 +195,10 @@ TEST_F(CachePlugin, DamagedFile_SaysWhatIsWrong) {
     EXPECT_EQ(renderer.log.count("warning: [NimbraCachePlugin] " +
                                  (folder / "s_0003.vdb").string() + ": isn't an OpenVDB file"),
               1);
+    // Also where the other frame of a blend stands in for it, before or behind.
+    EXPECT_EQ(frameAt(2.5), 2);
+    EXPECT_EQ(frameAt(3.5), 4);
+    EXPECT_EQ(renderer.log.count(": isn't an OpenVDB file"), 3);
 }
 
 TEST_F(CachePlugin, NoPath_EmptyGrid) {
