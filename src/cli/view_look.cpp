@@ -269,8 +269,7 @@ void levelSetSettings(const Cast& c, Settings& out) {
     out.emplace_back("simple_color", "[0.7, 0.7, 0.7, 1]");
     out.emplace_back("earg", "0");
     out.emplace_back("targ", "1");
-    out.emplace_back("transp_positions",
-                     fmt::format("[{}, {}]", number(-cell), number(0.25 * cell)));
+    out.emplace_back("transp_positions", fmt::format("[{}, {}]", number(-cell), "0"));
     out.emplace_back("transp_values", "[0.98, 0]");
     out.emplace_back("transp_interpolations", "[1, 1]");
 }
