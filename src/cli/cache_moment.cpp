@@ -91,7 +91,7 @@ CacheMoment momentOf(const CachePlayback& p, host::FrameNumber time) {
     m.mix = frameMix(m.ticks, p.ticksPerFrame, loopBlend, loopFrame);
     // Where no number of a file is, so that no user's frame is taken for it.
     constexpr std::int64_t kFarOut = -2'000'000'000;
-    m.outside = m.mix.first < kFarOut;
+    m.outside = m.ticks == kNoTicks || m.mix.first < kFarOut;
     if (p.path.empty() || m.outside)
         return m;
     m.frames.push_back(findFile(p, m.mix.first));

@@ -53,7 +53,7 @@ struct CacheMoment {
     FrameMix mix;
     /// One, or the two that are blended; none without a path and outside the play range.
     std::vector<WantedFrame> frames;
-    bool outside = false;  // of the play range
+    bool outside = false;  // of the play range, or of all numbers
 
     double cacheFrame() const;
     /// Whether a file that the moment needs is missing, and whether any is there.
@@ -63,8 +63,8 @@ struct CacheMoment {
 
 CacheMoment momentOf(const CachePlayback& playback, host::FrameNumber time);
 
-/// Some lines for people, and a JSON object.
-std::string momentText(const CacheMoment& moment);
+/// Some lines for people, and a JSON object. `input`: the scene or the files that were asked for.
+std::string momentText(const CacheMoment& moment, const std::string& input);
 std::string momentJson(const CacheMoment& moment, const std::string& input);
 
 }  // namespace nimbra::cli

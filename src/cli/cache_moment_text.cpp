@@ -66,7 +66,7 @@ std::string fileText(const WantedFrame& f) {
 /// What comes out, in words.
 std::string shownText(const CacheMoment& m) {
     if (m.outside)
-        return "nothing: outside the play range";
+        return "nothing: outside the play range, or of any number that a frame has";
     if (m.frames.empty())
         return m.mix.kind == FrameMix::kWhole
                    ? "an empty grid: cache_path is empty"
@@ -119,10 +119,10 @@ Json bendJson(const CachePlayback& p) {
 
 }  // namespace
 
-std::string momentText(const CacheMoment& m) {
+std::string momentText(const CacheMoment& m, const std::string& input) {
     const CachePlayback& p = m.playback;
-    std::string text =
-        fmt::format("{}{}\n", p.name.empty() ? "" : p.name + ": ", p.path.empty() ? "-" : p.path);
+    std::string text = p.name.empty() ? p.path : fmt::format("{}, {}: {}", input, p.name, p.path);
+    text += "\n";
     const std::string frame =
         m.outside ? "none" : fmt::format("{} ({} ticks)", m.cacheFrame(), m.ticks);
     text += fmt::format("  time     {} -> cache frame {}\n", m.time.text(), frame);

@@ -109,7 +109,7 @@ private:
                 if (moment.lacksFile())
                     code = kExitInput;
                 std::cout << (first_ || o_.json ? "" : "\n")
-                          << (o_.json ? momentJson(moment, input) : momentText(moment));
+                          << (o_.json ? momentJson(moment, input) : momentText(moment, input));
                 first_ = false;
             }
         return code;

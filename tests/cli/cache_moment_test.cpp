@@ -91,6 +91,8 @@ TEST_F(CacheMoments, Settings_LeadToFilesAndWeights) {
     EXPECT_EQ(show(103), "between 11:11 12:12");
     EXPECT_EQ(show(99), "outside");
     EXPECT_EQ(show(105), "outside") << "behind the play length";
+    playback_.bend = {.playSpeed = 1e30f};
+    EXPECT_EQ(show(2), "outside");
     playback_.bent = false;
     EXPECT_EQ(show(11), "whole 11:11");
     playback_.bent = true;
