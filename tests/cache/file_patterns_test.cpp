@@ -135,13 +135,6 @@ TEST(EnumFiles, OnlyRegularFiles) {
     EXPECT_EQ(frame, 9);
 }
 
-TEST(EnumFiles, FolderMissing_NothingFound) {
-    std::string path;
-    std::int64_t frame = 0;
-    EXPECT_FALSE(NimbraEnum::chooseFile("/nowhere/at/all/s_####.vdb", 1, NimbraEnum::Mode::Nearest,
-                                        path, frame));
-}
-
 TEST(EnumFiles, PercentInFolderOrName_IsNoGlob) {
     const TempFolder folder;
     folder.write("a*b_1.vdb", "x");

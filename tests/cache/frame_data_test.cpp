@@ -14,8 +14,10 @@
 #include "cache/prt_group.h"
 #include "cache/sg_compressor.h"
 #include "cache/test_grids.h"
+#include "cache/test_jobs.h"
 #include "cache/test_log.h"
 #include "foundation/parallel.h"
+#include "support/threads.h"
 
 namespace nimbra {
 namespace {
@@ -195,20 +197,16 @@ TEST(PackedColor, ManyThreadsAtOnce_SeeOneExpansion) {
         store(frame, {record(kPackedColor, packedColor(testColors()))});
         std::barrier start(kThreads);
         std::atomic<int> wrong{0};
-        std::vector<std::thread> threads;
-        for (int t = 0; t < kThreads; ++t)
-            threads.emplace_back([&, t] {
-                start.arrive_and_wait();
-                const int channel = t % 4 == 3 ? kPackedColor : kColorR + t % 4;
-                const test::Proxy& proxy = frame.getChannelProxy(channel);
-                if (channel == kPackedColor)
-                    return;
-                for (int i = 0; i < kCells; ++i)
-                    wrong += proxy.read(i) !=
-                             float(colorWord(i) >> 8 * (kColorB - channel) & 255) * 0.003921569f;
-            });
-        for (std::thread& t : threads)
-            t.join();
+        test::onThreads(kThreads, [&](int t) {
+            start.arrive_and_wait();
+            const int channel = t % 4 == 3 ? kPackedColor : kColorR + t % 4;
+            const test::Proxy& proxy = frame.getChannelProxy(channel);
+            if (channel == kPackedColor)
+                return;
+            for (int i = 0; i < kCells; ++i)
+                wrong += proxy.read(i) !=
+                         float(colorWord(i) >> 8 * (kColorB - channel) & 255) * 0.003921569f;
+        });
         EXPECT_EQ(wrong, 0);
     }
 }
@@ -236,36 +234,30 @@ TEST(PackedColor, StreamsThatDoNotExpand_LeaveTheChannelAbsent) {
 }
 
 TEST(Speed, IsTheLengthOfTheVelocity) {
-    TessUtils::ThreadManager* const manager = TessUtils::newThreadManager(3);
-    NMBUtils::setGlobalThreadManager(manager);
-    {
-        NimbraFrameData frame;
-        for (int c = kVelocityX; c <= kVelocityZ; ++c) {
-            const auto field = [c](int x, int y, int z) { return test::noiseAt(x, y, z, c); };
-            // One of the three is a tree.
-            attach(frame, c,
-                   c == kVelocityY ? test::treeChannel(kFloatTree, {kNx, kNy, kNz}, field)
-                                   : dense(field));
-        }
-        const test::Proxy& speed = frame.getChannelProxy(kSpeed);
-        ASSERT_TRUE(speed.loaded);
-        EXPECT_EQ(speed.storage->voxels.size, kCells);
-        for (int i = 0; i < kCells; ++i) {
-            const float x = frame.channels[4].read(i), y = frame.channels[5].read(i),
-                        z = frame.channels[6].read(i);
-            EXPECT_EQ(speed.read(i), std::sqrt(x * x + y * y + z * z));
-        }
-        NimbraFrameData without;
-        attach(without, kVelocityX, dense([](int, int, int) { return 1.0f; }));
-        EXPECT_FALSE(without.getChannelProxy(kSpeed).loaded);
-        // Velocities of another grid can't be read by this one's cells.
-        attach(without, kVelocityY,
-               test::denseChannel({2, 2, 2}, [](int, int, int) { return 1.f; }));
-        attach(without, kVelocityZ, dense([](int, int, int) { return 1.0f; }));
-        EXPECT_FALSE(without.getChannelProxy(kSpeed).loaded);
+    const test::Threads lent(3);
+    NimbraFrameData frame;
+    for (int c = kVelocityX; c <= kVelocityZ; ++c) {
+        const auto field = [c](int x, int y, int z) { return test::noiseAt(x, y, z, c); };
+        // One of the three is a tree.
+        attach(
+            frame, c,
+            c == kVelocityY ? test::treeChannel(kFloatTree, {kNx, kNy, kNz}, field) : dense(field));
     }
-    NMBUtils::releaseGlobalThreadManager();
-    TessUtils::deleteThreadManager(manager);
+    const test::Proxy& speed = frame.getChannelProxy(kSpeed);
+    ASSERT_TRUE(speed.loaded);
+    EXPECT_EQ(speed.storage->voxels.size, kCells);
+    for (int i = 0; i < kCells; ++i) {
+        const float x = frame.channels[4].read(i), y = frame.channels[5].read(i),
+                    z = frame.channels[6].read(i);
+        EXPECT_EQ(speed.read(i), std::sqrt(x * x + y * y + z * z));
+    }
+    NimbraFrameData without;
+    attach(without, kVelocityX, dense([](int, int, int) { return 1.0f; }));
+    EXPECT_FALSE(without.getChannelProxy(kSpeed).loaded);
+    // Velocities of another grid can't be read by this one's cells.
+    attach(without, kVelocityY, test::denseChannel({2, 2, 2}, [](int, int, int) { return 1.f; }));
+    attach(without, kVelocityZ, dense([](int, int, int) { return 1.0f; }));
+    EXPECT_FALSE(without.getChannelProxy(kSpeed).loaded);
 }
 
 TEST(Lock, IsRecursiveForItsOwnerAndHoldsOthersOff) {
@@ -288,17 +280,13 @@ TEST(Lock, IsRecursiveForItsOwnerAndHoldsOthersOff) {
     EXPECT_EQ(frame.lockOwner, 0u);
     // Unprotected counting, but for the lock.
     int counter = 0;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 8; ++t)
-        threads.emplace_back([&] {
-            for (int i = 0; i < 2000; ++i) {
-                const FrameLock outer(frame);
-                const FrameLock inner(frame);
-                ++counter;
-            }
-        });
-    for (std::thread& t : threads)
-        t.join();
+    test::onThreads(8, [&](int) {
+        for (int i = 0; i < 2000; ++i) {
+            const FrameLock outer(frame);
+            const FrameLock inner(frame);
+            ++counter;
+        }
+    });
     EXPECT_EQ(counter, 16000);
 }
 
@@ -361,21 +349,6 @@ TEST(Read, RunsAndCells) {
 }
 
 // ---- Header ------------------------------------------------------------------------------------
-
-TEST(UpAxis, FlippingThereAndBack_RestoresTheMatrix) {
-    NimbraFrameData frame;
-    for (int i = 0; i < 12; ++i)
-        frame.transform[i] = float(i + 1);
-    float before[12];
-    frame.getTransform(before);
-    frame.flipUpAxis(2);
-    EXPECT_EQ(frame.upAxisFlipped, 1);
-    const float flipped[12] = {1, 2, 3, 7, 8, 9, -4, -5, -6, 10, 11, 12};
-    EXPECT_TRUE(std::equal(flipped, flipped + 12, frame.transform));
-    frame.flipUpAxis(1);
-    EXPECT_EQ(frame.upAxisFlipped, 0);
-    EXPECT_TRUE(std::equal(before, before + 12, frame.transform));
-}
 
 TEST(Groups, OnlyThoseWithPositions_AreCounted) {
     NimbraFrameData frame;

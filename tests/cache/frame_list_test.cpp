@@ -49,18 +49,6 @@ TEST(FrameDataArray, Counts_AreKeptAndLogged) {
     EXPECT_EQ(log.take(), "");
 }
 
-TEST(FrameDataArray, AFrameTakenInTwice_GoesOnce) {
-    NimbraFrame::FrameDataArray list;
-    int gone = 0;
-    NimbraFrameData* const frame = list.acquireFrame(new WatchedFrame(gone), true);
-    list.acquireFrame(frame, true);
-    EXPECT_EQ(list.size, 2);
-    EXPECT_EQ(frame->refCount, 1);
-    list.releaseFrame(frame);
-    EXPECT_EQ(gone, 1);
-    EXPECT_EQ(list.size, 0);
-}
-
 TEST(FrameDataArray, TheEnd_ReportsWhatIsLeftFromTheLastOn) {
     test::CaughtLog log;
     int gone = 0;

@@ -91,15 +91,6 @@ TEST_F(FrameLoad, SameFrameAgain_TouchesNoFile) {
     EXPECT_EQ(load(holder, 1000, {pattern(), "1,density;"}), kFrameFailed);
 }
 
-TEST_F(FrameLoad, OneFile_ServesAllFrames) {
-    const std::string file = write(1, 1);
-    NimbraFrame holder;
-    EXPECT_EQ(load(holder, 500000, {file}), kFrameLoaded);
-    EXPECT_EQ(load(holder, -3000, {file}), kFrameUnchanged);
-    EXPECT_EQ(holder.currentFrame, -3000);
-    EXPECT_EQ(holder.data->frameNumber, NimbraFrameData::kNoFrame);
-}
-
 TEST_F(FrameLoad, HoldersShareByPathMappingAndTime) {
     const std::string file = write(1, 1);
     NimbraFrame a, b, other, smooth;
@@ -176,14 +167,6 @@ TEST_F(FrameLoad, FailureThatWillNotMend_IsRemembered) {
     EXPECT_EQ(holder.failStatus, 0);
     log.take();
     EXPECT_EQ(load(holder, 1000, noMap), kFrameFailed);
-}
-
-TEST_F(FrameLoad, BrokenFile_GivesNoFrame) {
-    folder.write("s_0001.vdb", "broken");
-    NimbraFrame holder;
-    EXPECT_EQ(load(holder, 1000, {pattern()}), kFrameFailed);
-    EXPECT_EQ(holder.data, nullptr);
-    EXPECT_EQ(NimbraFrame::frameDataArray.size, 0);
 }
 
 TEST_F(FrameLoad, NoTicksToAFrame_NoFrame) {

@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <cmath>
-#include <thread>
 #include <vector>
 
 #include "cache/external_readers.h"
@@ -17,6 +16,7 @@
 #include "cache/nimbra_frame.h"
 #include "cache/test_log.h"
 #include "kol_writer/kol_writer.h"
+#include "support/threads.h"
 
 namespace nimbra {
 namespace {
@@ -86,35 +86,17 @@ TEST_F(ImportKolFile, FileThatSomebodyWrites_IsRefusedForGood) {
 TEST_F(ImportKolFile, LockedOnlyWhileItIsRead_AlsoByThreadsInTurn) {
     const std::string path = writeSmoke();
     kolPatience = {1000, 1};
-    std::vector<std::thread> threads;
     std::atomic<int> loaded{0};
-    for (int t = 0; t < 4; ++t)
-        threads.emplace_back([&] {
-            for (int i = 0; i < 20; ++i) {
-                NimbraFrameData frame;
-                loaded += frame.ImportKol(path, false, i % 2 != 0) == kLoadOk;
-            }
-        });
-    for (std::thread& t : threads)
-        t.join();
+    onThreads(4, [&](int) {
+        for (int i = 0; i < 20; ++i) {
+            NimbraFrameData frame;
+            loaded += frame.ImportKol(path, false, i % 2 != 0) == kLoadOk;
+        }
+    });
     EXPECT_EQ(loaded, 80);
     const int writer = open(path.c_str(), O_RDWR);
     EXPECT_EQ(flock(writer, LOCK_EX | LOCK_NB), 0) << "left locked";
     close(writer);
-}
-
-TEST_F(ImportKolFile, FramesOfCaches_AreFoundByTheirNumbers) {
-    writeSmoke();
-    NimbraFrame holder;
-    const int size[3] = {1, 1, 1};
-    const std::string pattern = folder / "frame_####.kol";
-    ASSERT_EQ(holder.load(5000, pattern, 0, 1000, size, 1, false, true, 0, ""), kFrameLoaded);
-    EXPECT_TRUE(holder.data->getChannelProxy(kSmoke).loaded);
-    // A file without its footer is known as damaged.
-    std::filesystem::resize_file(folder / "frame_0005.kol", 200);
-    NimbraFrame second;
-    EXPECT_EQ(second.load(5000, pattern, 0, 1000, size, 1, false, true, 0, ""), kFrameDamaged);
-    EXPECT_EQ(second.failStatus, kLoadNoFooter);
 }
 
 }  // namespace

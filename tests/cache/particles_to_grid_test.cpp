@@ -246,20 +246,6 @@ TEST(ParticlesToGrid, NothingToDo_LeavesTheFrameAsItIs) {
     EXPECT_EQ(liquidParticlesToGrid(bare), 0u);
 }
 
-TEST(ParticlesToGrid, Colours_NeedAllChannelsAndTheParticlesOwn) {
-    const Field positions = {2, 2, 2}, colors = {1, 2, 4};
-    LiquidFrame frame({9, 9, 9}, positions);
-    EXPECT_EQ(liquidParticlesToGrid(frame), kSurface);
-    frame.addColors(colors);
-    EXPECT_EQ(liquidParticlesToGrid(frame), kSurface | kColors);
-    frame.freeChannel(kColorG);
-    EXPECT_EQ(liquidParticlesToGrid(frame), kSurface);
-    frame.addChannel(kColorG);
-    frame.liquid->channelMask &= ~channelBit(kPrtColor);
-    EXPECT_EQ(liquidParticlesToGrid(frame), kSurface);
-    EXPECT_EQ(frame.values(kColorG), Field(729, 9.0f));
-}
-
 // A voxel's colour spreads one voxel up on each axis, then over two faces; beyond that there is
 // none.
 TEST(ParticlesToGrid, Colours_ReachTwoVoxelsBeyondTheSpread) {

@@ -12,6 +12,7 @@
 #include "cache/test_log.h"
 #include "support/golden.h"
 #include "support/memory_file.h"
+#include "support/mutated.h"
 #include "support/prt_writer.h"
 #include "support/temp_folder.h"
 #include "tessra/allocator.h"
@@ -234,21 +235,12 @@ TEST_F(PrtFileTest, BrokenFiles_AnswerAsTheyShould) {
 }
 
 TEST_F(PrtFileTest, MutatedFiles_Answer) {
-    std::mt19937 random(11);
+    std::mt19937_64 random(11);
     const std::string sound = prtBytes(simplePrt(60));
-    const std::int32_t numbers[] = {0, 1, -1, 44, 56, 0x7FFFFFFF, INT32_MIN, 0x10000, 1 << 24};
     int loaded = 0;
     constexpr int kFiles = 20000;
     for (int i = 0; i < kFiles; ++i) {
-        std::string bytes = sound;
-        for (unsigned changes = 1 + random() % 4; changes > 0; --changes) {
-            const std::size_t at = random() % (random() % 2 ? bytes.size() - 4 : 200);
-            if (random() % 2)
-                bytes[at] = static_cast<char>(random());
-            else
-                std::memcpy(&bytes[at / 4 * 4], &numbers[random() % std::size(numbers)], 4);
-        }
-        loaded += load(bytes);
+        loaded += load(mutated(sound, random));
         sumOfAll(file);
     }
     EXPECT_GT(loaded, kFiles / 8);

@@ -8,12 +8,12 @@
 #include <atomic>
 #include <cstring>
 #include <random>
-#include <thread>
 #include <vector>
 
 #include "cache/sg_compressor.h"
 #include "cache/test_grids.h"
 #include "cache/test_log.h"
+#include "support/threads.h"
 
 namespace nimbra {
 namespace {
@@ -228,14 +228,10 @@ TEST(PrtGroup, SearchesByManyThreads) {
     group.count = 5000;
     ASSERT_TRUE(group.setChannel(kPrtId, ids.data()));
     std::atomic<int> wrong{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 8; ++t)
-        threads.emplace_back([&] {
-            for (int id = 0; id < 5000; id += 11)
-                wrong += ids[static_cast<std::size_t>(group.findById(id))] != id;
-        });
-    for (std::thread& t : threads)
-        t.join();
+    test::onThreads(8, [&](int) {
+        for (int id = 0; id < 5000; id += 11)
+            wrong += ids[static_cast<std::size_t>(group.findById(id))] != id;
+    });
     EXPECT_EQ(wrong, 0);
 }
 

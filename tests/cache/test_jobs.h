@@ -6,28 +6,12 @@
 
 #include <atomic>
 
-#include "foundation/parallel.h"
+#include "support/lent_threads.h"
 #include "tessra/progress.h"
-#include "tessra/thread_manager.h"
 
 namespace nimbra::test {
 
-/// Threads for all jobs of a scope; 0: none are lent.
-class Threads {
-public:
-    explicit Threads(int count) : manager_(count ? TessUtils::newThreadManager(count) : nullptr) {
-        NMBUtils::setGlobalThreadManager(manager_);
-    }
-    ~Threads() {
-        NMBUtils::releaseGlobalThreadManager();
-        TessUtils::deleteThreadManager(manager_);
-    }
-    Threads(const Threads&) = delete;
-    Threads& operator=(const Threads&) = delete;
-
-private:
-    TessUtils::ThreadManager* manager_;
-};
+using Threads = LentThreads;
 
 /// Wants to stop once so many questions are answered.
 class Stop : public TessUtils::ProgressCallback {

@@ -86,32 +86,5 @@ TEST(ThreadSlot, SlotsThatDieBeforeTheirThreads) {
     EXPECT_EQ(alive, 0);
 }
 
-TEST(ThreadSlot, ThreadsThatComeAndGo_WhileSlotsDo) {
-    alive = 0;
-    {
-        std::vector<ThreadSlot> lasting(10);
-        std::atomic<bool> stop{false};
-        std::thread churn([&] {
-            while (!stop) {
-                std::vector<ThreadSlot> passing(20);
-                for (const ThreadSlot& slot : passing)
-                    slot.set(std::make_unique<Counted>(1));
-            }
-        });
-        for (int round = 0; round < 100; ++round)
-            std::thread([&] {
-                for (const ThreadSlot& slot : lasting) {
-                    EXPECT_EQ(slot.get(), nullptr);
-                    slot.set(std::make_unique<Counted>(2));
-                }
-            }).join();
-        stop = true;
-        churn.join();
-        for (const ThreadSlot& slot : lasting)
-            EXPECT_EQ(slot.objectCount(), 0u);
-    }
-    EXPECT_EQ(alive, 0);
-}
-
 }  // namespace
 }  // namespace nimbra

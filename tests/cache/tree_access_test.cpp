@@ -6,12 +6,12 @@
 
 #include <atomic>
 #include <barrier>
-#include <thread>
 #include <vector>
 
 #include "cache/grid_samplers.h"
 #include "cache/test_grids.h"
 #include "cache/thread_slot.h"
+#include "support/threads.h"
 
 namespace nimbra {
 namespace {
@@ -107,18 +107,14 @@ TEST(TreeThreads, FirstTouchByManyThreadsAtOnce) {
     const test::Proxy dense = test::denseChannel(size, patchyNoise);
     std::barrier start(kThreads);
     std::atomic<int> wrong{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t)
-        threads.emplace_back([&, t] {
-            start.arrive_and_wait();
-            for (int i = 0; i < 200; ++i) {
-                const float x = float((i * 7 + t) % 29), y = float((i * 3 + t) % 29);
-                for (const test::Proxy& tree : trees)
-                    wrong += patchAt(tree, x, y, 5) != patchAt(dense, x, y, 5);
-            }
-        });
-    for (std::thread& t : threads)
-        t.join();
+    test::onThreads(kThreads, [&](int t) {
+        start.arrive_and_wait();
+        for (int i = 0; i < 200; ++i) {
+            const float x = float((i * 7 + t) % 29), y = float((i * 3 + t) % 29);
+            for (const test::Proxy& tree : trees)
+                wrong += patchAt(tree, x, y, 5) != patchAt(dense, x, y, 5);
+        }
+    });
     EXPECT_EQ(wrong, 0);
 }
 
@@ -136,22 +132,18 @@ TEST(TreeThreads, ThousandsOfChannels_UseFewSlotsAgain) {
     const auto longLived =
         treeChannel(kFloatTree, {9, 9, 9}, [](int x, int, int) { return float(x); });
     std::atomic<int> wrong{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t)
-        threads.emplace_back([&, t] {
-            for (int round = 0; round < kRounds; ++round) {
-                test::Proxy mine[kAtOnce];
-                for (int i = 0; i < kAtOnce; ++i) {
-                    const float value = float(1 + t * 100000 + round * 10 + i);
-                    mine[i] = treeChannel(kFloatTree, {4, 1, 1},
-                                          [value](int, int, int) { return value; });
-                    wrong += patchAt(mine[i], 1, 0, 0) != value;
-                }
-                wrong += patchAt(longLived, float(round % 8), 1, 1) != float(round % 8);
+    test::onThreads(kThreads, [&](int t) {
+        for (int round = 0; round < kRounds; ++round) {
+            test::Proxy mine[kAtOnce];
+            for (int i = 0; i < kAtOnce; ++i) {
+                const float value = float(1 + t * 100000 + round * 10 + i);
+                mine[i] =
+                    treeChannel(kFloatTree, {4, 1, 1}, [value](int, int, int) { return value; });
+                wrong += patchAt(mine[i], 1, 0, 0) != value;
             }
-        });
-    for (std::thread& t : threads)
-        t.join();
+            wrong += patchAt(longLived, float(round % 8), 1, 1) != float(round % 8);
+        }
+    });
     EXPECT_EQ(wrong, 0);
     EXPECT_EQ(liveTreeHolders(), holdersBefore + 1);
     EXPECT_LE(ThreadSlot::numbersInUse(), slotsBefore + 1 + kThreads * kAtOnce);

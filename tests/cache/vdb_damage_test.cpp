@@ -14,6 +14,7 @@
 #include "cache/frame_data.h"
 #include "cache/vdb_info.h"
 #include "cache/vdb_walk.h"
+#include "support/mutated.h"
 #include "support/temp_folder.h"
 #include "support/vdb_writer.h"
 
@@ -95,33 +96,9 @@ TEST_F(VdbDamage, RandomMutations_AnswerAlways) {
     int loaded = 0, refused = 0;
     for (const std::uint32_t compression : {2u, 3u, 6u}) {
         const std::string sound = bytesOf(manyGrids(compression));
-        std::mt19937 random(7u + compression);
-        const auto pick = [&](std::size_t n) { return random() % n; };
-        for (int round = 0; round < 100; ++round) {
-            std::string bytes = sound;
-            for (std::size_t n = 1 + pick(4); n > 0; --n) {
-                static const std::uint64_t kValues[] = {
-                    0, 1, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF, INT64_MAX, 1ull << 63, ~0ull};
-                const std::size_t at = pick(bytes.size() - 8);
-                switch (pick(4)) {
-                    case 0:
-                        bytes[at] = static_cast<char>(random());
-                        break;
-                    case 1:
-                        bytes[at] = static_cast<char>(bytes[at] ^ (1 << pick(8)));
-                        break;
-                    case 2:
-                        std::memcpy(&bytes[at], &kValues[pick(8)], pick(2) ? 4 : 8);
-                        break;
-                    default:
-                        bytes.erase(at, 1 + pick(40));
-                        break;
-                }
-                if (bytes.size() < 64)
-                    break;
-            }
-            ++(survive(bytes) ? loaded : refused);
-        }
+        std::mt19937_64 random(7u + compression);
+        for (int round = 0; round < 100; ++round)
+            ++(survive(mutated(sound, random)) ? loaded : refused);
     }
     // Most of the bytes are masks, whose damage shows, and values, where any bits will do.
     EXPECT_GT(loaded, 20);

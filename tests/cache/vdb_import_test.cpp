@@ -347,27 +347,5 @@ TEST_F(VdbImport, PipesFoldersSocketsDevices_AreRefusedAtOnce) {
     close(listener);
 }
 
-TEST_F(VdbImport, RealFiles) {
-    const std::string data = NIMBRA_TEST_DATA "/vdb/";
-    const std::string fire = data + "campfire_0040.vdb";
-    EXPECT_EQ(CacheIO::findChannelMap(fire), "2,density;1,temperature;");
-    ASSERT_EQ(importVdb(fire, frame,
-                        "2,density;1,temperature;10,flame;4,velocity(x);"
-                        "5,velocity(y);6,velocity(z);",
-                        false),
-              kLoadOk);
-    EXPECT_EQ(frame.channelMask, 0x476u);
-    float low = 0, high = 0;
-    ASSERT_TRUE(frame.getChannelRange(10, low, high));
-    EXPECT_GT(high, 0.5f);
-    EXPECT_LE(high, 1.0f);
-    // A points grid that nothing here can read doesn't spoil its neighbours.
-    const std::string spray = data + "spray_0017.vdb";
-    EXPECT_EQ(CacheIO::findChannelMap(spray), "2,trapped_air_secondary;");
-    ASSERT_EQ(importVdb(spray, frame, "2,wave_crest_secondary;", false), kLoadOk);
-    ASSERT_TRUE(frame.getChannelRange(2, low, high));
-    EXPECT_EQ(high, 1.0f);
-}
-
 }  // namespace
 }  // namespace nimbra

@@ -103,38 +103,6 @@ TEST(FrameJson, KolFiles_GiveTheGoldenFrames) {
     }
 }
 
-// What the golden lists hold stands behind a zero record; here particles count from 0.
-void expectParticles(NimbraFrameData::PGroup& group, int channel, const Json& list) {
-    if (!list.contains("sample_index"))
-        return;
-    for (std::size_t i = 0; i < list["sample_index"].size(); ++i) {
-        const int particle = list["sample_index"][i].get<int>() - 1;
-        float values[3];
-        if (particle < 0 || !group.getValue(particle, channel, values))
-            continue;
-        for (int c = 0; c < group.getChannelComponents(channel); ++c)
-            EXPECT_EQ(test::bitsOf(values[c]), list["sample_bits"][i][c].get<std::string>())
-                << "channel " << channel << ", particle " << particle;
-    }
-}
-
-TEST(FrameJson, PrtFiles_AreGroupsOfTheGoldenParticles) {
-    for (const GoldenCase& golden : test::goldenInFolder("prt")) {
-        SCOPED_TRACE(golden.name());
-        const CacheFrame frame = loadCacheFrame(golden.file(golden.json["file"]), "", false);
-        EXPECT_EQ(frame.status == 0, golden.json["load"].get<bool>());
-        if (!frame.data)
-            continue;
-        NimbraFrameData::PGroup& group = *frame.data->groups[0];
-        EXPECT_EQ(group.count, golden.json["count"]);
-        expectParticles(group, kPrtPosition, golden.json["positions"]);
-        if (golden.json["velmult"] == 1.0)
-            expectParticles(group, kPrtVelocity, golden.json["velocities"]);
-        expectParticles(group, kPrtSize, golden.json["sizes"]);
-        expectParticles(group, kPrtAge, golden.json["ages"]);
-    }
-}
-
 TEST(FrameJson, ChannelsBeyondTheLimit_AreNamedAndLeftOut) {
     NimbraFrameData frame;
     frame.resetHeader(false);

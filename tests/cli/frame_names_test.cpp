@@ -4,17 +4,12 @@
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <filesystem>
-#include <fstream>
+#include "support/temp_folder.h"
 
 #include "cache/file_patterns.h"
 
 namespace nimbra::cli {
 namespace {
-
-namespace fs = std::filesystem;
 
 TEST(FrameNames, Fill_TakesEveryForm) {
     EXPECT_EQ(fillFramePattern("a/s_####.vdb", 7), "a/s_0007.vdb");
@@ -47,26 +42,21 @@ TEST(FrameNames, Output_NumbersSeveralFramesAndFindsClashes) {
 
 class Sequences : public testing::Test {
 protected:
-    void SetUp() override {
-        folder_ = fs::temp_directory_path() / ("nimbra_seq_" + std::to_string(::getpid()));
-        fs::create_directories(folder_);
+    Sequences() {
         for (const char* name :
              {"smoke_0008.vdb", "smoke_0009.vdb", "smoke_0010.vdb", "other.vdb", "smoke_0009.txt",
               "w9.vdb", "w10.vdb", "n_-0001.vdb", "n_0000.vdb", "v/t_-003.vdb", "v/t_0004.vdb",
-              "v/a_0001_v2.vdb", "v/a_0002_v2.vdb", "u/w8.vdb", "u/w10.vdb", "u/w11.vdb"}) {
-            fs::create_directories((folder_ / name).parent_path());
-            std::ofstream(folder_ / name) << "x";
-        }
+              "v/a_0001_v2.vdb", "v/a_0002_v2.vdb", "u/w8.vdb", "u/w10.vdb", "u/w11.vdb"})
+            folder_.write(name, "x");
     }
-    void TearDown() override { fs::remove_all(folder_); }
     std::string in(const std::string& name) const { return (folder_ / name).string(); }
-    fs::path folder_;
+    test::TempFolder folder_;
 };
 
 TEST_F(Sequences, FileFolderAndPattern_FindTheSameSequence) {
     const std::vector<std::int64_t> frames{8, 9, 10};
-    for (const std::string& path :
-         {in("smoke_0009.vdb"), in("smoke_####.vdb"), in("smoke_%04d.vdb"), folder_.string()}) {
+    for (const std::string& path : {in("smoke_0009.vdb"), in("smoke_####.vdb"),
+                                    in("smoke_%04d.vdb"), folder_.path().string()}) {
         const auto found = findSequence(path, {".vdb"});
         ASSERT_TRUE(found) << path;
         EXPECT_EQ(found->pattern, in("smoke_####.vdb"));

@@ -67,12 +67,5 @@ TEST(ProgressPrinter, JsonAndAlf_AreReadByPrograms) {
     EXPECT_NE(alf.str().find(" | alf_progress  42%\n"), std::string::npos) << alf.str();
 }
 
-TEST(ProgressPrinter, Clock_GrowsHours) {
-    EXPECT_EQ(clockText(0), "0:00");
-    EXPECT_EQ(clockText(123.4), "2:03");
-    EXPECT_EQ(clockText(3723), "1:02:03");
-    EXPECT_LT(remainingSeconds(at(0, 5)), 0);
-}
-
 }  // namespace
 }  // namespace nimbra::cli

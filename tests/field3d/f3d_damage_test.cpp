@@ -18,6 +18,7 @@
 #include "field3d/f3d_info.h"
 #include "field3d/ogawa_writer.h"
 #include "field3d/tree_message.h"
+#include "support/mutated.h"
 #include "support/temp_folder.h"
 
 namespace nimbra {
@@ -222,28 +223,13 @@ TEST_F(F3dDamage, MappingsThatAreNone) {
               std::string::npos);
 }
 
-std::string mutated(std::string bytes, std::mt19937_64& random) {
-    static constexpr std::uint64_t kNumbers[] = {0,          1,     0xFF,       0x7FFFFFFF,
-                                                 0x80000000, ~0ull, 1ull << 63, 1ull << 32};
-    for (int changes = 1 + int(random() % 5); changes > 0; --changes) {
-        const std::size_t at = random() % (bytes.size() - 8);
-        if (random() % 2)
-            bytes[at] = static_cast<char>(random());
-        else
-            std::memcpy(&bytes[at], &kNumbers[random() % 8], random() % 2 ? 4 : 8);
-    }
-    if (random() % 16 == 0)
-        bytes.resize(random() % bytes.size());
-    return bytes;
-}
-
 TEST_F(F3dDamage, Mutations_AllGetAnAnswer) {
     std::mt19937_64 random(5);
     const auto replay = [&](const std::string& name, int count) {
         const std::string bytes = test::readFile(test::f3dFolder() / name);
         ASSERT_FALSE(bytes.empty()) << name;
         for (int i = 0; i < count; ++i)
-            problemOfBytes(mutated(bytes, random));
+            problemOfBytes(test::mutated(bytes, random));
     };
     for (const char* name : {"sparse_float_order2_og.f3d", "dense_half_og.f3d", "tiny_og.f3d"})
         replay(name, 700);

@@ -6,13 +6,13 @@
 
 #include <atomic>
 #include <cmath>
-#include <thread>
 
 #include "cache/external_readers.h"
 #include "cache/frame_data.h"
 #include "field3d/f3d_cases.h"
 #include "field3d/ogawa_writer.h"
 #include "support/temp_folder.h"
+#include "support/threads.h"
 
 namespace nimbra {
 namespace {
@@ -212,18 +212,14 @@ TEST_F(F3dImport, FilesThatAreNone_SayWhy) {
 }
 
 TEST_F(F3dImport, Threads_ReadSideBySide) {
-    std::vector<std::thread> threads;
     std::atomic<int> good{0};
-    for (int t = 0; t < 4; ++t)
-        threads.emplace_back([&, t] {
-            for (int i = 0; i < 3; ++i) {
-                NimbraFrameData own;
-                const char* name = t % 2 ? "sparse_half_h5.f3d" : "dense_float_og.f3d";
-                good += own.load(sample(name), "2,density;", 0, -1, false, false) == kLoadOk;
-            }
-        });
-    for (std::thread& t : threads)
-        t.join();
+    test::onThreads(4, [&](int t) {
+        for (int i = 0; i < 3; ++i) {
+            NimbraFrameData own;
+            const char* name = t % 2 ? "sparse_half_h5.f3d" : "dense_float_og.f3d";
+            good += own.load(sample(name), "2,density;", 0, -1, false, false) == kLoadOk;
+        }
+    });
     EXPECT_EQ(good, 12);
 }
 

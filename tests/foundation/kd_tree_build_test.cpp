@@ -120,26 +120,6 @@ std::vector<int> numbersUpTo(int count) {
     return numbers;
 }
 
-/// Every leaf's bounds are exactly those of its points.
-void expectTightLeaves(const PointTree& tree) {
-    for (const KDNode* leaf : leavesOf(tree)) {
-        if (leaf == &tree.root())
-            continue;
-        Vector low = tree.point(leaf->list()[0]);
-        Vector high = low;
-        for (int i = 1; i < leaf->count; ++i) {
-            for (int k = 0; k < 3; ++k) {
-                low[k] = std::min(low[k], tree.point(leaf->list()[i])[k]);
-                high[k] = std::max(high[k], tree.point(leaf->list()[i])[k]);
-            }
-        }
-        for (int k = 0; k < 3; ++k) {
-            EXPECT_EQ(leaf->min[k], low[k]);
-            EXPECT_EQ(leaf->max[k], high[k]);
-        }
-    }
-}
-
 TEST(KDTreeBuild, Points_LieInOneLeafEach) {
     for (const PointSet& set : pointSets()) {
         SCOPED_TRACE(set.name);
@@ -147,75 +127,12 @@ TEST(KDTreeBuild, Points_LieInOneLeafEach) {
         ASSERT_EQ(tree.build(), 1);
         EXPECT_EQ(tree.flags, NmbKDTree::kPoints | NmbKDTree::kBuilt);
         EXPECT_EQ(sortedIndicesOf(tree), numbersUpTo(tree.count()));
-        expectTightLeaves(tree);
         int largest = 0;
         for (const KDNode* leaf : leavesOf(tree))
             largest = std::max(largest, leaf->count);
         EXPECT_EQ(largest > 31, tree.degenerateCount > 31);
         EXPECT_EQ(tree.statistics().largestLeaf, largest);
         EXPECT_EQ(tree.statistics().leafPrimitives, tree.count());
-    }
-}
-
-/// A box lies in a leaf exactly if it reaches to that side of all planes above.
-void expectBoxesOnTheirSides(const KDNode& node, const std::vector<Box>& boxes,
-                             std::vector<int> here) {
-    if (node.isLeaf()) {
-        EXPECT_EQ(std::vector<int>(node.list(), node.list() + node.count), here);
-        return;
-    }
-    std::vector<int> sides[2];
-    double sum = 0;
-    for (const int index : here) {
-        const Box& box = boxes[static_cast<std::size_t>(index)];
-        sum += (double(box.min[node.axis]) + double(box.max[node.axis])) / 2;
-    }
-    const double mean = sum / static_cast<double>(here.size());
-    EXPECT_NEAR(node.split, mean, std::fabs(mean) * 1e-6 + 1e-12);
-    for (const int index : here) {
-        const Box& box = boxes[static_cast<std::size_t>(index)];
-        if (box.min[node.axis] < mean)
-            sides[0].push_back(index);
-        if (box.max[node.axis] >= mean)
-            sides[1].push_back(index);
-    }
-    const auto most = static_cast<int>(std::max(sides[0].size(), sides[1].size()));
-    const auto count = static_cast<int>(here.size());
-    const auto twice = static_cast<int>(sides[0].size() + sides[1].size()) - count;
-    EXPECT_LT(most, count - twice / 8 - 2);
-    expectBoxesOnTheirSides(*node.child(0), boxes, sides[0]);
-    expectBoxesOnTheirSides(*node.child(1), boxes, sides[1]);
-}
-
-TEST(KDTreeBuild, Boxes_LieInAllLeavesThatTheyReach) {
-    Random random(7);
-    for (const PointSet& set : pointSets()) {
-        for (const float size : {0.0f, 0.05f, 1.0f, 300.0f}) {
-            SCOPED_TRACE(set.name + " with boxes up to " + std::to_string(size));
-            const std::vector<Box> boxes = boxesAround(set.points, size, random);
-            BoxTree tree(boxes);
-            ASSERT_EQ(tree.build(), 1);
-            EXPECT_EQ(tree.flags, NmbKDTree::kBuilt);
-            EXPECT_EQ(tree.errorFlags, 0u);
-            expectBoxesOnTheirSides(tree.root(), boxes, numbersUpTo(tree.count()));
-        }
-    }
-}
-
-TEST(KDTreeBuild, NoPrimitives_MakeAnEmptyLeafWithoutBounds) {
-    for (const bool points : {false, true}) {
-        for (const bool oriented : {false, true}) {
-            PointTree tree({});
-            ASSERT_EQ(tree.Build(0, oriented, false, points), 1);
-            EXPECT_TRUE(tree.root().isLeaf());
-            EXPECT_EQ(tree.root().count, 0);
-            for (int k = 0; k < 3; ++k) {
-                EXPECT_EQ(tree.bounds().min[k], 1e20f);
-                EXPECT_EQ(tree.bounds().max[k], -1e20f);
-            }
-            // Oriented boxes win over points.
-            EXPECT_EQ(tree.flags & 3u, oriented ? 1u : points ? 2u : 0u);
-        }
     }
 }
 
@@ -270,59 +187,12 @@ TEST(KDTreeBuild, BoxesThatMultiply_KeepToABound) {
     EXPECT_LE(tree.statistics().leafPrimitives, 1024 * 20000);
 }
 
-void addIndices(const KDNode& node, std::set<int>& indices) {
-    if (node.isLeaf()) {
-        indices.insert(node.list(), node.list() + node.count);
-        return;
-    }
-    addIndices(*node.child(0), indices);
-    addIndices(*node.child(1), indices);
-}
-
-TEST(KDTreeBuild, LongSlantedBoxes_AreDividedByAnObliquePlane) {
-    // Two sheaves of parallel needles, side by side across their direction: every world axis cuts
-    // most of them, a plane along them none.
-    std::vector<SphereTree::Sphere> needles;
-    Random random(9);
-    for (int i = 0; i < 200; ++i) {
-        const Vector side = i % 2 ? Vector{5, -5, 0} : Vector{-5, 5, 0};
-        needles.push_back({side + randomVector(random, -0.5f, 0.5f), 0.01f, {40, 40, 0}});
-    }
-    SphereTree tree(needles);
-    ASSERT_EQ(tree.build(true), 1);
-    const KDNode& root = tree.root();
-    ASSERT_EQ(root.axis, KDNode::kOblique);
-    const auto& node = static_cast<const MBNode&>(root);
-    double lengthSq = 0;
-    for (const float value : node.planeNormal)
-        lengthSq += double(value) * double(value);
-    EXPECT_NEAR(lengthSq, 1, 1e-6);
-    std::set<int> sides[2];
-    addIndices(*root.child(0), sides[0]);
-    addIndices(*root.child(1), sides[1]);
-    EXPECT_EQ(sides[0].size(), 100u);
-    EXPECT_EQ(sides[1].size(), 100u);
-    EXPECT_NE(*sides[0].begin() % 2, *sides[1].begin() % 2);
-    sides[0].merge(sides[1]);
-    EXPECT_EQ(sides[0].size(), 200u);
-}
-
 TEST(KDTreeBuild, OrientedBoxesWithoutAnyExtent_Build) {
     // Neither long axes nor places give a normal.
     SphereTree tree(std::vector<SphereTree::Sphere>(50, {{1, 2, 3}, 0, {}}));
     ASSERT_EQ(tree.build(true), 1);
     EXPECT_TRUE(tree.root().isLeaf());
     EXPECT_EQ(tree.root().count, 50);
-}
-
-TEST(KDTreeBuild, AgainOverOthers_DiscardsTheFormerTree) {
-    PointTree many(pointSets().back().points);
-    many.build();
-    many.Build(3, false, false, true);
-    EXPECT_EQ(sortedIndicesOf(many), numbersUpTo(3));
-    many.Clear();
-    EXPECT_EQ(many.flags, 0u);
-    EXPECT_EQ(many.root().count, 0);
 }
 
 // --- Threads -------------------------------------------------------------------------------------

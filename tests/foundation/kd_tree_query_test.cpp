@@ -7,9 +7,9 @@
 #include <algorithm>
 #include <limits>
 #include <set>
-#include <thread>
 
 #include "foundation/kd_tree_samples.h"
+#include "support/threads.h"
 
 namespace NMBUtils::test {
 namespace {
@@ -161,32 +161,6 @@ TEST(KDTreeQuery, OrientedBoxes_AreFoundAsByBruteForce) {
     EXPECT_TRUE(oblique) << "no set was divided by an oblique plane";
 }
 
-TEST(KDTreeQuery, ADistanceFunctionOfItsOwn_RulesTheNearest) {
-    // Spheres: the distance to their surface, 0 inside.
-    class SurfaceTree : public SphereTree {
-    public:
-        using SphereTree::SphereTree;
-        float GetDistanceSq(int index, const Vector& point) const override {
-            const Sphere& own = sphere(index);
-            const float distance = TessUtils::length(point - own.center) - own.radius;
-            return distance > 0 ? distance * distance : 0;
-        }
-    };
-    Random random(25);
-    std::vector<SphereTree::Sphere> spheres;
-    for (const Vector& center : randomPoints(random, 500))
-        spheres.push_back({center, uniform(random, 0, 0.2f), {}});
-    SurfaceTree tree(spheres);
-    for (const bool oriented : {false, true}) {
-        ASSERT_EQ(tree.build(oriented), 1);
-        for (int i = 0; i < 100; ++i) {
-            const Vector point = randomVector(random, -2, 2);
-            EXPECT_EQ(nearestDistances(tree, point, 5, 1e18f),
-                      bruteDistances(tree, tree.count(), point, 5, 1e18f));
-        }
-    }
-}
-
 TEST(KDTreeQuery, OddArguments_FindNothing) {
     Random random(26);
     PointTree tree(randomPoints(random, 100));
@@ -335,11 +309,7 @@ TEST(KDTreeQuery, ManyThreads_FindWhatOneFinds) {
     };
     const auto expected = askAll();
     std::vector<std::vector<std::vector<float>>> answers(8);
-    std::vector<std::thread> threads;
-    for (auto& answer : answers)
-        threads.emplace_back([&] { answer = askAll(); });
-    for (std::thread& thread : threads)
-        thread.join();
+    nimbra::test::onThreads(8, [&](int t) { answers[std::size_t(t)] = askAll(); });
     for (const auto& answer : answers)
         EXPECT_EQ(answer, expected);
 }

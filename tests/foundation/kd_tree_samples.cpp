@@ -2,8 +2,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "foundation/kd_tree_samples.h"
 
-#include "foundation/parallel.h"
-
 namespace NMBUtils::test {
 
 void SphereTree::GetBox(int index, Box& box) const {
@@ -151,15 +149,6 @@ std::vector<const KDNode*> leavesOf(const NmbKDTree& tree) {
     std::vector<const KDNode*> leaves;
     addLeaves(tree.root(), leaves);
     return leaves;
-}
-
-LentThreads::LentThreads(int threads) : manager_(TessUtils::newThreadManager(threads)) {
-    setGlobalThreadManager(manager_);
-}
-
-LentThreads::~LentThreads() {
-    releaseGlobalThreadManager();
-    TessUtils::deleteThreadManager(manager_);
 }
 
 }  // namespace NMBUtils::test

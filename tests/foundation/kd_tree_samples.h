@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "foundation/kd_tree/kd_tree.h"
-#include "tessra/thread_manager.h"
+#include "support/lent_threads.h"
 
 namespace NMBUtils::test {
 
@@ -100,16 +100,6 @@ std::vector<Box> boxesAround(const std::vector<Vector>& points, float largest, R
 /// All leaves, first children first.
 std::vector<const KDNode*> leavesOf(const NmbKDTree& tree);
 
-/// Lends the global thread manager for a test.
-class LentThreads {
-public:
-    explicit LentThreads(int threads);
-    ~LentThreads();
-    LentThreads(const LentThreads&) = delete;
-    LentThreads& operator=(const LentThreads&) = delete;
-
-private:
-    TessUtils::ThreadManager* const manager_;
-};
+using nimbra::test::LentThreads;
 
 }  // namespace NMBUtils::test

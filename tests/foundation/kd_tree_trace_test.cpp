@@ -260,28 +260,6 @@ TEST(KDTreeCone, Points_AreFoundAsByBruteForce) {
     EXPECT_GT(gathered, 10000u);
 }
 
-TEST(KDTreeCone, NodesAwayFromTheCone_AreNotEntered) {
-    class Leaves : public NmbKDTree::TraverseControl {
-    public:
-        void BeginLeaf() override { ++count; }
-        int Accept(int, float, int) override { return 1; }
-        int count = 0;
-    };
-    Random random(45);
-    PointTree tree(randomPoints(random, 20000));
-    tree.build();
-    Leaves entered;
-    KDRay thin({-2, 0.1f, 0.2f}, {1, 0.01f, 0.02f});
-    tree.TraceCone(thin, &entered);
-    EXPECT_GT(entered.count, 3);
-    EXPECT_LT(entered.count, 60);
-    Leaves none;
-    KDRay behind({-2, 0, 0}, {-1, 0, 0});
-    behind.startRadius = 5;
-    tree.TraceCone(behind, &none);
-    EXPECT_EQ(none.count, 0);
-}
-
 TEST(KDTreeCone, BoxTest_SeesEveryWayToMeet) {
     struct Case {
         const char* name;

@@ -6,10 +6,9 @@
 
 #include <cstdio>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "support/temp_folder.h"
+#include "support/threads.h"
 
 namespace NMBUtils {
 namespace {
@@ -72,24 +71,13 @@ TEST_F(LogTest, Timestamps_PrecedeEachLine) {
     EXPECT_GE(year, 2020);
 }
 
-TEST_F(LogTest, DebugOut_CutsLongTexts) {
-    debugOut("%s", std::string(5000, 'x').c_str());
-    EXPECT_EQ(debuggerText, std::string(4095, 'x'));
-}
-
 TEST_F(LogTest, ManyThreads_KeepLinesWhole) {
     const nimbra::test::TempFolder folder;
     logTo(folder / "log.txt");
-    std::vector<std::thread> threads;
-    threads.reserve(4);
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([t] {
-            for (int i = 0; i < 100; ++i)
-                logLine("%s\n", std::string(200, static_cast<char>('a' + t)).c_str());
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
+    nimbra::test::onThreads(4, [&](int t) {
+        for (int i = 0; i < 100; ++i)
+            logLine("%s\n", std::string(200, static_cast<char>('a' + t)).c_str());
+    });
     const std::string text = nimbra::test::readFile(folder / "log.txt");
     ASSERT_EQ(text.size(), 400u * 201u);
     for (std::size_t line = 0; line < 400; ++line)

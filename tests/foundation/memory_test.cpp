@@ -41,12 +41,6 @@ TEST(AllocOrThrow, WithoutMemory_ThrowsTheMessage) {
     EXPECT_GT(end, 0);
 }
 
-TEST(AllocOrThrow, EveryFormFailsAsBadAlloc) {
-    getGlobalMemoryTracker()->failAllocation(1);
-    EXPECT_THROW(freeMem(allocAlignedOrThrow(64, 64)), std::bad_alloc);
-    EXPECT_THROW(freeMem(allocOrThrow(PTRDIFF_MAX)), std::bad_alloc);
-}
-
 TEST(AllocOrThrow, Blocks_AreUsableAlignedAndDistinct) {
     void* const none = allocOrThrow(0);
     void* const other = allocOrThrow(0);
@@ -71,11 +65,6 @@ TEST(ArrayStore, WithoutMemory_AnswersNull) {
     void* const store = allocZeroedArrayStore(100);
     EXPECT_NE(store, nullptr);
     freeMem(store);
-}
-
-TEST(ExceptionMsg, LongTexts_AreCutToTheBuffer) {
-    const TessUtils::ExceptionMsg error("%s", std::string(3000, 'y').c_str());
-    EXPECT_EQ(error.what(), std::string(1023, 'y'));
 }
 
 }  // namespace

@@ -95,16 +95,5 @@ TEST(Bezier, WithoutASegment_IsZero) {
     EXPECT_EQ(Bezier::eval(upright, 6, -1), 3);
 }
 
-TEST(Bezier, Chain_FindsTheSegment) {
-    const Bezier::Point p[9] = {{0, 0}, {0, 0}, {1, 1}, {2, 2}, {3, 3},
-                                {4, 2}, {5, 1}, {6, 0}, {6, 0}};
-    float u;
-    EXPECT_EQ(Bezier::findSegment(p, 9, 1.5f, u), 0);
-    EXPECT_NEAR(u, 0.5f, 1e-5f);
-    EXPECT_EQ(Bezier::findSegment(p, 9, 4.5f, u), 1);
-    EXPECT_NEAR(Bezier::eval(p, 9, 4.0f), 2, 0.5f);
-    EXPECT_NEAR(Bezier::eval(p, 9, 3.0f), 3, 1e-5f);
-}
-
 }  // namespace
 }  // namespace NMBUtils

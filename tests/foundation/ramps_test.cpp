@@ -138,18 +138,6 @@ TEST(Curve, Host_StandsInForThePoints) {
     EXPECT_EQ(curve.eval(2, kOpacityCurve), 23);
 }
 
-TEST(Gradient, CrowdedKeys_KeepTheirColors) {
-    RenderGradientSamplerStandAlone gradient;
-    const std::vector<float> positions{0, 0.01f, 0.02f, 1};
-    const std::vector<Color> colors{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {1, 1, 1}};
-    set(gradient, positions, colors);
-    for (int i = 0; i < 4; ++i)
-        expectColor(gradient.eval(positions[i]), colors[i]);
-    expectColor(gradient.eval(0.015f), {0, 0.5f, 0.5f}, 1e-4f);
-    expectColor(gradient.eval(-5), colors[0]);
-    expectColor(gradient.eval(5), colors[3]);
-}
-
 TEST(Gradient, Smooth_PassesThroughItsKeysAndOutsideHoldsTheEnds) {
     RenderGradientSamplerStandAlone gradient;
     gradient.type = kSmoothGradient;

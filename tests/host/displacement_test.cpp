@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <functional>
 
 #include "host/mesh_shapes.h"
@@ -50,40 +49,6 @@ TEST_F(DisplacementTest, Movement_IsThatOfTheWorldWhateverThePlace) {
         EXPECT_NEAR(to.y - from.y, -1, 1e-4f);
         EXPECT_NEAR(to.z - from.z, 2 * (from.z - 30), 1e-4f);
     }
-}
-
-TEST_F(DisplacementTest, Height_GoesAlongTheNormalAndTiltsIt) {
-    texture_.at = [](const TextureContext& c) {
-        EXPECT_EQ(c.normal, (Vector{0, 1, 0}));
-        return Color{static_cast<float>(c.position.x) * 0.5f, 9, 9};
-    };
-    const TriangleMesh flat = planeMesh({4, 1, 4}, 8);
-    const TriangleMesh moved = displace(flat, {}, DisplacementType::Height);
-    const Vector slope = normalize(Vector{-0.5f, 1, 0});
-    for (std::size_t i = 0; i < flat.positions.size(); ++i) {
-        EXPECT_FLOAT_EQ(moved.positions[i].x, flat.positions[i].x);
-        EXPECT_FLOAT_EQ(moved.positions[i].y, flat.positions[i].x * 0.5f);
-        EXPECT_NEAR(length(moved.normals[i] - slope), 0, 1e-5f);
-    }
-}
-
-TEST_F(DisplacementTest, Question_HasTheFilterOfTheEdgesAndTheMiddleOfTheShutter) {
-    Transform place;
-    for (Vector& axis : place.f)
-        axis = axis * 10;
-    texture_.at = [](const TextureContext& c) {
-        // Edges of 5 x 5 and 5 x sqrt(2), the share of the diagonals depending on the corner.
-        EXPECT_GE(c.filterSize, 2 * 5.0f);
-        EXPECT_LT(c.filterSize, 2 * 7.08f);
-        EXPECT_EQ(c.time, 0.5f);
-        EXPECT_TRUE(c.hasUVW);
-        return Color{c.uvw.x > 0.9f ? NAN : 0.5f, 0.5f, c.uvw.x > 0.6f ? INFINITY : 0};
-    };
-    const TriangleMesh flat = planeMesh({2, 1, 2}, 4);
-    const TriangleMesh moved = displace(flat, place, DisplacementType::Vector);
-    EXPECT_EQ(moved.positions, flat.positions) << "what is not finite moves nothing";
-    place.f[1] = place.f[0];
-    EXPECT_EQ(displace(flat, place, DisplacementType::Vector).positions, flat.positions);
 }
 
 }  // namespace

@@ -122,21 +122,6 @@ TEST(FrameRenderer, NonFiniteSamples_CountAsBlack) {
     EXPECT_EQ(out.rgba, std::vector<float>(8, 0.5f));
 }
 
-TEST(FrameRenderer, Depth_IsTheLeastAndFarAwayWithoutAnAnswer) {
-    struct DepthTracer final : CameraTracer {
-        std::vector<std::string> layerNames() const override { return {"Z"}; }
-        void radiance(const CameraSample& s, SampleValue& out) override {
-            out.color.r = s.x > 1 ? NAN : 0.0f;
-            out.layers[0] = s.sample == 1 ? 0.0f : 5.0f;
-        }
-    } tracer;
-    FrameRenderJob job = makeJob(tracer, 2, 1, 3, 1, 8);
-    job.settings.filterWidth = 0;
-    FrameBuffer out;
-    renderFrame(job, out);
-    EXPECT_EQ(out.layers, (std::vector<float>{0, kNoDepth}));
-}
-
 TEST(FrameRenderer, ThrowWhileReporting_WaitsForTheThreads) {
     LambdaTracer tracer;
     std::atomic<int> calls{0};
@@ -150,16 +135,6 @@ TEST(FrameRenderer, ThrowWhileReporting_WaitsForTheThreads) {
     EXPECT_TRUE(renderFrame(job, out).outOfMemory);
     EXPECT_GT(calls, 0);
     EXPECT_LT(calls, 100 * 100 * 100);
-}
-
-TEST(FrameRenderer, IntensityLimit_KeepsTheHue) {
-    LambdaTracer tracer;
-    tracer.body = [](const CameraSample&, SampleValue& out) { out.color = {8, 4, 2}; };
-    FrameRenderJob job = makeJob(tracer, 1, 1, 1, 1, 1);
-    job.settings.maxRayIntensity = 4;
-    FrameBuffer out;
-    renderFrame(job, out);
-    EXPECT_EQ(out.rgba, (std::vector<float>{4, 2, 1, 0}));
 }
 
 TEST(FrameRenderer, Throw_StopsAllThreads) {

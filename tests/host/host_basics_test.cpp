@@ -31,18 +31,6 @@ TEST(HostLog, RepeatedWarning_IsSaidOnceAndCounted) {
     EXPECT_EQ(log.lines, expected);
 }
 
-TEST(HostLog, Limit_HoldsBackLesserLevels) {
-    LogLines log;
-    log.log.setLimit(LogLevel::Error);
-    log.log.warning("w");
-    log.log.warning("w");
-    log.log.info("i");
-    log.log.error("e");
-    log.log.finish();
-    EXPECT_EQ(log.lines, std::vector<std::string>{"error: e"});
-    EXPECT_EQ(log.log.warningCount(), 1);
-}
-
 TEST(HostLog, LinesAndControlCharacters_AreMadePlain) {
     LogLines log;
     log.log.info("one\r\ntwo\x1b[2J\n\n%s\n");

@@ -37,21 +37,6 @@ TEST(KnotCurve, Interpolations_MeetTheKnots) {
     EXPECT_EQ(KnotCurve({{0, 0}, {1, 0}, {1, 8}, {2, 8}}, KnotInterpolation::Linear).eval(1), 8);
 }
 
-TEST(KnotCurve, Smooth_IsMonotoneWhereTheKnotsAre) {
-    const KnotCurve curve({{0, 0}, {1, 0.01f}, {1.1f, 5}, {3, 5}, {4, 5.5f}},
-                          KnotInterpolation::Smooth);
-    float last = 0;
-    for (int i = 0; i <= 4000; ++i) {
-        const float y = curve.eval(static_cast<float>(i) * 0.001f);
-        EXPECT_GE(y, last - 1e-5f) << i;
-        last = std::max(last, y);
-    }
-    // Continuous slope at an inner knot.
-    const float left = (curve.eval(1) - curve.eval(0.999f)) / 0.001f;
-    const float right = (curve.eval(1.001f) - curve.eval(1)) / 0.001f;
-    EXPECT_NEAR(left, right, 2.0f);
-}
-
 /// Host plug-ins of a scene, with parameters read for a frame.
 class HostTextures : public ::testing::Test {
 protected:
@@ -79,20 +64,6 @@ protected:
     Renderer renderer_;
     std::unique_ptr<Scene> scene_;
 };
-
-TEST_F(HostTextures, Checker_AlternatesAlongItsPlacement) {
-    renderer_.frame.sceneOffset = {100, 0, 0};
-    load(R"("c": {"plugin": "TessraTexChecker", "color_a": 0, "color_b": 1, "size": 2,
-        "transform": {"translate": [1, 0, 0], "scale": 3}})");
-    // Cells of 6 units from x = 1 of the world on, which lies at -99 of the shaded space.
-    EXPECT_EQ(at("c", {-98.9, 0.1, 0.1}).color.r, 0);
-    EXPECT_EQ(at("c", {-93.1, 0.1, 0.1}).color.r, 0);
-    EXPECT_EQ(at("c", {-92.9, 0.1, 0.1}).color.r, 1);
-    EXPECT_EQ(at("c", {-92.9, 6.1, 0.1}).color.r, 0);
-    EXPECT_EQ(at("c", {-99.1, 0.1, 0.1}).color.r, 1);
-    // A plane on a face of the cells shows one side of it.
-    EXPECT_EQ(at("c", {-98.9, 1e-12, 0.1}), at("c", {-98.9, -1e-12, 0.1}));
-}
 
 TEST_F(HostTextures, SingularPlacement_StaysFinite) {
     load(R"("c": {"plugin": "TessraTexNoise", "transform": {"scale": [1, 0, 1]}})");

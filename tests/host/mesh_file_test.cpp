@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 
 #include <bit>
-#include <cmath>
 #include <cstring>
 #include <random>
 
@@ -17,17 +16,6 @@ namespace nimbra::host {
 namespace {
 
 using namespace TessUtils;
-
-/// Area and enclosed volume (positive when the faces look outwards).
-void measure(const TriangleMesh& mesh, double& area, double& volume) {
-    area = volume = 0;
-    for (std::size_t i = 0; i < mesh.indices.size(); i += 3) {
-        const Vector a = mesh.positions[mesh.indices[i]], b = mesh.positions[mesh.indices[i + 1]],
-                     c = mesh.positions[mesh.indices[i + 2]];
-        area += length(cross(b - a, c - a)) / 2;
-        volume += dot(a, cross(b, c)) / 6;
-    }
-}
 
 TriangleMesh readObjText(const std::string& text) {
     TriangleMesh mesh;
@@ -143,16 +131,6 @@ TEST(PlyReader, BinaryOfBothByteOrders) {
     }
 }
 
-TEST(PlyReader, EveryTruncationIsAFault) {
-    for (const std::string& whole : {std::string(kAsciiPly), binaryPly(false), binaryPly(true)})
-        for (std::size_t size = 0; size < whole.size(); ++size) {
-            TriangleMesh mesh;
-            std::string error;
-            EXPECT_FALSE(readPly(whole.substr(0, size), "test.ply", mesh, error)) << size;
-            EXPECT_NE(error, "");
-        }
-}
-
 TEST(PlyReader, CountsAreHeldAgainstTheFile) {
     const std::string head =
         "ply\nformat binary_little_endian 1.0\nelement vertex 4000000000\nproperty float x\n"
@@ -224,26 +202,6 @@ TEST(MeshFile, PathsAndKindsOfFiles) {
     ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
     EXPECT_FALSE(readMeshFile(pipe, mesh, error));
     EXPECT_EQ(error, pipe + ": not a regular file");
-}
-
-TEST(MeshShapes, AreaVolumeAndOutwardFaces) {
-    double area, volume;
-    measure(boxMesh({2, 3, 4}), area, volume);
-    EXPECT_NEAR(area, 2 * (6 + 8 + 12), 1e-5);
-    EXPECT_NEAR(volume, 24, 1e-5);
-    const TriangleMesh sphere = sphereMesh({2, 2, 2}, 256);
-    measure(sphere, area, volume);
-    // The inscribed polyhedron falls short by some (pi / 256)^2.
-    EXPECT_NEAR(area, 4 * M_PI, 4 * M_PI * 3e-4);
-    EXPECT_NEAR(volume, 4 * M_PI / 3, 4 * M_PI / 3 * 3e-4);
-    for (std::size_t i = 0; i < sphere.normals.size(); ++i)
-        ASSERT_NEAR(dot(sphere.normals[i], sphere.positions[i]), 1, 1e-5);
-    const TriangleMesh plane = planeMesh({2, 1, 3});
-    measure(plane, area, volume);
-    EXPECT_NEAR(area, 6, 1e-6);
-    const Vector up = cross(plane.positions[plane.indices[1]] - plane.positions[plane.indices[0]],
-                            plane.positions[plane.indices[2]] - plane.positions[plane.indices[0]]);
-    EXPECT_GT(up.y, 0);
 }
 
 }  // namespace

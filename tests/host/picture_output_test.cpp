@@ -123,30 +123,5 @@ TEST_F(PictureOutputTest, FaultsAreFoundBeforeTheFirstRay) {
     EXPECT_EQ(result.error, gone + ": No such file or directory");
 }
 
-// What only a session knows.
-TEST_F(PictureOutputTest, CacheFramesAndWarnings_GoIntoTheFile) {
-    const auto scene = makeScene(R"("cam": {"plugin": "TessraCamera", "position": [1, 2, 9],
-                                    "target": [1, 2, 0], "fov": 90, "pixel_aspect": 2})",
-                                 "");
-    FrameBuffer pixels;
-    pixels.resize(8, 4, 0, 0, 8, 4, {});
-    RenderSettings settings;
-    settings.width = 8;
-    settings.height = 4;
-    const auto attributes = [&](const std::vector<double>& cacheTimes) {
-        PictureOutput output(options());
-        std::string error;
-        EXPECT_TRUE(output.write({pixels, settings, {}, *scene, 7, true, cacheTimes, 2}, error))
-            << error;
-        return read("f7.exr").attributes;
-    };
-    auto a = attributes({6.5});
-    EXPECT_EQ(a["nimbra/cacheTime"], "6.5");
-    EXPECT_EQ(a["nimbra/warnings"], "2");
-    EXPECT_EQ(a["pixelAspectRatio"], "2");
-    EXPECT_EQ(attributes({1, 2.5})["nimbra/cacheTime"], "1 2.5");
-    EXPECT_FALSE(attributes({}).contains("nimbra/cacheTime"));
-}
-
 }  // namespace
 }  // namespace nimbra::host

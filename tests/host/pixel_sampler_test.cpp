@@ -48,26 +48,5 @@ TEST(PixelSampler, EveryPairOfDimensions_IsStratifiedInAllShapes) {
             }
 }
 
-TEST(PixelSampler, PixelsAndPairs_AreNotCorrelated) {
-    // The mean of the product of two independent numbers is 1/4; with n of them its deviation is
-    // sqrt(7/144/n), here 0.0034; five of these are allowed.
-    const int n = 4096;
-    double neighbours = 0, pairs = 0, seeds = 0;
-    for (int i = 0; i < n; ++i) {
-        PixelSampler a, b, c;
-        a.start(0, i % 64, i / 64, 0);
-        b.start(0, i % 64 + 1, i / 64, 0);
-        c.start(1, i % 64, i / 64, 0);
-        const float first = a.next();
-        neighbours += first * b.next();
-        seeds += first * c.next();
-        a.next();
-        pairs += first * a.next();
-    }
-    EXPECT_NEAR(neighbours / n, 0.25, 0.017);
-    EXPECT_NEAR(pairs / n, 0.25, 0.017);
-    EXPECT_NEAR(seeds / n, 0.25, 0.017);
-}
-
 }  // namespace
 }  // namespace nimbra::host

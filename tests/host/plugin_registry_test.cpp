@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <set>
-
 #include "host/fake_library.h"
 #include "host/host_plugin.h"
 #include "host/session.h"
@@ -15,7 +13,6 @@ namespace nimbra::host {
 namespace {
 
 using test::LogLines;
-using test::TestRegistry;
 
 TEST(PluginRegistry, Module_IsLoadedAndItsOutputBecomesDebugLines) {
     LogLines log;
@@ -58,35 +55,6 @@ TEST(PluginRegistry, BadModule_IsReportedByName) {
     EXPECT_NE(error.find("text.so"), std::string::npos) << error;
     EXPECT_FALSE(registry.loadModule("libm.so.6", error));
     EXPECT_EQ(error, "'libm.so.6' has no function getLibDesc, so it is no plug-in module");
-}
-
-TEST(PluginRegistry, HostKinds_HaveDistinctNamesAndTexts) {
-    TestRegistry registry;
-    std::set<std::string> names;
-    std::set<PluginID> ids;
-    int hostKinds = 0;
-    for (const PluginType* type : registry.registry.types()) {
-        if (!type->ofHost)
-            continue;
-        ++hostKinds;
-        EXPECT_TRUE(names.insert(type->name()).second) << type->name();
-        EXPECT_TRUE(ids.insert(type->desc->getPluginID()).second) << type->name();
-        EXPECT_NE(std::string(type->desc->getDescription()), "");
-        std::string error;
-        Plugin* plugin = registry.registry.create(*type, error);
-        ASSERT_NE(plugin, nullptr) << error;
-        EXPECT_EQ(plugin->getPluginDesc(), type->desc);
-        for (const TessUtils::ParameterDef* row : type->rows)
-            EXPECT_NE(row->description, nullptr) << type->name() << "." << row->name;
-        // What the descriptor promises, the plug-in keeps, save for the host's own categories.
-        for (const InterfaceID id : {TessUtils::ids::kTessraPlugin, TessUtils::ids::kTexture,
-                                     TessUtils::ids::kTextureFloat, TessUtils::ids::kFloatRemap,
-                                     TessUtils::ids::kColorRemap})
-            EXPECT_EQ(type->desc->supportsInterface(id), plugin->getInterface(id) != nullptr)
-                << type->name() << " " << id;
-        registry.registry.destroy(plugin);
-    }
-    EXPECT_GE(hostKinds, 6);
 }
 
 }  // namespace

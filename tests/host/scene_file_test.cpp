@@ -100,15 +100,6 @@ TEST(SceneFile, NestingAt64_IsReadAndAt65Refused) {
     EXPECT_NE(faults(nested(3'000'000)), "");
 }
 
-TEST(SceneFile, EveryTruncation_IsAFaultAndNoCrash) {
-    const std::string text =
-        "{\"nimbra\": 1, /* c */ \"a\": {\"plugin\": \"X\", \"p\": [1.5e3, -2, true, null], // x\n"
-        "\"q\": {\"keys\": [[0, \"\\u00e4\"]]}}}";
-    ASSERT_EQ(faults(text), "");
-    for (std::size_t length = 0; length < text.size(); ++length)
-        EXPECT_NE(faults(text.substr(0, length)), "") << length;
-}
-
 class SceneFolder : public ::testing::Test {
 protected:
     SceneFolder() { fs::create_directories(folder_.path() / "parts"); }

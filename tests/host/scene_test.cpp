@@ -197,46 +197,6 @@ TEST_F(SceneTest, Values_ReachThePlugin) {
     EXPECT_EQ(parameter(*scene, "b", "place")->getTransform(0, 0).offs, (TracePoint{1e7, 0.5, 0}));
 }
 
-TEST_F(SceneTest, TextureSlots_TakeTexturesOutputsAndConstants) {
-    const auto scene =
-        make(R"("tex": {"plugin": "TessraTexConstant", "color": [0.2, 0.4, 0.6, 0.5]},
-        "rec": {"plugin": "Recorder"},
-        "direct": {"plugin": "Recorder", "map": "@tex", "mask": "@tex"},
-        "output": {"plugin": "Recorder", "map": "@tex.out_alpha", "mask": "@rec.out_color"},
-        "constant": {"plugin": "Recorder", "map": [0.1, 0.2, 0.3], "mask": 0.25},
-        "none": {"plugin": "Recorder", "map": null})");
-    ASSERT_NE(scene, nullptr) << faults_;
-    // The constant's own colour is read from its parameters in frameBegin.
-    struct : TessraRenderer {
-        TessraSequenceData sequence;
-        TessraFrameData frame;
-        const TessraSequenceData& getSequenceData() const override { return sequence; }
-        const TessraFrameData& getFrameData() const override { return frame; }
-    } renderer;
-    for (TessraPlugin* plugin : scene->pluginsOf<TessraPlugin>())
-        plugin->frameBegin(&renderer);
-
-    const TextureContext context;
-    const auto color = [&](const char* plugin) {
-        PluginBase* object = parameter(*scene, plugin, "map")->getObject(0);
-        auto* texture = static_cast<TextureInterface*>(object->getInterface(ids::kTexture));
-        return texture->getTexColor(context);
-    };
-    const auto number = [&](const char* plugin) {
-        PluginBase* object = parameter(*scene, plugin, "mask")->getObject(0);
-        auto* texture =
-            static_cast<TextureFloatInterface*>(object->getInterface(ids::kTextureFloat));
-        return texture->getTexFloat(context);
-    };
-    EXPECT_EQ(color("direct"), (AColor{{0.2f, 0.4f, 0.6f}, 0.5f}));
-    EXPECT_FLOAT_EQ(number("direct"), 0.4f);
-    EXPECT_EQ(color("output"), (AColor{{0.5f, 0.5f, 0.5f}, 1}));
-    EXPECT_FLOAT_EQ(number("output"), 0.5f);
-    EXPECT_EQ(color("constant"), (AColor{{0.1f, 0.2f, 0.3f}, 1}));
-    EXPECT_FLOAT_EQ(number("constant"), 0.25f);
-    EXPECT_EQ(dynamic_cast<TessraPlugin*>(scene->findPlugin("none"))->getParameter("map"), nullptr);
-}
-
 TEST_F(SceneTest, FilesOfAnIncludedScene_StartAtItsFolder) {
     const nimbra::test::TempFolder folder;
     folder.write("parts/p.json", R"({"nimbra": 1, "inner": {"plugin": "Recorder",

@@ -220,21 +220,6 @@ TEST_F(SessionTest, FramesBetweenFrames_HaveTheirOwnTimeAndNoise) {
     EXPECT_EQ(output_.firstPixels.front(), 2.25f);
 }
 
-TEST_F(SessionTest, Options_ReplaceTheSettings) {
-    SessionOptions options;
-    options.frames = {1};
-    options.width = 8;
-    options.samples = 3;
-    options.threads = 1;
-    options.crop = {2, 1, 4, 3};
-    const SessionResult result = run(options);
-    EXPECT_EQ(tracer_.settings_.width, 8);
-    EXPECT_EQ(tracer_.settings_.height, 3);
-    EXPECT_EQ(result.frames.at(0).statistics.cameraSamples, 2u * 2u * 3u);
-    EXPECT_EQ(result.frames.at(0).statistics.rays, 123u);
-    EXPECT_GT(result.frames.at(0).statistics.peakMemory, 0u);
-}
-
 struct Failure {
     const char* at;
     const char* message;
@@ -345,38 +330,6 @@ TEST_F(SessionTest, Output_LearnsOfCacheFramesAndWarnings) {
     run({2, 3});
     EXPECT_EQ(output_.cacheTimes, (std::vector<double>{3}));
     EXPECT_EQ(output_.warnings, 1);
-}
-
-TEST_F(SessionTest, CameraWithItsOwnBlur_OpensTheShutter) {
-    const auto seenWith = [&](const char* settings, const char* blur) {
-        SceneDiagnostics diagnostics;
-        scene_ = Scene::create(
-            SceneDocument::parse(std::string(R"({"nimbra": 1, "used": {"plugin": "Recorder"},
-                "cam": {"plugin": "TessraCamera", "motion_blur": )") +
-                                     blur + R"(}, "s": {"plugin": "TessraSettings", "width": 1,
-                "height": 1, "motion_blur": )" +
-                                     settings + "}}",
-                                 "s.json", diagnostics),
-            registry_.registry, diagnostics);
-        EXPECT_EQ(diagnostics.str(), "");
-        std::string seen;
-        registry_.record.hook = [&](const std::string& call, TessraRenderer* renderer) {
-            if (call != "used.preFrameBegin")
-                return;
-            auto* camera = dynamic_cast<CameraSettingsInterface*>(
-                renderer->getInterface(ids::kCameraSettings));
-            const TessraFrameData& frame = renderer->getFrameData();
-            seen = std::to_string(camera->getValue(kCameraMotionBlurKey)) + " " +
-                   std::to_string(renderer->getSequenceData().motionBlurOn) + " " +
-                   (frame.frameEnd > frame.frameStart ? "open" : "shut");
-        };
-        run({1});
-        return seen;
-    };
-    EXPECT_EQ(seenWith("false", "-1"), "-1 0 shut");
-    EXPECT_EQ(seenWith("false", "0"), "-1 0 shut");
-    EXPECT_EQ(seenWith("false", "1"), "1 1 open");
-    EXPECT_EQ(seenWith("true", "0"), "-1 1 open");
 }
 
 TEST_F(SessionTest, ThrowOnARenderThread_FailsTheFrame) {

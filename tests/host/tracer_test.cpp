@@ -78,21 +78,6 @@ TEST_F(Tracer, PointLight_FallsOffWithSquareAndCosine) {
         }
 }
 
-TEST_F(Tracer, SoftSun_MeanOfTheDiscAndHalfOfItBehindAnEdge) {
-    const std::string sun =
-        R"("l": {"plugin": "TessraLightDirectional", "angle": 20, "samples": 16})";
-    // The mean cosine over a cone of half angle a is (1 + cos a) / 2.
-    const float mean = (1 + std::cos(10 * float(M_PI) / 180)) / 2;
-    expectColor(centreOf(all({kDown, kFloor, sun}), R"("samples": 64)"),
-                {0.8f * mean, 0.4f * mean, 0.2f * mean}, 1e-4f);
-    // A wall that ends right above the point hides half of the disc.
-    const std::string wall =
-        R"("wall": {"plugin": "TessraMesh", "shape": "Plane", "size": [40, 1, 100],
-            "transform": {"translate": [20, 5, 0]}, "visible_to_camera": false})";
-    expectColor(centreOf(all({kDown, kFloor, sun, wall}), R"("samples": 64)"),
-                {0.4f * mean, 0.2f * mean, 0.1f * mean}, 0.01f);
-}
-
 TEST_F(Tracer, Sky_LightsPlaneWithItsMeanAndHidesBehindWalls) {
     const std::string sky = R"("l": {"plugin": "TessraLightSky", "color": [1, 0.5, 2]})";
     // Constant: every sample gives the exact value.

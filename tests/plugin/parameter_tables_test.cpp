@@ -134,21 +134,6 @@ TEST(ParameterTables, Hints_AreWellFormed) {
     EXPECT_GT(hints, 80);
 }
 
-TEST(ParameterTables, EnumDefaults_AreAmongTheirValues) {
-    forEachRow([](const std::string& name, const ParameterDef& row) {
-        const std::string hint = row.uiHint ? row.uiHint : "";
-        const std::size_t at = hint.find("enum=(");
-        if (at == std::string::npos)
-            return;
-        ASSERT_EQ(row.type, paramtype_int) << name;
-        const std::string value = std::to_string(row.defaultValue->getInt(0, 0)) + ":";
-        const std::string values = ";" + hint.substr(at + 6);
-        EXPECT_TRUE(values.find(";" + value) != std::string::npos ||
-                    values.find("; " + value) != std::string::npos)
-            << name;
-    });
-}
-
 TEST(ParameterTables, Defaults_ReadAsTheirType) {
     TessraParameterListDesc sim, cache, tex;
     buildSimParameters(sim);

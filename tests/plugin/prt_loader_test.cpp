@@ -230,25 +230,5 @@ TEST(PrtLoader, Channels_FillTheListsOfTheMask) {
     EXPECT_TRUE(objects.empty() && transforms.empty() && which.empty());
 }
 
-TEST(PrtLoader, OddArities_StayInTheirEntries) {
-    TempFolder folder;
-    PrtSpec spec{.particles = 2,
-                 .channels = {{"Position", 4, 5, 0},
-                              {"Size", 2, 3, 20},
-                              {"ID", 2, 4, 44},
-                              {"Velocity", 4, 1, 76},
-                              {"Age", 3, 2, 80}}};
-    for (int i = 0; i < 2 * 84 / 4; ++i)
-        appendBytes(spec.records, static_cast<float>(i));
-    Loader loader;
-    loader.setFile(folder.write("a.prt", prtBytes(spec)));
-    const Lists lists(loader, 0);
-    ASSERT_EQ(lists.positions.size(), 3u);
-    EXPECT_EQ(lists.positions[2], (Vector{21, 22, 23}));
-    EXPECT_EQ(lists.sizes[2], 26.0f);
-    EXPECT_EQ(lists.velocities[2], (Vector{40, 0, 0}));
-    EXPECT_EQ(lists.ids.size(), 3u);
-}
-
 }  // namespace
 }  // namespace nimbra

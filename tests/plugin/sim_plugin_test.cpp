@@ -21,17 +21,6 @@ using test::FakeCache;
 using test::makeFrame;
 using test::SimFixture;
 
-TEST(SimPlugin, Disabled_SaysNothingAndOffersNothing) {
-    SimFixture f;
-    f.cache.frame = makeFrame(4, 4, 4);
-    f.set("enabled", false);
-    f.sim->preFrameBegin(&f.renderer);
-    EXPECT_TRUE(f.log.lines.empty());
-    EXPECT_TRUE(f.cache.asked.empty());
-    EXPECT_EQ(f.sim->getRenderer(0), nullptr);
-    EXPECT_EQ(f.sim->getFrameByTime(kLoadedFrameTime), nullptr);
-}
-
 TEST(SimPlugin, NoCache_OneWarningEachFrame) {
     SimFixture f;
     f.set("cache", static_cast<PluginBase*>(nullptr));

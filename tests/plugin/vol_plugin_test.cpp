@@ -7,7 +7,6 @@
 #include <cmath>
 #include <memory>
 #include <set>
-#include <thread>
 #include <vector>
 
 #include "plugin/fake_host.h"
@@ -157,21 +156,6 @@ TEST(NimbraVolPlugin, Smoke_DimsWhatLiesBehind) {
     EXPECT_TRUE(isDimmed(c.transparency(), 4));
 }
 
-TEST(NimbraVolPlugin, IntersectingContainers_AreMarchedTogether) {
-    Collector c;
-    Container first, second(1, {0, 0, 3}), hidden(1, {0, 0, 3});
-    hidden.renderable = 0;
-    c.collect({&first, &second, &hidden});
-    ASSERT_EQ(c.plugin.shaders.size, 2);
-    EXPECT_EQ(c.plugin.shaders[1], &second.renderer());
-    EXPECT_EQ(c.plugin.simInterfaces[1], &second);
-    EXPECT_TRUE(isDimmed(c.transparency(), 20, 2));
-    first.visible = false;
-    EXPECT_TRUE(isDimmed(c.transparency(), 10));
-    c.plugin.clearGeometry(&c.renderer);
-    expectEmpty(c.shade());
-}
-
 TEST(NimbraVolPlugin, Register_TakesEachPluginOnce) {
     Collector c;
     Container many(3), without;
@@ -318,31 +302,6 @@ TEST(NimbraVolPlugin, ManyContainers_AreFoundByTheTree) {
     EXPECT_TRUE(isDimmed(c.transparency(), 60, 6));
     containers[0]->visible = false;
     EXPECT_TRUE(isDimmed(c.transparency(), 50, 5));
-}
-
-TEST(NimbraVolPlugin, ManyThreads_GetTheSameAnswers) {
-    Collector c;
-    c.renderer.sequence.threadCount = 4;
-    Container container;
-    c.collect({&container});
-    const auto shadeRow = [&](int thread, std::vector<float>& row) {
-        for (int i = 0; i < 50; ++i) {
-            ShadingContext context;
-            context.threadIndex = thread;
-            context.ray.p = {0.2 * i, 5, -5};
-            context.ray.dir = {0, 0, 1};
-            c.plugin.shade(context);
-            row.push_back(context.volumeResult.transparency.color.r);
-        }
-    };
-    std::vector<float> rows[4];
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i)
-        threads.emplace_back([&, i] { shadeRow(i, rows[i]); });
-    for (std::thread& thread : threads)
-        thread.join();
-    for (int i = 1; i < 4; ++i)
-        EXPECT_EQ(rows[i], rows[0]);
 }
 
 struct HostSamples : ProbabilisticSettingsInterface {

@@ -2,8 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/golden.h"
 
+#include <zlib.h>
+
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <cmath>
 #include <cstdio>
@@ -304,29 +305,10 @@ testing::AssertionResult areNear(std::span<const float> got, std::span<const flo
            << got[worst] << ", expected " << expected[worst];
 }
 
-std::vector<std::size_t> sampleIndices(std::size_t count, std::size_t most) {
-    std::vector<std::size_t> indices(std::min(count, most));
-    for (std::size_t k = 0; k < indices.size(); ++k)
-        indices[k] = count <= most ? k : k * (count - 1) / (most - 1);
-    return indices;
-}
-
 std::string crc32Of(std::span<const std::byte> bytes) {
-    // The reflected polynomial of ISO 3309.
-    static const std::array<std::uint32_t, 256> table = [] {
-        std::array<std::uint32_t, 256> entries{};
-        for (std::uint32_t i = 0; i < 256; ++i) {
-            entries[i] = i;
-            for (int bit = 0; bit < 8; ++bit)
-                entries[i] = (entries[i] >> 1) ^ (entries[i] & 1 ? 0xEDB88320u : 0u);
-        }
-        return entries;
-    }();
-    std::uint32_t crc = 0xFFFFFFFFu;
-    for (const std::byte byte : bytes)
-        crc = (crc >> 8) ^ table[(crc ^ static_cast<std::uint32_t>(byte)) & 0xFF];
+    const uLong crc = ::crc32_z(0, reinterpret_cast<const Bytef*>(bytes.data()), bytes.size());
     char hex[9];
-    std::snprintf(hex, sizeof hex, "%08x", crc ^ 0xFFFFFFFFu);
+    std::snprintf(hex, sizeof hex, "%08lx", crc);
     return hex;
 }
 

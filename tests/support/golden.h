@@ -92,8 +92,6 @@ testing::AssertionResult areNear(std::span<const float> got, std::span<const flo
                                  const Tolerance& tolerance,
                                  std::span<const std::uint8_t> mask = {});
 
-/// The places that a golden file samples of `count` values, at most `most` of them.
-std::vector<std::size_t> sampleIndices(std::size_t count, std::size_t most);
 /// zlib's CRC-32, as 8 hex digits.
 std::string crc32Of(std::span<const std::byte> bytes);
 

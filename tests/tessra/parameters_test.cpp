@@ -58,51 +58,6 @@ protected:
     TextureObject object;
 };
 
-TEST_F(ParametersTest, UnsetRows_GiveTheirDefaults) {
-    TessraParameterList list(&table);
-    int on = 5, steps = 0;
-    float scale = 0, four = 0;
-    CharString path;
-    Color tint;
-    AColor fill, constant;
-    Transform tm;
-    TextureInterface* tex = &object.color;
-    PluginBase* cache = &object;
-    TessraPluginList caches{&object};
-    int several = 12;
-    EXPECT_TRUE(list.setParamCache("on", &on));
-    EXPECT_TRUE(list.setParamCache("steps", &steps));
-    EXPECT_TRUE(list.setParamCache("scale", &scale));
-    EXPECT_TRUE(list.setParamCache("four", &four));
-    EXPECT_TRUE(list.setParamCache("path", &path));
-    EXPECT_TRUE(list.setParamCache("tint", &tint));
-    EXPECT_TRUE(list.setParamCache("fill", &fill));
-    EXPECT_TRUE(list.setParamCache("tm", &tm));
-    EXPECT_TRUE(list.setParamCache("tex", &tex));
-    EXPECT_TRUE(list.setParamCache("tex", &constant));
-    EXPECT_TRUE(list.setParamCache("cache", &cache));
-    EXPECT_TRUE(list.setParamCache("caches", &caches));
-    EXPECT_TRUE(list.setParamCache("several", &several));
-    EXPECT_FALSE(list.setParamCache("nowhere", &several));
-    EXPECT_EQ(steps, 0);  // binding alone writes nothing
-
-    list.cacheParams(1);
-    EXPECT_EQ(on, 1);
-    EXPECT_EQ(steps, 90);
-    EXPECT_EQ(scale, 0.5f);
-    EXPECT_EQ(four, 3.0f);
-    EXPECT_EQ(path, "a.vdb");
-    EXPECT_EQ(tint, (Color{1, 0.5f, 0.25f}));
-    EXPECT_EQ(fill, (AColor{{1, 2, 3}, 0.5f}));
-    EXPECT_EQ(tm.offs, (TracePoint{1, 2, 3}));
-    EXPECT_EQ(tex, nullptr);
-    EXPECT_EQ(constant, (AColor{{0, 0, 0}, 1}));
-    EXPECT_EQ(cache, nullptr);
-    EXPECT_TRUE(caches.empty());
-    EXPECT_EQ(several, 12);  // neither a value nor a default
-    EXPECT_EQ(list.getParam("steps"), nullptr);
-}
-
 TEST_F(ParametersTest, ConnectedObjects_ComeAsTheirInterfaces) {
     TessraParameterList list(&table);
     TextureInterface* tex = nullptr;
@@ -134,18 +89,6 @@ TEST_F(ParametersTest, ConnectedObjects_ComeAsTheirInterfaces) {
     list.cacheParams(0);
     EXPECT_EQ(tex, nullptr);
     EXPECT_EQ(caches, TessraPluginList{&bare});
-}
-
-TEST_F(ParametersTest, Outputs_AreFoundByTheirRows) {
-    TessraParameterList list(&table);
-    EXPECT_EQ(list.outputTexture("out"), nullptr);
-    EXPECT_TRUE(list.setOutputParamCache("out", &object.color));
-    EXPECT_TRUE(list.setOutputParamCache("fout", &object.number));
-    EXPECT_FALSE(list.setOutputParamCache("tex", &object.color));
-    EXPECT_EQ(list.outputTexture("out"), &object.color);
-    EXPECT_EQ(list.outputTextureFloat("fout"), &object.number);
-    EXPECT_EQ(list.outputTextureFloat("out"), nullptr);
-    EXPECT_EQ(list.outputTexture("nowhere"), nullptr);
 }
 
 TEST_F(ParametersTest, Enumeration_GivesSetRowsInTableOrderUntilToldToStop) {

@@ -4,14 +4,15 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <bit>
 #include <cmath>
 #include <functional>
 #include <limits>
 #include <random>
-#include <thread>
 #include <vector>
 
+#include "support/threads.h"
 #include "textures/ocean_math.h"
 
 namespace nimbra {
@@ -137,25 +138,6 @@ TEST(Ocean, Filter_FadesBandsOutOneAfterTheOther) {
     }
 }
 
-TEST(Ocean, Waves_RunAlongTheWindAndCancelOut) {
-    const Sea coherent([](OceanSettings& s) { s.velcoh = 1; });
-    const Sea chaotic([](OceanSettings& s) { s.velcoh = 0; });
-    EXPECT_FLOAT_EQ(chaotic.spread, -std::log(1e-6f));
-    double sum = 0, sideways = 0;
-    const int count = 20000;
-    for (int i = 0; i < count; ++i) {
-        const float x = static_cast<float>(i % 100) * 1.3f, y = static_cast<float>(i / 100) * 1.7f;
-        EXPECT_NEAR(coherent.evaluate(x, y, 0, 0).y, 0, 1e-6f);
-        const Vector v = chaotic.evaluate(x, y, 0, 0);
-        sum += v.z;
-        sideways += std::fabs(v.y);
-    }
-    // Independent wavelets of amplitude 0.19 in all, each over some metres: the mean of a field of
-    // 130 x 340 m is near zero.
-    EXPECT_NEAR(sum / count, 0, 0.01);
-    EXPECT_GT(sideways / count, 0.01);
-}
-
 TEST(Ocean, Settings_OutOfAllBoundsEndInAFlatSeaOrNone) {
     EXPECT_EQ(Sea([](OceanSettings& s) { s.lod = -5; }).waves.size, 0);
     EXPECT_EQ(Sea([](OceanSettings& s) { s.lod = 2000000000; }).waves.size, 1024);
@@ -180,19 +162,14 @@ TEST(Ocean, ManyThreads_SeeTheSameSea) {
     std::vector<Vector> expected;
     for (const Place& p : asked)
         expected.push_back(ocean.evaluate(p.x, p.y, p.time, p.filter));
-    int wrong[4] = {};
-    {
-        std::vector<std::jthread> threads;
-        for (int& count : wrong)
-            threads.emplace_back([&] {
-                for (std::size_t i = 0; i < asked.size(); ++i) {
-                    const Place& p = asked[i];
-                    count += !sameBits(ocean.evaluate(p.x, p.y, p.time, p.filter), expected[i]);
-                }
-            });
-    }
-    for (const int count : wrong)
-        EXPECT_EQ(count, 0);
+    std::atomic<int> wrong{0};
+    test::onThreads(4, [&](int) {
+        for (std::size_t i = 0; i < asked.size(); ++i) {
+            const Place& p = asked[i];
+            wrong += !sameBits(ocean.evaluate(p.x, p.y, p.time, p.filter), expected[i]);
+        }
+    });
+    EXPECT_EQ(wrong, 0);
 }
 
 }  // namespace

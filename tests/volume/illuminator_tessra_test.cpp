@@ -69,17 +69,6 @@ void expectColor(const Color& got, const Color& expected) {
         EXPECT_NEAR(got[i], expected[i], 1e-6f) << "channel " << i;
 }
 
-TEST(IlluminatorTessra, DirectLight_IsWeightedByTheDiffuseColor) {
-    Host host;
-    host.lights.arriving = {1, 2, 4};
-    expectColor(host.illuminate({0.5f, 0.25f, 1}), {0.5f, 0.5f, 4});
-    // Also from behind: a point in smoke has no back.
-    host.lights.direction = {0, 0, -1};
-    expectColor(host.illuminate({0.5f, 0.25f, 1}), {0.5f, 0.5f, 4});
-    host.context.lights = nullptr;
-    expectColor(host.illuminate(), {});
-}
-
 TEST(IlluminatorTessra, ShadeData_TellsTheHostOfTheVolumePoint) {
     Host host;
     host.context.ray.flags = kRayPath | kRayFirstHit;
@@ -170,25 +159,6 @@ TEST(IlluminatorTessra, ScatteredLight_IsLeftOutWhereItIsApproximated) {
         expectColor(host.illuminate(), c.expected);
         EXPECT_EQ(host.lights.calls, c.expected == lit ? 1 : 0);
     }
-}
-
-TEST(IlluminatorTessra, WithoutARay_RandomNumbersAreItsOwn) {
-    IlluminatorTessra illuminator(nullptr, nullptr);
-    double sum = 0;
-    for (int i = 0; i < 10000; ++i) {
-        const float u = illuminator.random();
-        ASSERT_GE(u, 0);
-        ASSERT_LT(u, 1);
-        sum += u;
-    }
-    // Four standard errors of a mean of uniform numbers.
-    EXPECT_NEAR(sum / 10000, 0.5, 4 * 0.2887 / 100);
-    Host host;
-    Color out{1, 1, 1};
-    illuminator.selectShader(host.shader);
-    illuminator.illuminate(out, {}, {1, 1, 1}, nullptr);
-    EXPECT_EQ(out, Color());
-    EXPECT_EQ(illuminator.bounceLevel(), 0);
 }
 
 TEST(IlluminatorTessra, Fog_DimsByTheWayThroughTheMedium) {

@@ -4,10 +4,8 @@
 // The lazy light cache: values, which voxels it lights, seeds, overflow and races.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <functional>
 #include <limits>
-#include <thread>
 
 #include "support/golden.h"
 #include "volume/light_cache.h"
@@ -132,33 +130,6 @@ TEST(LightCache, HugeGrid_IsRefused) {
     EXPECT_FALSE(cache.allocate(VolumeShader(), size));
     FieldIlluminator illuminator([](const Vector&) { return Color{1, 1, 1}; });
     EXPECT_EQ(lookup(cache, {1, 1, 1}, illuminator).r, 0);
-}
-
-TEST(LightCache, ManyThreads_GiveTheSameLight) {
-    const auto field = [](const Vector& p) -> Color { return {p.x + 1, p.y + 2, p.z * p.z}; };
-    const auto lookAround = [&](NmbGridLightCacheBasic& cache, std::vector<Color>& out) {
-        FieldIlluminator illuminator(field);
-        for (int i = 0; i < 2000; ++i) {
-            const float t = static_cast<float>(i);
-            out.push_back(lookup(cache,
-                                 {3.5f + 3.4f * std::sin(t), 3.5f + 3.4f * std::sin(t * 0.37f),
-                                  3.5f + 3.4f * std::sin(t * 0.11f)},
-                                 illuminator));
-        }
-    };
-    const auto alone = makeCache(8, 8, 8);
-    std::vector<Color> expected;
-    lookAround(*alone, expected);
-
-    const auto shared = makeCache(8, 8, 8);
-    std::vector<Color> got[6];
-    std::vector<std::thread> threads;
-    for (std::vector<Color>& out : got)
-        threads.emplace_back([&] { lookAround(*shared, out); });
-    for (std::thread& thread : threads)
-        thread.join();
-    for (const std::vector<Color>& out : got)
-        EXPECT_EQ(out, expected);
 }
 
 }  // namespace

@@ -10,8 +10,8 @@
 #include <cmath>
 #include <limits>
 #include <memory>
-#include <thread>
 
+#include "support/threads.h"
 #include "volume/gizmo_split.h"
 #include "volume/test_scene.h"
 
@@ -610,11 +610,7 @@ TEST(Marcher, LightCache_GivesTheSamePictureOnManyThreads) {
     picture(expected);
     box->load();
     std::vector<Color> got[4];
-    std::vector<std::thread> threads;
-    for (std::vector<Color>& out : got)
-        threads.emplace_back([&] { picture(out); });
-    for (std::thread& thread : threads)
-        thread.join();
+    onThreads(4, [&](int t) { picture(got[t]); });
     for (const std::vector<Color>& out : got)
         EXPECT_EQ(out, expected);
 }

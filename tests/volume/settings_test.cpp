@@ -148,34 +148,6 @@ TEST(Settings, TexturesTakeTheirInputsPlace) {
     EXPECT_EQ(shader.sampleMask, kSampleColor);
 }
 
-TEST(Settings, GeometryMode_IsSolidUnlessForGPU) {
-    TestVolume volume(3, 3, 3);
-    volume.fill(kSmoke, 1.0f);
-    volume.params.set("geommode", 1);
-    volume.params.set("rendsolid", 1);
-    loaded(volume);
-    EXPECT_TRUE(volume.shader.has(kSolid));
-    EXPECT_FALSE(volume.shader.has(kVolumetric));
-
-    const GridTransforms transforms;
-    readVolumeSettings(volume.shader,
-                       {volume.params, &volume.frame, volume.luts, transforms, true});
-    EXPECT_FALSE(volume.shader.has(kSolid));
-}
-
-TEST(Settings, DensityScaleAppliesToSimpleSmokeAlone) {
-    TestVolume volume(3, 3, 3);
-    volume.params.set("smoketransp", 0.75);
-    volume.params.densityScale = 2.5f;
-    loaded(volume);
-    EXPECT_NEAR(volume.shader.smoketransp, 2.5 * std::log(0.25), 1e-5);
-
-    volume.params.set("smoketransp", 1);
-    loaded(volume);
-    EXPECT_NEAR(volume.shader.smoketransp, 2.5 * std::log(1e-12), 1e-3) << "opaque stays finite";
-    EXPECT_NEAR(volume.shader.stoptransp, 0.001, 1e-6);
-}
-
 TEST(Settings, NoFrame_TakesTheGridSizeOfTheTables) {
     TestVolume volume(3, 3, 3);
     volume.fill(kSmoke, 1.0f);

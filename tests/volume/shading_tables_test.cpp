@@ -158,26 +158,6 @@ TEST(ColorTables, StrengthsAndColorsThatAreNone_AreDark) {
     }
 }
 
-TEST(EmissionTable, OwnOpacity_IsDarkAroundTheZeroOfTheChannel) {
-    NimbraVolumeRenderLUTholder luts;
-    luts.eRange = {-1, 2};
-    EmissionTableSettings s;
-    s.fireOpacityMode = kFireOwnOpacity;
-    s.tmultFireOpacity = 0.5f;
-    s.fireOpacityScale = 4;
-    luts.buildEmissionTable(CurveOf([](float) { return 1.0f; }), kWhite, s);
-    // Entry 4000 stands for 0.
-    for (int i : {3999, 4000, 4001})
-        EXPECT_EQ(luts.fireOpacity[i], 0) << i;
-    for (int i : {0, 3998, 4002, 7999})
-        EXPECT_FLOAT_EQ(luts.fireOpacity[i], std::log(0.5f) * 4) << i;
-    EXPECT_FLOAT_EQ(luts.emission[0], 3.5f);
-    // Full strength is limited to a transparency of 1e-6.
-    s.tmultFireOpacity = 2;
-    luts.buildEmissionTable(CurveOf([](float) { return 1.0f; }), kWhite, s);
-    EXPECT_FLOAT_EQ(luts.fireOpacity[0], std::log(1e-6f) * 4);
-}
-
 TEST(EmissionTable, BlackBody_WeighsByTheLuminanceAtTheKelvinOfTheChannel) {
     std::vector<float> planck(kPlanckEntries);
     std::iota(planck.begin(), planck.end(), 0.0f);
@@ -257,32 +237,6 @@ struct TexturedShader : VolumeShader {
         out = colors[index];
     }
 };
-
-TEST(ReadTables, WithoutTables_SimpleSmokeAndGridColors) {
-    VolumeShader shader;
-    shader.smoketransp = -2;
-    VoxelSample sample;
-    EXPECT_EQ(shader.getOpacity(sample, 0.5f), Color());
-    sample.t = 0.5f;
-    const float opacity = shader.getOpacity(sample, 0.5f).r;
-    EXPECT_NEAR(opacity, 1 - std::exp(-0.5f), 1e-4f);
-
-    sample.gridColor = {0.1f, -0.2f, 0.3f};
-    EXPECT_EQ(shader.getEmission(sample, 1), Color());
-    shader.flags |= kEmissive;
-    EXPECT_EQ(shader.getEmission(sample, 1), (Color{0.1f, 0, 0.3f}));
-    shader.fire_opacity_mode = kFireOwnOpacity;
-    EXPECT_EQ(shader.getEmission(sample, 1), (Color{0.1f, 0, 0.3f}));
-    Color out;
-    EXPECT_FALSE(shader.getFireOpacity(sample, 1, out));
-
-    shader.simpleColor = {0.7f, 0.8f, 0.9f};
-    EXPECT_EQ(shader.getDiffuse(sample), shader.simpleColor);
-    shader.useGridColor = true;
-    EXPECT_EQ(shader.getDiffuse(sample), shader.simpleColor);
-    shader.sampleMask = kSampleColor;
-    EXPECT_EQ(shader.getDiffuse(sample), sample.gridColor);
-}
 
 TEST(ReadTables, Textures_ReplaceOrModulate) {
     TexturedShader shader;
