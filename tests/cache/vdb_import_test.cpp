@@ -101,56 +101,90 @@ TEST_F(VdbImport, EveryTypeStorageAndCompression) {
             }
 }
 
-TEST_F(VdbImport, VectorGrid_DeliversComponents) {
-    GridSpec g = scalar("vel", ballOfVoxels({4, 4, 4}, 3));
-    g.type = "vec3s";
-    for (const char* map :
-         {"4,vel(x);5,vel(y);6,vel(z);", "4,vel.x;5,vel.y;6,vel.z;", "4,vel;5,vel;6,vel;"}) {
-        ASSERT_EQ(import({.grids = {g}}, map), kLoadOk);
-        EXPECT_EQ(frame.channelMask, 0x70u);
-        EXPECT_EQ(at(4, 3, 3, 3), 1.0f);
-        EXPECT_EQ(at(5, 3, 3, 3), -1.0f);
-        EXPECT_EQ(at(6, 3, 3, 3), 2.0f);
+TEST_F(VdbImport, Mappings_ChooseGridsAndComponents) {
+    struct Cell {
+        int channel;
+        std::array<int, 3> at;
+        float value;
+    };
+    struct Case {
+        const char* what;
+        VdbSpec spec;
+        const char* map;
+        std::uint32_t mask;
+        std::array<int, 3> size;
+        std::vector<Cell> cells;
+    };
+    const auto ball = [](const char* name, const char* type = "float") {
+        GridSpec g = scalar(name, ballOfVoxels({4, 4, 4}, 3));
+        g.type = type;
+        return g;
+    };
+    const auto cell = [](const char* name, std::array<int, 3> at, double value) {
+        return scalar(name, {{at, {value, 0, 0}}});
+    };
+    const GridSpec vel = ball("vel", "vec3s"), density = ball("density");
+    const VdbSpec parts{.grids = {density, ball("vx"), ball("vy"), ball("vz")}};
+    const VdbSpec odd{.grids = {ball("mask", "bool"), density}};
+    const std::vector<Cell> xyz = {{4, {3, 3, 3}, 1}, {5, {3, 3, 3}, -1}, {6, {3, 3, 3}, 2}};
+    const Case cases[] = {
+        {"by brackets", {{vel}}, "4,vel(x);5,vel(y);6,vel(z);", 0x70, {7, 7, 7}, xyz},
+        {"by dots", {{vel}}, "4,vel.x;5,vel.y;6,vel.z;", 0x70, {7, 7, 7}, xyz},
+        {"by their triple", {{vel}}, "4,vel;5,vel;6,vel;", 0x70, {7, 7, 7}, xyz},
+        {"outside of a triple: what the name says, else x",
+         {{vel}},
+         "2,vel(z);1,vel;",
+         6,
+         {7, 7, 7},
+         {{2, {3, 3, 3}, 2}, {1, {3, 3, 3}, 1}}},
+        {"scalar grids with the names of components",
+         {{cell("v.z", {}, 3), cell("v.x", {}, 1), cell("v.y", {}, 2)}},
+         "4,v;5,v;6,v;",
+         0x70,
+         {1, 1, 1},
+         {{4, {}, 1}, {5, {}, 2}, {6, {}, 3}}},
+        {"two of three velocities", parts, "2,density;4,vx;6,vz;", 4, {7, 7, 7}, {}},
+        {"all three", parts, "2,density;4,vx;6,vz;5,vy;", 0x74, {7, 7, 7}, {}},
+        {"the box of all that is mapped",
+         {{cell("a", {-5, 0, 0}, 1), cell("b", {4, 2, -3}, 2), cell("far", {999, 999, 999}, 3)}},
+         "2,a;1,b;",
+         6,
+         {10, 3, 4},
+         {{2, {0, 0, 3}, 1}, {1, {9, 2, 0}, 2}, {1, {0, 0, 3}, 0}}},
+        {"one empty cell", {{scalar("density", {})}}, "2,density;", 4, {1, 1, 1}, {{2, {}, 0}}},
+        {"an empty grid beside another",
+         {{scalar("flame", {}), density}},
+         "10,flame;2,density;",
+         0x404,
+         {7, 7, 7},
+         {{10, {3, 3, 3}, 0}}},
+        {"without positions in the file",
+         {.grids = {density, cell("fuel", {4, 5, 5}, 7), ball("mask", "bool")},
+          .compression = 6,
+          .asStream = true},
+         "2,density;10,fuel;",
+         0x404,
+         {7, 7, 7},
+         {{10, {3, 4, 4}, 7}, {2, {3, 3, 3}, 1}}},
+        {"other types and names",
+         odd,
+         "10,mask;2,density;1,nothing;40,density;0,density;-1,density;",
+         4,
+         {7, 7, 7},
+         {}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        ASSERT_EQ(import(c.spec, c.map), kLoadOk) << lastImportProblem();
+        EXPECT_EQ(frame.channelMask, c.mask);
+        expectSize(c.size[0], c.size[1], c.size[2]);
+        for (const Cell& v : c.cells)
+            EXPECT_EQ(at(v.channel, v.at[0], v.at[1], v.at[2]), v.value) << v.channel;
     }
-    // Out of order, and outside a triple: what the name says, else x.
-    ASSERT_EQ(import({.grids = {g}}, "2,vel(z);1,vel;"), kLoadOk);
-    EXPECT_EQ(at(2, 3, 3, 3), 2.0f);
-    EXPECT_EQ(at(1, 3, 3, 3), 1.0f);
-}
-
-TEST_F(VdbImport, ScalarGridsWithComponentNames) {
-    std::vector<GridSpec> grids;
-    for (const char* name : {"vel.z", "vel.x", "vel.y"})
-        grids.push_back(scalar(name, {{{0, 0, 0}, {double(name[4]), 0, 0}}}));
-    ASSERT_EQ(import({.grids = grids}, "4,vel;5,vel;6,vel;"), kLoadOk);
-    EXPECT_EQ(at(4, 0, 0, 0), 'x');
-    EXPECT_EQ(at(5, 0, 0, 0), 'y');
-    EXPECT_EQ(at(6, 0, 0, 0), 'z');
-}
-
-TEST_F(VdbImport, IncompleteVelocity_IsDropped) {
-    const auto voxel = ballOfVoxels({0, 0, 0}, 1);
-    const VdbSpec spec{.grids = {scalar("density", voxel), scalar("vx", voxel), scalar("vy", voxel),
-                                 scalar("vz", voxel)}};
-    ASSERT_EQ(import(spec, "2,density;4,vx;6,vz;"), kLoadOk);
-    EXPECT_EQ(frame.channelMask, 4u);
-    EXPECT_FALSE(frame.getChannelProxy(4).loaded);
-    EXPECT_FALSE(frame.getChannelProxy(6).loaded);
-    ASSERT_EQ(import(spec, "2,density;4,vx;6,vz;5,vy;"), kLoadOk);
-    EXPECT_EQ(frame.channelMask, 0x74u);
-}
-
-TEST_F(VdbImport, SeveralGrids_ShareTheBoxOfAllThatIsActive) {
-    const VdbSpec spec{.grids = {scalar("a", {{{-5, 0, 0}, {1, 0, 0}}}),
-                                 scalar("b", {{{4, 2, -3}, {2, 0, 0}}}),
-                                 scalar("far", {{{1000, 1000, 1000}, {3, 0, 0}}})}};
-    ASSERT_EQ(import(spec, "2,a;1,b;"), kLoadOk);
-    expectSize(10, 3, 4);
-    EXPECT_EQ(at(2, 0, 0, 3), 1.0f);
-    EXPECT_EQ(at(1, 9, 2, 0), 2.0f);
-    EXPECT_EQ(at(1, 0, 0, 3), 0.0f);
-    EXPECT_EQ(frame.transform[9], 5.0f);
-    EXPECT_EQ(frame.transform[11], 3.0f);
+    // With nothing left, the answer says what there is.
+    EXPECT_EQ(import(odd, "2,dens;"), kLoadNotFound);
+    EXPECT_NE(lastImportProblem().find("mask, density"), std::string::npos) << lastImportProblem();
+    EXPECT_EQ(frame.channelMask, 0u);
 }
 
 TEST_F(VdbImport, DefaultMapping_OfASequence) {
@@ -171,33 +205,6 @@ TEST_F(VdbImport, DefaultMapping_OfASequence) {
     // A user who names the grid gets its values as they are.
     ASSERT_EQ(importVdb(folder / "s_0001.vdb", frame, "1,surface;", false), kLoadOk);
     EXPECT_EQ(at(1, 0, 0, 0), 0.5f);
-}
-
-TEST_F(VdbImport, OtherTypesAndNames_ArePassedOver) {
-    const auto voxel = ballOfVoxels({0, 0, 0}, 1);
-    GridSpec mask = scalar("mask", voxel);
-    mask.type = "bool";
-    const VdbSpec spec{.grids = {mask, scalar("density", voxel)}};
-    ASSERT_EQ(import(spec, "10,mask;2,density;1,nothing;40,density;0,density;-1,density;"),
-              kLoadOk);
-    EXPECT_EQ(frame.channelMask, 4u);
-    // With nothing left, the answer says what there is.
-    EXPECT_EQ(import(spec, "2,dens;"), kLoadNotFound);
-    EXPECT_NE(lastImportProblem().find("mask, density"), std::string::npos) << lastImportProblem();
-    EXPECT_EQ(frame.channelMask, 0u);
-}
-
-TEST_F(VdbImport, EmptyGrid_IsOneEmptyCell) {
-    ASSERT_EQ(import({.grids = {scalar("density", {})}}, "2,density;"), kLoadOk);
-    expectSize(1, 1, 1);
-    EXPECT_EQ(at(2, 0, 0, 0), 0.0f);
-    // Beside another grid it takes that one's size.
-    ASSERT_EQ(
-        import({.grids = {scalar("flame", {}), scalar("density", ballOfVoxels({9, 9, 9}, 2))}},
-               "10,flame;2,density;"),
-        kLoadOk);
-    expectSize(5, 5, 5);
-    EXPECT_EQ(at(10, 2, 2, 2), 0.0f);
 }
 
 TEST_F(VdbImport, Tiles_AreNotExpanded) {
@@ -293,19 +300,6 @@ TEST_F(VdbImport, SharedTreesAndSharedNames) {
     EXPECT_EQ(at(1, 0, 0, 0), 2.0f);
     EXPECT_EQ(frame.transform[0], 0.5f);
     EXPECT_EQ(CacheIO::findChannelMap(folder / "f.vdb"), "2,density;");
-}
-
-TEST_F(VdbImport, FileWithoutPositions_IsWalkedThrough) {
-    GridSpec mask = scalar("mask", ballOfVoxels({0, 0, 0}, 1));
-    mask.type = "bool";
-    const GridSpec density = scalar("density", ballOfVoxels({0, 0, 0}, 2));
-    const GridSpec fuel = scalar("fuel", {{{1, 1, 1}, {7, 0, 0}}});
-    ASSERT_EQ(import({.grids = {density, fuel, mask}, .compression = 6, .asStream = true},
-                     "2,density;10,fuel;"),
-              kLoadOk)
-        << lastImportProblem();
-    EXPECT_EQ(at(10, 3, 3, 3), 7.0f);
-    EXPECT_EQ(at(2, 2, 2, 2), 1.0f);
 }
 
 TEST_F(VdbImport, MemoryLimit) {

@@ -20,43 +20,42 @@ namespace {
 using namespace TessUtils;
 using Build = void (*)(TessraParameterListDesc&);
 
-const std::map<std::string, Build> kTables = {
-    {"geom", buildGeomParameters},
-    {"mesh", buildMeshParameters},
-    {"tex", buildTexParameters},
-    {"particle tex", buildParticleTexParameters},
-    {"ocean tex", buildOceanTexParameters},
-    {"cache", buildCacheParameters},
-    {"sim", buildSimParameters},
-    {"particle shader", buildParticleShaderParameters},
-    {"pgroup", buildPGroupParameters},
-    {"prt loader", buildPrtLoaderParameters},
-    {"vol", buildVolParameters},
-    {"tex alpha", buildTexAlphaParameters},
+const struct {
+    const char* name;
+    Build build;
+    std::size_t rows;
+} kTables[] = {
+    {"geom", buildGeomParameters, 4},
+    {"mesh", buildMeshParameters, 2},
+    {"tex", buildTexParameters, 29 + 8},
+    {"particle tex", buildParticleTexParameters, 29 + 26},
+    {"ocean tex", buildOceanTexParameters, 17},
+    {"cache", buildCacheParameters, 31},
+    {"sim", buildSimParameters, 170},
+    {"particle shader", buildParticleShaderParameters, 76},
+    {"pgroup", buildPGroupParameters, 6},
+    {"prt loader", buildPrtLoaderParameters, 3},
+    {"vol", buildVolParameters, 2},
+    {"tex alpha", buildTexAlphaParameters, 3},
 };
 
 void forEachRow(const std::function<void(const std::string&, const ParameterDef&)>& check) {
-    for (const auto& [table, build] : kTables) {
+    for (const auto& table : kTables) {
         TessraParameterListDesc desc;
-        build(desc);
+        table.build(desc);
         for (const ParameterDef& row : desc.rows())
-            check(table + "." + row.name, row);
+            check(std::string(table.name) + "." + row.name, row);
     }
 }
 
 TEST(ParameterTables, EveryTable_HasItsRows) {
-    const std::map<std::string, std::size_t> counts = {
-        {"geom", 4},   {"mesh", 2},       {"tex", 29 + 8},   {"particle tex", 29 + 26},
-        {"vol", 2},    {"cache", 31},     {"sim", 170},      {"particle shader", 76},
-        {"pgroup", 6}, {"prt loader", 3}, {"ocean tex", 17}, {"tex alpha", 3},
-    };
-    for (const auto& [table, build] : kTables) {
+    for (const auto& table : kTables) {
         TessraParameterListDesc desc;
-        build(desc);
-        EXPECT_EQ(desc.rows().size(), counts.at(table)) << table;
+        table.build(desc);
+        EXPECT_EQ(desc.rows().size(), table.rows) << table.name;
         std::set<std::string> names;
         for (const ParameterDef& row : desc.rows())
-            EXPECT_TRUE(names.insert(row.name).second) << table << "." << row.name;
+            EXPECT_TRUE(names.insert(row.name).second) << table.name << "." << row.name;
     }
 }
 

@@ -6,8 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <map>
-#include <string>
 #include <vector>
 
 #include "tessra/ids.h"
@@ -27,71 +25,45 @@ struct Collect : EnumPluginCallback {
     }
 };
 
-std::vector<PluginDesc*> descriptors() {
-    Collect collect;
-    libDesc().enumPlugins(&collect);
-    return collect.found;
-}
+// Newest first; names and numbers are stored in scenes.
+const struct {
+    const char* name;
+    PluginID id;
+    InterfaceID kind;
+} kKinds[] = {{"NmbShaderTexAlpha", 20111124021, ids::kTexture},
+              {"NmbShaderSimVol", 20110223041, ids::kRenderSettings},
+              {"NmbShaderPrtLoader", 20150611011, ids::kNimbraSim},
+              {"NmbShaderPGroup", 20110930021, ids::kNimbraSim},
+              {"NmbShaderFoam", 20110930011, ids::kNimbraSim},
+              {"NmbShaderSim", 20110223031, ids::kNimbraSim},
+              {"NmbShaderCache", 20110223051, ids::kNimbraSim},
+              {"NmbShaderOceanTex", 20130613021, ids::kTexture},
+              {"NmbShaderParticleTex", 20160811011, ids::kTexture},
+              {"NmbShaderTex", 20110223021, ids::kTexture},
+              {"NmbShaderSimMesh", 20130401011, ids::kStaticGeomSource},
+              {"NmbShaderSimGeom", 20110223011, ids::kStaticGeomSource}};
 
-TEST(PluginTable, Enumeration_NewestFirstUntilZero) {
+TEST(PluginTable, Enumeration_GivesAllKindsUntilZero) {
     EXPECT_STREQ(libDesc().getName(), "Nimbra");
     EXPECT_STREQ(libDesc().getDescription(), "Nimbra plugin for Tessra");
     EXPECT_EQ(libDesc().enumPlugins(nullptr), 12);
-
-    std::vector<std::string> names;
-    for (PluginDesc* desc : descriptors())
-        names.push_back(desc->getName());
-    const std::vector<std::string> expected = {
-        "NmbShaderTexAlpha",    "NmbShaderSimVol", "NmbShaderPrtLoader", "NmbShaderPGroup",
-        "NmbShaderFoam",        "NmbShaderSim",    "NmbShaderCache",     "NmbShaderOceanTex",
-        "NmbShaderParticleTex", "NmbShaderTex",    "NmbShaderSimMesh",   "NmbShaderSimGeom"};
-    EXPECT_EQ(names, expected);
-
-    Collect stopping;
-    stopping.limit = 1;
-    EXPECT_EQ(libDesc().enumPlugins(&stopping), 1);
-    stopping.limit = 4;
-    stopping.found.clear();
-    EXPECT_EQ(libDesc().enumPlugins(&stopping), 4);
-}
-
-TEST(PluginTable, Identity_IsPersistent) {
-    const std::map<std::string, PluginID> ids = {
-        {"NmbShaderSimGeom", 20110223011},  {"NmbShaderSimMesh", 20130401011},
-        {"NmbShaderTex", 20110223021},      {"NmbShaderParticleTex", 20160811011},
-        {"NmbShaderOceanTex", 20130613021}, {"NmbShaderCache", 20110223051},
-        {"NmbShaderSim", 20110223031},      {"NmbShaderFoam", 20110930011},
-        {"NmbShaderPGroup", 20110930021},   {"NmbShaderPrtLoader", 20150611011},
-        {"NmbShaderSimVol", 20110223041},   {"NmbShaderTexAlpha", 20111124021},
-    };
-    for (PluginDesc* desc : descriptors())
-        EXPECT_EQ(desc->getPluginID(), ids.at(desc->getName())) << desc->getName();
-}
-
-TEST(PluginTable, SupportsInterface_OnePairEach) {
-    const std::vector<InterfaceID> kinds = {ids::kStaticGeomSource, ids::kTexture, ids::kNimbraSim,
-                                            ids::kRenderSettings};
-    const std::map<std::string, InterfaceID> expected = {
-        {"NmbShaderSimGeom", ids::kStaticGeomSource},
-        {"NmbShaderSimMesh", ids::kStaticGeomSource},
-        {"NmbShaderTex", ids::kTexture},
-        {"NmbShaderParticleTex", ids::kTexture},
-        {"NmbShaderOceanTex", ids::kTexture},
-        {"NmbShaderTexAlpha", ids::kTexture},
-        {"NmbShaderCache", ids::kNimbraSim},
-        {"NmbShaderSim", ids::kNimbraSim},
-        {"NmbShaderFoam", ids::kNimbraSim},
-        {"NmbShaderPGroup", ids::kNimbraSim},
-        {"NmbShaderPrtLoader", ids::kNimbraSim},
-        {"NmbShaderSimVol", ids::kRenderSettings},
-    };
-    for (PluginDesc* desc : descriptors()) {
+    Collect all;
+    EXPECT_EQ(libDesc().enumPlugins(&all), 12);
+    ASSERT_EQ(all.found.size(), std::size(kKinds));
+    for (std::size_t i = 0; i < all.found.size(); ++i) {
+        PluginDesc* const desc = all.found[i];
+        EXPECT_STREQ(desc->getName(), kKinds[i].name);
+        EXPECT_EQ(desc->getPluginID(), kKinds[i].id) << desc->getName();
         EXPECT_TRUE(desc->supportsInterface(ids::kTessraPlugin));
-        EXPECT_FALSE(desc->supportsInterface(0));
-        EXPECT_FALSE(desc->supportsInterface(ids::kSceneModifier));
-        for (InterfaceID kind : kinds)
-            EXPECT_EQ(desc->supportsInterface(kind), kind == expected.at(desc->getName()))
-                << desc->getName() << " " << kind;
+        for (InterfaceID id : {ids::kStaticGeomSource, ids::kTexture, ids::kNimbraSim,
+                               ids::kRenderSettings, ids::kSceneModifier, InterfaceID(0)})
+            EXPECT_EQ(desc->supportsInterface(id), id == kKinds[i].kind)
+                << desc->getName() << " " << id;
+    }
+    for (const std::size_t limit : {1u, 4u}) {
+        Collect stopping;
+        stopping.limit = limit;
+        EXPECT_EQ(libDesc().enumPlugins(&stopping), static_cast<int>(limit));
     }
 }
 
