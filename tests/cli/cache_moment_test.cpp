@@ -57,14 +57,17 @@ protected:
         int code = 0;
         std::string out, err;
     };
-    Answer info(const std::vector<std::string>& words) {
+    Answer info(const std::vector<std::string>& words) { return run("info", words); }
+    Answer run(const std::string& command, const std::vector<std::string>& words) {
         CLI::App app("", "nimbra");
         Answer answer;
         addInfoCommand(app, answer.code);
+        addViewCommand(app, answer.code);
+        addRenderCommand(app, answer.code);
         testing::internal::CaptureStdout();
         testing::internal::CaptureStderr();
         std::vector<std::string> reversed(words.rbegin(), words.rend());
-        reversed.push_back("info");
+        reversed.push_back(command);
         try {
             app.parse(reversed);
         } catch (const CLI::ParseError& e) {
@@ -145,6 +148,33 @@ TEST_F(CacheMoments, Scenes_AreReadAtTheirTimes) {
     for (const auto& m : moments(
              {"--at", "4", "--speed=-1", "--offset", "18", "--blend", "interpolation"}, kExitDone))
         EXPECT_EQ(m["files"][0]["found"], 14) << m;
+}
+
+TEST_F(CacheMoments, Pictures_BetweenFramesHaveTheirNamesAndTimes) {
+    for (const char* name : {"k_0001.kol", "k_0002.kol"})
+        fs::copy_file(fs::path(NIMBRA_TEST_DATA) / "golden/kol/v6_small_plume.kol", at(name));
+    const std::vector<std::string> small{"--size", "8x8", "-s", "1", "--progress", "none"};
+    const auto picture = [&](const std::string& command, std::vector<std::string> words) {
+        words.insert(words.end(), small.begin(), small.end());
+        return run(command, words);
+    };
+    const std::string scene = at("view.json");
+    Answer answer =
+        picture("view", {at("k_####.kol"), "--speed", "0.25", "--offset", "1", "--frames",
+                         "2-4x0.5,9", "--write-scene", scene, "-o", at("v.exr")});
+    EXPECT_EQ(answer.code, kExitDone) << answer.err;
+    for (const char* name : {"v.0002.000.exr", "v.0002.500.exr", "v.0004.000.exr"})
+        EXPECT_TRUE(fs::exists(at(name))) << name;
+    EXPECT_NE(answer.err.find("nothing to see at frame 9"), std::string::npos) << answer.err;
+    EXPECT_NE(info({"--at", "2.5", scene}).out.find("cache frame 1.625"), std::string::npos);
+    answer = picture("render", {scene, "--frames", "2.5,2.50", "--skip-existing", "--set",
+                                "cache.time_tform=false", "--speed", "2", "-o", at("v_%d.exr")});
+    EXPECT_EQ(answer.code, kExitDone) << answer.err;
+    EXPECT_TRUE(fs::exists(at("v_2.500.exr")));
+    EXPECT_NE(answer.err.find("time: cache.play_speed=2\n"), std::string::npos) << answer.err;
+    EXPECT_NE(answer.err.find("no effect"), std::string::npos) << answer.err;
+    write("bare.json", R"({"nimbra": 1})");
+    EXPECT_EQ(picture("render", {at("bare.json"), "--blend", "velocity"}).code, kExitUsage);
 }
 
 TEST_F(CacheMoments, Inputs_AreToldApartFromUsage) {
