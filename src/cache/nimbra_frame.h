@@ -73,7 +73,8 @@ public:
     float smoothThreshold[kChannelSlots];
     float smoothSimilarity[kChannelSlots];
     float smoothRandomize[kChannelSlots];
-    /// Asked by long passes whether the user wants to stop; may be null.
+    /// Asked by long passes whether the user wants to stop; may be null. A blend that is stopped
+    /// makes no frame.
     TessUtils::ProgressCallback* stop = nullptr;
     /// Frames of the last blend, one reference each.
     NimbraFrameData* blendFrom = nullptr;
@@ -147,6 +148,7 @@ private:
     int blendSources(const Request& request, const FrameMix& mix, int method);
     void standIn(const Request& request, std::int64_t frame, NimbraFrameData*& source);
     void releaseSources();
+    bool isStopped() const { return stop && stop->getAbort(); }
     int fail(const Request& request, int lookUpStatus);
     void remember(int status, std::int64_t ticks, const std::string& path,
                   const std::string& channelMap);

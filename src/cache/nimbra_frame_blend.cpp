@@ -81,10 +81,15 @@ int NimbraFrame::blendSources(const Request& request, const FrameMix& mix, int m
     }
     if (made && frameDataArray.holds(made.get()))
         data = made.release();
-    const bool stopped = stop && stop->getAbort();
     blendSourceValid =
-        result.status != kFrameScaleMismatch && result.status != kFrameVelocityFallback && !stopped;
+        result.status != kFrameScaleMismatch && result.status != kFrameVelocityFallback;
     logParticleProblem(result);
+    if (isStopped()) {
+        // Half a blend must not pass for the frame of this moment.
+        frameDataArray.releaseFrame(std::exchange(data, nullptr));
+        freeBlendSources();
+        return kFrameFailed;
+    }
     if (result.status == kFrameScaleMismatch || !data) {
         frameDataArray.releaseFrame(std::exchange(data, nullptr));
         standIn(request, mix.first, blendFrom);

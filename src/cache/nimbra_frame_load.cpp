@@ -135,7 +135,8 @@ int NimbraFrame::load(std::int64_t ticks, const std::string& path, int blendMeth
         return fail(request, lookUpStatus);
     }
     if (!data) {
-        remember(kLoadNotFound, ticks, path, channelMap);
+        if (!isStopped())
+            remember(kLoadNotFound, ticks, path, channelMap);
         return status;
     }
     currentFrame = ticks;

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "cache/nimbra_frame.h"
+#include "cache/test_jobs.h"
 #include "cache/test_log.h"
 #include "support/kol_sequence.h"
 
@@ -170,6 +171,22 @@ TEST_F(FrameBlend, FilesThatChangeBetweenTwoWeights) {
     files.remove(2);
     EXPECT_EQ(load(holder, 1250, wish), kFrameFailed);
     EXPECT_EQ(NimbraFrame::frameDataArray.size, 0);
+}
+
+TEST_F(FrameBlend, Stopped_LeavesNoHalfFrame) {
+    writeMoving({1, 2});
+    for (const int method : {kInterpolation, kVelocity})
+        for (const int questions : {0, 1, 4}) {
+            NimbraFrame holder;
+            Stop stop(questions);
+            holder.stop = &stop;
+            EXPECT_EQ(load(holder, 1500, {.method = method}), kFrameFailed);
+            EXPECT_EQ(holder.data, nullptr);
+            EXPECT_EQ(holder.blendSource[kSmoke], nullptr);
+            holder.stop = nullptr;
+            EXPECT_EQ(load(holder, 1500, {.method = method}), kFrameLoaded);
+            EXPECT_FLOAT_EQ(smoke(holder, 5), 3.5f);
+        }
 }
 
 TEST_F(FrameBlend, WithoutVelocities_Interpolates) {
