@@ -80,8 +80,8 @@ private:
     /// What every request starts with: the path, the smoothing settings.
     void prepare(double time);
     void readSmoothing(double time);
-    /// Finds the channels of a foreign cache whose user gave no mapping.
-    void fillChannelMap();
+    /// Finds the channels of a foreign cache whose user gave no mapping; `frame` is the wanted one.
+    void fillChannelMap(std::int64_t frame);
     /// Makes the frame of a tick number the held one and says what came of it; `quote` stands
     /// around the path in the message.
     void loadFrame(std::int64_t ticks, const char* quote);

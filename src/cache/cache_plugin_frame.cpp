@@ -70,15 +70,17 @@ void NimbraCachePlugin::prepare(double time) {
     readSmoothing(time);
 }
 
-void NimbraCachePlugin::fillChannelMap() {
+void NimbraCachePlugin::fillChannelMap(std::int64_t frame) {
     if (path_.empty() || fileExtension(path_) == "kol" || !rows_.usrchmap.empty())
         return;
     if (progress())
         progress()->printWarning(
             "Loading vdb/f3d without specified channel mappings! Defaults will be used instead!");
     if (channelMapPattern_ != path_) {
-        foundChannelMap_ = CacheIO::findChannelMap(path_);
-        channelMapPattern_ = path_;
+        foundChannelMap_ = CacheIO::findChannelMap(path_, frame);
+        // Frames that are missing now say nothing of the others.
+        if (foundChannelMap_ != CacheIO::ownChannelMap())
+            channelMapPattern_ = path_;
     }
     rows_.usrchmap = foundChannelMap_;
 }
@@ -124,7 +126,7 @@ NimbraFrameData* NimbraCachePlugin::getFrameByContentTime(int contentTime) {
 }
 
 void NimbraCachePlugin::loadFrame(std::int64_t ticks, const char* quote) {
-    fillChannelMap();
+    fillChannelMap(frameMix(ticks, rows_.TPF, -1, 0).first);
     setImportProblem("");
     const int status = loadInto(*frame_, ticks);
     const std::string warning = lastImportWarning(), problem = lastImportProblem();

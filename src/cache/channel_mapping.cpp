@@ -230,13 +230,14 @@ private:
 
 }  // namespace
 
-std::string findChannelMap(const std::string& pathPattern) {
+std::string findChannelMap(const std::string& pathPattern, std::int64_t frame) {
     const std::string extension = fileExtension(pathPattern);
     const bool f3d = extension == "f3d";
     if (!f3d && extension != "vdb")
         return ownChannelMap();
     Find3rdPartyCacheChannelsEnum files(f3d);
-    files.enumerate(pathPattern, 0, NimbraEnum::Mode::Nearest);
+    if (files.enumerate(pathPattern, frame, NimbraEnum::Mode::Nearest) == 0)
+        files.enumerate(pathPattern, frame, NimbraEnum::Mode::Exact);
     const auto list =
         chooseMappings(files.channels(), f3d ? defaultF3dMappings() : defaultVdbMappings());
     return list.empty() ? ownChannelMap() : defaultChannelMap(list);

@@ -202,6 +202,10 @@ TEST_F(VdbImport, DefaultMapping_OfASequence) {
     ASSERT_EQ(importVdb(second, frame, map, false), kLoadOk);
     EXPECT_EQ(frame.channelMask, 0x74u);
     EXPECT_EQ(at(6, 0, 0, 0), 3.0f);
+    // Behind a dash no name tells its number: the wanted frame speaks for all.
+    for (const char* name : {"d-0007.vdb", "d-0008.vdb"})
+        write({.grids = {scalar("fuel", {{{0, 0, 0}, {1, 0, 0}}})}}, name);
+    EXPECT_NE(CacheIO::findChannelMap(folder / "d-####.vdb", 8).find("10,fuel;"), map.npos);
     // A user who names the grid gets its values as they are.
     ASSERT_EQ(importVdb(folder / "s_0001.vdb", frame, "1,surface;", false), kLoadOk);
     EXPECT_EQ(at(1, 0, 0, 0), 0.5f);
