@@ -64,9 +64,9 @@ std::vector<GridMapping> chooseMappings(const std::vector<AvailableChannels>& av
 std::string ownChannelMap();
 
 /// The text that stands for a sequence for which the user gave none: the channels of all files of
-/// the pattern, mapped by the table of their format. Files that can't be read are passed over. Where
-/// no name tells its number ("sim-0010" for "sim-####"), the file of `frame` speaks for all. With
-/// nothing found the answer is ownChannelMap().
+/// the pattern, mapped by the table of their format. Files that can't be read are passed over.
+/// Where no name tells its number ("sim-0010" for "sim-####"), the file of `frame` speaks for all.
+/// With nothing found the answer is ownChannelMap().
 std::string findChannelMap(const std::string& pathPattern, std::int64_t frame = 0);
 
 }  // namespace CacheIO
