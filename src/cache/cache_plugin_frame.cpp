@@ -188,6 +188,13 @@ void NimbraCachePlugin::reportBlend(int status) {
     // An empty grid that can't be made has the number of a blend without IDs.
     if (!frame_->data)
         return;
+    if (frame_->missingFrame != NimbraFrameData::kNoFrame) {
+        progress()->printWarning(
+            "[NimbraCachePlugin] Between two frames of %s: frame %lld is missing, the other one is "
+            "shown\n",
+            path_.c_str(), static_cast<long long>(frame_->missingFrame));
+        return;
+    }
     const char* lack = nullptr;
     switch (status) {
         case kFrameScaleMismatch:

@@ -87,6 +87,9 @@ public:
     NimbraFrameData* data = nullptr;
     /// The frame that `data` is derived from, `data` itself when it wasn't blended. No reference.
     NimbraFrameData* sourceData = nullptr;
+    /// The frame that `data` had to be blended with and couldn't be had, so that the other one
+    /// shows alone; kNoFrame when there is none.
+    std::int64_t missingFrame = NimbraFrameData::kNoFrame;
     /// The last load that failed; a repeat of it returns at once.
     std::int32_t failStatus = 0;
     std::int64_t failFrame = NimbraFrameData::kNoFrame;

@@ -45,6 +45,7 @@ int NimbraFrame::loadBlended(const Request& request, const FrameMix& mix, int me
     freeBlendSources();
     if (status[0] != kLoadOk && status[1] != kLoadOk)
         return missingStatus(status);
+    missingFrame = status[0] == kLoadOk ? mix.second : mix.first;
     if (status[0] == kLoadOk)
         standIn(request, mix.first, blendFrom);
     else

@@ -123,6 +123,7 @@ int NimbraFrame::load(std::int64_t ticks, const std::string& path, int blendMeth
     if (sameOverlap && isSettled(request, mix.first))
         return kFrameUnchanged;
 
+    missingFrame = NimbraFrameData::kNoFrame;
     constexpr int kOverlapMethod = 256, kHeaderOnlyMethod = 65535;
     int status = kFrameLoaded;
     if (mix.kind != FrameMix::kWhole) {

@@ -279,6 +279,13 @@ TEST_F(CachePlugin, WhatABlendLacks_IsToldToTheUser) {
         EXPECT_EQ(renderer.log.count(c.told ? c.told : "Between two frames"), c.told ? 1 : 0);
         cache->postFrameEnd(&renderer);
     }
+    files.remove(2);
+    for (const double time : {1.5, 2.5}) {
+        renderer.log.lines.clear();
+        EXPECT_NE(cache->getFrameByTime(time), nullptr);
+        EXPECT_EQ(renderer.log.count("frame 2 is missing, the other one is shown"), 1) << time;
+        cache->postFrameEnd(&renderer);
+    }
 }
 
 TEST_F(CachePlugin, LoopOverlap_BlendsWithTheFrameBehindTheEnd) {
