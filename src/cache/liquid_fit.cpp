@@ -156,9 +156,13 @@ void OffsetLists::clear() {
         list.count = 0;
 }
 
-/// Keeps what is there when it can't.
+/// Keeps what is there when it can't. More particles than the limit don't lie near a voxel of any
+/// real liquid, and each thread has eight lists.
 bool OffsetLists::grow(int voxel, std::int64_t room) {
+    constexpr std::int64_t kMostRoom = std::int64_t(1) << 22;
     List& list = lists_[voxel];
+    if (room > kMostRoom)
+        return false;
     NMBUtils::NmbArray<float, long long> larger;
     constexpr float kZero = 0;
     if (!larger.SetSize(3 * room, &kZero, true))
