@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <random>
 
 namespace nimbra::host {
@@ -76,30 +75,6 @@ TEST_P(EveryCamera, ClipPlanesAreDistancesAlongTheView) {
     EXPECT_NEAR(camera->depth(ray.p + toPoint(ray.dir) * ray.maxt), 10, 1e-5);
     s.farClip = 1;
     EXPECT_FALSE(make(s)->ray(0, 0, {}, ray));
-}
-
-TEST_P(EveryCamera, LensKeepsThePlaneInFocusSharp) {
-    ProjectionSettings s = wideSettings();
-    s.lensRadius = 0.5f;
-    s.focusDistance = 8;
-    const auto camera = make(s);
-    const auto at = [&](float u, float v, double depth) {
-        TraceRay ray;
-        EXPECT_TRUE(camera->ray(30, 70, LensSample{{u, v}}, ray));
-        const double start = camera->depth(ray.p);
-        const double rate = camera->depth(ray.p + toPoint(ray.dir)) - start;
-        return ray.p + toPoint(ray.dir) * ((depth - start) / rate);
-    };
-    const TracePoint sharp = at(0.5f, 0.5f, 8), near = at(0.5f, 0.5f, 4);
-    double spread = 0;
-    for (const auto& [u, v] : {std::pair{0.0f, 0.5f}, {0.99f, 0.1f}, {0.3f, 0.99f}}) {
-        const TracePoint d = at(u, v, 8) - sharp;
-        EXPECT_NEAR(d.x * d.x + d.y * d.y + d.z * d.z, 0, 1e-9);
-        const TracePoint e = at(u, v, 4) - near;
-        spread = std::max(spread, std::sqrt(e.x * e.x + e.y * e.y + e.z * e.z));
-    }
-    // Half way to the focus the cone of the lens has half its radius.
-    EXPECT_NEAR(spread, 0.25, 0.01);
 }
 
 INSTANTIATE_TEST_SUITE_P(Projections, EveryCamera, ::testing::Bool(), [](const auto& which) {

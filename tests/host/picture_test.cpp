@@ -101,36 +101,6 @@ TEST(PngFile, OpaquePictureIsEncodedForTheDisplay) {
         EXPECT_EQ(back.pixels.rgba[i] * 255, expected[i]) << i;
 }
 
-TEST(PngFile, AlphaOverBlackLooksLikeTheOpaquePicture) {
-    const TempFolder folder;
-    FrameBuffer pixels;
-    pixels.resize(8, 4, 0, 0, 8, 4, {});
-    for (std::size_t i = 0; i < 32; ++i) {
-        const float alpha = static_cast<float>(i) / 31;
-        // Smoke, and fire that gives light without opacity.
-        pixels.rgba[i * 4] = alpha * 0.5f;
-        pixels.rgba[i * 4 + 1] = i % 3 ? 0.0f : 0.7f;
-        pixels.rgba[i * 4 + 2] = 0;
-        pixels.rgba[i * 4 + 3] = alpha;
-    }
-    PngOptions keep;
-    keep.alpha = PngAlpha::Keep;
-    std::string error;
-    ASSERT_TRUE(writePng(folder / "keep.png", pixels, keep, error)) << error;
-    ASSERT_TRUE(writePng(folder / "opaque.png", pixels, {}, error)) << error;
-    Picture with, without;
-    ASSERT_TRUE(readPicture(folder / "keep.png", with, error)) << error;
-    ASSERT_TRUE(readPicture(folder / "opaque.png", without, error)) << error;
-    for (std::size_t i = 0; i < 32; ++i) {
-        const float* p = &with.pixels.rgba[i * 4];
-        EXPECT_GE(p[3] * 255 + 1e-3f, std::floor(pixels.rgba[i * 4 + 3] * 255));
-        for (int c = 0; c < 3; ++c)
-            EXPECT_NEAR(p[c] * p[3], without.pixels.rgba[i * 4 + c], 1.5 / 255) << i;
-    }
-    EXPECT_GT(with.pixels.rgba[3], 0) << "fire without opacity must be seen";
-    EXPECT_EQ(with.pixels.rgba[31 * 4 + 3], 1);
-}
-
 TEST(PictureFiles, CutOnesAreNotRead) {
     const TempFolder folder;
     std::string error;

@@ -124,26 +124,20 @@ protected:
 
 TEST_F(SessionTest, TwoFrames_CallEverythingInOrder) {
     EXPECT_EQ(run({5, 6}).status, RenderStatus::Complete);
-    const std::vector<std::string> begin{
-        "used.preRenderBegin", "user.preRenderBegin", "used.setupRender",
-        "user.setupRender",    "used.renderBegin",    "user.renderBegin",
+    std::vector<std::string> expected;
+    const auto add = [&](std::initializer_list<const char*> operations, bool usersFirst) {
+        for (const std::string operation : operations)
+            for (const bool user : {usersFirst, !usersFirst})
+                expected.push_back((user ? "user." : "used.") + operation);
     };
-    const std::vector<std::string> frame{
-        "used.preFrameBegin",   "user.preFrameBegin",   "used.frameBegin",   "user.frameBegin",
-        "used.compileGeometry", "user.compileGeometry", "tracer.beginFrame", "tracer.endFrame",
-        "user.clearGeometry",   "used.clearGeometry",   "user.frameEnd",     "used.frameEnd",
-        "user.postFrameEnd",    "used.postFrameEnd",    "output.write",
-    };
-    const std::vector<std::string> end{
-        "user.renderEnd",
-        "used.renderEnd",
-        "user.postRenderEnd",
-        "used.postRenderEnd",
-    };
-    std::vector<std::string> expected = begin;
-    expected.insert(expected.end(), frame.begin(), frame.end());
-    expected.insert(expected.end(), frame.begin(), frame.end());
-    expected.insert(expected.end(), end.begin(), end.end());
+    add({"preRenderBegin", "setupRender", "renderBegin"}, false);
+    for (int frame = 0; frame < 2; ++frame) {
+        add({"preFrameBegin", "frameBegin", "compileGeometry"}, false);
+        expected.insert(expected.end(), {"tracer.beginFrame", "tracer.endFrame"});
+        add({"clearGeometry", "frameEnd", "postFrameEnd"}, true);
+        expected.push_back("output.write");
+    }
+    add({"renderEnd", "postRenderEnd"}, true);
     EXPECT_EQ(calls(), expected);
     const std::vector<std::string> events{"start 5 0/2", "end 5 0", "start 6 1/2", "end 6 0"};
     EXPECT_EQ(observer_.events, events);
