@@ -138,6 +138,12 @@ TEST(Curve, Host_StandsInForThePoints) {
     EXPECT_EQ(curve.eval(2, kOpacityCurve), 23);
 }
 
+TEST(Gradient, Colors_AreClampedToTheUnitCube) {
+    RenderGradientSamplerStandAlone gradient;
+    set(gradient, {0, 1}, {{-1, 2, 0.5f}, {-1, 2, 0.5f}});
+    expectColor(gradient.eval(0.5f), {0, 1, 0.5f});
+}
+
 TEST(Gradient, Smooth_PassesThroughItsKeysAndOutsideHoldsTheEnds) {
     RenderGradientSamplerStandAlone gradient;
     gradient.type = kSmoothGradient;
