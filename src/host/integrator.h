@@ -69,6 +69,7 @@ private:
     TessUtils::Color surfaceVisibility(TessUtils::ShadingContext& context);
     TessUtils::TextureContext textureContext(const TessUtils::ShadingContext& context,
                                              const SurfaceHit& hit) const;
+    void lightBy(Lighting&& lighting);
     void illuminateDirect(Lighting& lighting, TessUtils::LightInterface& light);
     void illuminateIndirect(Lighting& lighting);
 

@@ -28,6 +28,8 @@ constexpr std::uint32_t kInherited = TessUtils::kRayReflection | TessUtils::kRay
                                      TessUtils::kRayGI | TessUtils::kRayLightCachePass |
                                      TessUtils::kRayCaustics;
 
+const TraceRay kNoHistory;
+
 /// A number below 2 brought back below 1.
 float fraction(float x) {
     return x < 1 ? x : x - 1;
@@ -77,11 +79,11 @@ struct Integrator::Lighting {
     ShadingContext& context;
     ShadeData& data;
     BRDFSampler& brdf;
-    TraceRay ray;  // what the scattering function sees
+    const TraceRay& ray;  // what the scattering function sees
     PointRandom random;
     /// What new rays take over from: where the light is to be the same whoever asks, a ray without
     /// a history.
-    TraceRay asker = data.flags & TessUtils::kShadeFixedShadows ? TraceRay() : context.ray;
+    const TraceRay& asker = data.flags & TessUtils::kShadeFixedShadows ? kNoHistory : context.ray;
 
     bool shadows() const {
         return data.flags & (TessUtils::kShadeCastShadows | TessUtils::kShadeFixedShadows);
@@ -107,9 +109,18 @@ void Integrator::illuminate(ShadingContext& context, ShadeData& data, BRDFSample
         context.threadIndex >= 0 && static_cast<std::size_t>(context.threadIndex) < threads_.size();
     if (!isRenderThread || data.lightLevel == 0 || !(data.importance.maxComponent() > 0))
         return;
-    Lighting lighting{context, data, brdf, context.ray, PointRandom(context.sampler, data)};
-    if (data.flags & TessUtils::kShadeVolumePoint)
-        lighting.ray.flags |= TessUtils::kRayVolume;
+    const bool volumePoint = (data.flags & TessUtils::kShadeVolumePoint) != 0;
+    if (volumePoint && (context.ray.flags & TessUtils::kRayVolume) == 0) {
+        TraceRay ray = context.ray;
+        ray.flags |= TessUtils::kRayVolume;
+        lightBy({context, data, brdf, ray, PointRandom(context.sampler, data)});
+    } else {
+        lightBy({context, data, brdf, context.ray, PointRandom(context.sampler, data)});
+    }
+}
+
+void Integrator::lightBy(Lighting&& lighting) {
+    const ShadeData& data = lighting.data;
 
     if (!data.onlyLights) {
         for (LightInterface* light : scene_.lights)

@@ -20,8 +20,7 @@ std::uint32_t combine(std::uint32_t seed, std::uint32_t value) {
 }
 
 std::uint32_t reverseBits(std::uint32_t x) {
-    x = (x >> 16) | (x << 16);
-    x = ((x & 0x00ff00ffU) << 8) | ((x & 0xff00ff00U) >> 8);
+    x = __builtin_bswap32(x);
     x = ((x & 0x0f0f0f0fU) << 4) | ((x & 0xf0f0f0f0U) >> 4);
     x = ((x & 0x33333333U) << 2) | ((x & 0xccccccccU) >> 2);
     return ((x & 0x55555555U) << 1) | ((x & 0xaaaaaaaaU) >> 1);
@@ -49,28 +48,40 @@ std::uint32_t pascalFold(std::uint32_t x) {
     return x ^ ((x >> 16) & 0x0000ffffU);
 }
 
-}  // namespace
+SamplePair pairAt(std::uint32_t pixelHash, std::uint32_t reversedSample, std::uint32_t pair) {
+    const std::uint32_t pairHash = hash(combine(pixelHash, pair));
+    return {pairHash, reverseBits(permuteUpwards(reversedSample, pairHash))};
+}
 
-float sampleDimension(std::uint32_t pixelHash, std::uint32_t sample, std::uint32_t dimension) {
-    const std::uint32_t pair = hash(combine(pixelHash, dimension >> 1));
-    const std::uint32_t index = reverseBits(permuteUpwards(reverseBits(sample), pair));
-    const bool second = dimension & 1;
-    const std::uint32_t reversedPoint = second ? pascalFold(index) : index;
-    const std::uint32_t seed = hash(combine(pair, second ? 2 : 1));
+float numberOf(const SamplePair& pair, bool second) {
+    const std::uint32_t reversedPoint = second ? pascalFold(pair.index) : pair.index;
+    const std::uint32_t seed = hash(combine(pair.hash, second ? 2 : 1));
     const std::uint32_t bits = reverseBits(permuteUpwards(reversedPoint, seed));
     // The 24 upper bits, so that the result is exact and below 1.
     return static_cast<float>(bits >> 8) * 0x1p-24f;
 }
 
+}  // namespace
+
+float sampleDimension(std::uint32_t pixelHash, std::uint32_t sample, std::uint32_t dimension) {
+    return numberOf(pairAt(pixelHash, reverseBits(sample), dimension >> 1), dimension & 1);
+}
+
 void PixelSampler::start(std::uint32_t seed, int x, int y, int sample) {
     const std::uint32_t row = hash(combine(hash(seed), static_cast<std::uint32_t>(y)));
     pixelHash_ = hash(combine(row, static_cast<std::uint32_t>(x)));
-    sample_ = static_cast<std::uint32_t>(sample);
+    sample_ = reverseBits(static_cast<std::uint32_t>(sample));
     dimension_ = 0;
 }
 
 float PixelSampler::next() {
-    return sampleDimension(pixelHash_, sample_, dimension_++);
+    // Dimension 0 comes first, and a stream begins with a pair: no second is asked for without its
+    // first.
+    const bool second = dimension_ & 1;
+    if (!second)
+        pair_ = pairAt(pixelHash_, sample_, dimension_ >> 1);
+    ++dimension_;
+    return numberOf(pair_, second);
 }
 
 void PixelSampler::jumpTo(std::uint32_t stream) {

@@ -50,8 +50,10 @@ bool isShadowRay(const TraceRay& ray) {
 
 /// Whether the light of a shadow ray is the container's own fire.
 bool comesFromOwnLight(const TraceRay& ray, NimbraSimInterface& container) {
+    if (!ray.light)
+        return false;
     Plugin* plugin = container.getPlugin();
-    return ray.light && plugin == ray.light && plugin->getInterface(ids::kLight);
+    return plugin == ray.light && plugin->getInterface(ids::kLight);
 }
 
 VolumeShaderTessra& asTessra(VolumeShader& shader) {
@@ -256,23 +258,21 @@ private:
 };
 
 void NimbraVolPlugin::shade(ShadingContext& context) {
-    setResult(context.volumeResult, {}, {});
     const bool known =
         context.threadIndex >= 0 && std::size_t(context.threadIndex) < threadPools.size();
-    if (shaders.size == 0 || context.ray.maxt < context.ray.mint || !known)
-        return;
     try {
-        march(context);
+        if (known && shaders.size != 0 && !(context.ray.maxt < context.ray.mint) && march(context))
+            return;
     } catch (...) {
         // Without memory the ray passes as if there were no volumes.
-        setResult(context.volumeResult, {}, {});
     }
+    setResult(context.volumeResult, {}, {});
 }
 
-void NimbraVolPlugin::march(ShadingContext& context) {
+bool NimbraVolPlugin::march(ShadingContext& context) {
     const ActiveShaders active(*this, context);
     if (active.count() == 0)
-        return;
+        return false;
     const TraceRay& ray = context.ray;
     const bool isShadow = isShadowRay(ray);
     IlluminatorTessra illuminator(&context, renderChannels_);
@@ -293,6 +293,7 @@ void NimbraVolPlugin::march(ShadingContext& context) {
     if (context.fragments)
         context.fragments->push_back({kVolumeFragment, context.volumeResult.color.color,
                                       context.volumeResult.transparency.color});
+    return true;
 }
 
 }  // namespace nimbra

@@ -68,7 +68,8 @@ private:
     void listShadersOf(Plugin* plugin, TessUtils::ProgressCallback* progress);
     void prepareThreads(int threadCount);
     void buildTree(TessUtils::ProgressCallback* progress);
-    void march(TessUtils::ShadingContext& context);
+    /// False when no volume takes part; the answer is then unset.
+    bool march(TessUtils::ShadingContext& context);
 
     TessUtils::TessraPluginParameter* forceProbSamples = nullptr;
     TessUtils::TessraPluginParameter* forceProbSamplesGI = nullptr;

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Finds the volumes that a ray meets and cuts the ray into segments.
+#include <emmintrin.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
@@ -23,21 +25,57 @@ constexpr int kTreeThreshold = 11;
 /// Up to here the answers of the tree fit on the stack.
 constexpr int kStackEntries = 1024;
 
-/// 1 / x, kept finite for an axis that the ray runs across.
-float boundedInverse(float x) {
-    constexpr float kLimit = 1e18f;
-    return std::clamp(1.0f / x, -kLimit, kLimit);
+__m128 lanesOf(const TessUtils::Vector& v) {
+    return _mm_setr_ps(v.x, v.y, v.z, 0.0f);
 }
+
+TessUtils::Vector fromLanes(__m128 v) {
+    return {v[0], v[1], v[2]};
+}
+
+/// Matrix34::applyPoint and applyVector of the world's points, rounded once.
+class GridSpace {
+public:
+    explicit GridSpace(const Matrix34& m) {
+        for (int i = 0; i < 3; ++i)
+            set(m.axis[i], xy_[i], z_[i]);
+        set(m.offset, xy_[3], z_[3]);
+    }
+    __m128 vector(const TracePoint& v) const { return rounded(sum(xy_, v), sum(z_, v)); }
+    __m128 point(const TracePoint& p) const {
+        return rounded(_mm_add_pd(sum(xy_, p), xy_[3]), _mm_add_pd(sum(z_, p), z_[3]));
+    }
+
+private:
+    static void set(const TessUtils::Vector& v, __m128d& xy, __m128d& z) {
+        const __m128 lanes = lanesOf(v);
+        xy = _mm_cvtps_pd(lanes);
+        z = _mm_cvtps_pd(_mm_movehl_ps(lanes, lanes));
+    }
+    static __m128d sum(const __m128d m[4], const TracePoint& v) {
+        const __m128d x = _mm_mul_pd(m[0], _mm_set1_pd(v.x));
+        const __m128d y = _mm_mul_pd(m[1], _mm_set1_pd(v.y));
+        return _mm_add_pd(_mm_add_pd(x, y), _mm_mul_pd(m[2], _mm_set1_pd(v.z)));
+    }
+    static __m128 rounded(__m128d xy, __m128d z) {
+        return _mm_movelh_ps(_mm_cvtpd_ps(xy), _mm_cvtpd_ps(z));
+    }
+
+    __m128d xy_[4], z_[4];
+};
 
 /// The ray in the grid space of a shader; false for a grid without extent.
 bool carryIntoGrid(RayBlock& ray, const Matrix34& gridFromWorld, const WorldRay& world) {
-    ray.origin = toVector(gridFromWorld.applyPoint(world.origin));
-    ray.dir = toVector(gridFromWorld.applyVector(world.dir));
-    ray.signMask = 0;
-    for (int axis = 0; axis < 3; ++axis) {
-        ray.invDir[axis] = boundedInverse(ray.dir[axis]);
-        ray.signMask |= std::signbit(ray.invDir[axis]) ? 1u << axis : 0u;
-    }
+    const GridSpace grid(gridFromWorld);
+    ray.origin = fromLanes(grid.point(world.origin));
+    const __m128 dir = grid.vector(world.dir);
+    ray.dir = fromLanes(dir);
+    // Kept finite for an axis that the ray runs across; the order of the operands keeps a NaN.
+    const __m128 limit = _mm_set1_ps(1e18f), least = _mm_set1_ps(-1e18f);
+    const __m128 inverse = _mm_div_ps(_mm_set1_ps(1.0f), dir);
+    const __m128 bounded = _mm_max_ps(least, _mm_min_ps(limit, inverse));
+    ray.invDir = fromLanes(bounded);
+    ray.signMask = static_cast<std::uint32_t>(_mm_movemask_ps(bounded)) & 7;
     ray.mint = 0;
     ray.maxt = world.length;
     const float squared = dot(ray.dir, ray.dir);
@@ -46,14 +84,15 @@ bool carryIntoGrid(RayBlock& ray, const Matrix34& gridFromWorld, const WorldRay&
 
 /// Slab test; cuts the ray to the box. T. Kay, J. Kajiya, SIGGRAPH 1986.
 bool cutToBox(RayBlock& ray, const TessUtils::Vector& low, const TessUtils::Vector& high) {
+    const __m128 origin = lanesOf(ray.origin), inverse = lanesOf(ray.invDir);
+    const __m128 toLow = _mm_mul_ps(_mm_sub_ps(lanesOf(low), origin), inverse);
+    const __m128 toHigh = _mm_mul_ps(_mm_sub_ps(lanesOf(high), origin), inverse);
+    const __m128 negative = _mm_castsi128_ps(_mm_srai_epi32(_mm_castps_si128(inverse), 31));
+    const __m128 entry = _mm_or_ps(_mm_and_ps(negative, toHigh), _mm_andnot_ps(negative, toLow));
+    const __m128 exit = _mm_or_ps(_mm_and_ps(negative, toLow), _mm_andnot_ps(negative, toHigh));
     for (int axis = 0; axis < 3; ++axis) {
-        const bool negative = (ray.signMask >> axis & 1u) != 0;
-        const float nearPlane = negative ? high[axis] : low[axis];
-        const float farPlane = negative ? low[axis] : high[axis];
-        const float entry = (nearPlane - ray.origin[axis]) * ray.invDir[axis];
-        const float exit = (farPlane - ray.origin[axis]) * ray.invDir[axis];
-        ray.mint = entry > ray.mint ? entry : ray.mint;
-        ray.maxt = exit < ray.maxt ? exit : ray.maxt;
+        ray.mint = entry[axis] > ray.mint ? entry[axis] : ray.mint;
+        ray.maxt = exit[axis] < ray.maxt ? exit[axis] : ray.maxt;
     }
     return ray.mint <= ray.maxt * 1.000001f && ray.maxt - ray.mint >= 1e-6f;
 }
@@ -116,8 +155,10 @@ void addEachShader(RayData& rayData, const ShadeQuery& query, const WorldRay& wo
 }  // namespace
 
 bool enterGrid(RayBlock& ray, const VolumeShader& shader, const WorldRay& world) {
-    return carryIntoGrid(ray, shader.gridFromWorldAt(world.time), world) &&
-           cutToBox(ray, shader.gridMin, shader.gridMax);
+    const bool carried = shader.moving
+                             ? carryIntoGrid(ray, shader.gridFromWorldAt(world.time), world)
+                             : carryIntoGrid(ray, shader.gridFromWorld[0], world);
+    return carried && cutToBox(ray, shader.gridMin, shader.gridMax);
 }
 
 void addSegment(RayData& rayData) {

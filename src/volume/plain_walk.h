@@ -119,6 +119,8 @@ private:
             }
             tCur = times[taken] = t;
         }
+        if (taken == 0)
+            return 0;
         for (int i = taken; i < kLanes; ++i)
             times[i] = tCur;
         place(_mm_load_ps(times));
