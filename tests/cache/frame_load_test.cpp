@@ -47,25 +47,6 @@ protected:
     TempFolder folder;
 };
 
-TEST_F(FrameLoad, ExactFrames) {
-    write(3, 3);
-    write(7, 7);
-    NimbraFrame holder;
-    EXPECT_EQ(load(holder, 7000, {pattern()}), kFrameLoaded);
-    EXPECT_EQ(smoke(holder), 7);
-    EXPECT_EQ(holder.data->frameNumber, 7);
-    EXPECT_EQ(holder.data->simInfo.simTime(), 7.0);
-    EXPECT_EQ(holder.currentFrame, 7000);
-    EXPECT_EQ(holder.sourceData, holder.data);
-    // One is missing: the old frame goes, and nothing is remembered against the file.
-    EXPECT_EQ(load(holder, 5000, {pattern()}), kFrameFailed);
-    EXPECT_EQ(holder.data, nullptr);
-    write(5, 5);
-    EXPECT_EQ(load(holder, 5000, {pattern()}), kFrameLoaded);
-    EXPECT_EQ(smoke(holder), 5);
-    EXPECT_EQ(load(holder, std::int64_t(-2147483648) * 1000, {pattern()}), kFrameFailed);
-}
-
 TEST_F(FrameLoad, NearestFrame_IsKeptWhileItIsNearest) {
     write(10, 10);
     const std::string far = write(20, 20);
@@ -78,17 +59,6 @@ TEST_F(FrameLoad, NearestFrame_IsKeptWhileItIsNearest) {
     EXPECT_EQ(load(holder, 16000, nearest), kFrameLoaded);
     EXPECT_EQ(smoke(holder), 20);
     EXPECT_EQ(holder.data->frameNumber, 20);
-}
-
-TEST_F(FrameLoad, SameFrameAgain_TouchesNoFile) {
-    const std::string file = write(1, 1);
-    NimbraFrame holder;
-    EXPECT_EQ(load(holder, 1000, {pattern()}), kFrameLoaded);
-    std::filesystem::remove(file);
-    EXPECT_EQ(load(holder, 1000, {pattern()}), kFrameUnchanged);
-    EXPECT_EQ(smoke(holder), 1);
-    // Another mapping is another frame.
-    EXPECT_EQ(load(holder, 1000, {pattern(), "1,density;"}), kFrameFailed);
 }
 
 TEST_F(FrameLoad, HoldersShareByPathMappingAndTime) {

@@ -68,27 +68,6 @@ std::vector<float> smoke(std::size_t count, unsigned seed) {
     return v;
 }
 
-TEST(SGCompressor, WrittenStreams_ComeBackWithinHalfAStep) {
-    for (const int bits : {0, 6, 12, 19, 20})
-        for (const int order : {0, 1, 2})
-            for (const int zones : {1, 3})
-                for (const std::size_t count : {1u, 5u, 1000u, 20000u}) {
-                    const std::vector<float> in = smoke(count, 7);
-                    ZoneEncoding e;
-                    e.bits = bits;
-                    e.step = 0.01f;
-                    e.order = order;
-                    Bytes bytes;
-                    ASSERT_TRUE(encodeStream(in.data(), count, zones, e, bytes));
-                    std::vector<float> out(count, -7.0f);
-                    ASSERT_EQ(decode(1, bytes, out), 1);
-                    const float step = bits == 0 ? 0.01f : bits < 20 ? 1.1f / float(1 << bits) : 0;
-                    for (std::size_t i = 0; i < count; ++i)
-                        ASSERT_NEAR(out[i], in[i], step * 0.5 + 2e-7)
-                            << bits << " bits, order " << order << ", zones " << zones << ", " << i;
-                }
-}
-
 TEST(SGCompressor, StreamsInAFile_DecodeAsThoseInMemory) {
     const nimbra::test::TempFolder folder;
     const std::string path = folder / "stream";

@@ -255,21 +255,6 @@ TEST_F(VdbImport, Transforms_GiveScaleAndPlace) {
         EXPECT_TRUE(std::isfinite(v));
 }
 
-TEST_F(VdbImport, HeaderOnly_SameGeometryWithoutVoxels) {
-    GridSpec g = scalar("density", ballOfVoxels({30, -40, 50}, 6));
-    g.scale = {0.1, 0.1, 0.1};
-    const VdbSpec spec{.grids = {g}, .compression = 4};
-    ASSERT_EQ(import(spec, "2,density;", true), kLoadOk);
-    EXPECT_TRUE(frame.flags & kFrameHeaderOnly);
-    EXPECT_EQ(frame.channelMask, 4u);
-    EXPECT_FALSE(frame.channels[2].loaded);
-    expectSize(13, 13, 13);
-    NimbraFrameData full;
-    ASSERT_EQ(importVdb(folder / "f.vdb", full, "2,density;", false), kLoadOk);
-    for (int i = 0; i < 12; ++i)
-        EXPECT_EQ(frame.transform[i], full.transform[i]);
-}
-
 TEST_F(VdbImport, MetadataOfTheFile) {
     const auto voxel = ballOfVoxels({5, 5, 5}, 1);
     VdbSpec spec{.grids = {scalar("density", voxel), scalar("fuel", voxel)},
