@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <memory>
 
@@ -203,24 +202,6 @@ TEST(BlendFrames, OffsetsBetweenCells_AreRounded) {
     }
 }
 
-TEST(BlendFrames, Colors_AreWeightedBySmokeWhereBothHaveIt) {
-    TestFrame a({4, 1, 1}), b({4, 1, 1});
-    const float smokeA[] = {0, 0.5f, 0.0001f, 1}, smokeB[] = {0, 0.25f, 0.00003f, 0};
-    for (TestFrame* f : {&a, &b}) {
-        f->add(kSmoke, [&](int x, int, int) { return f == &a ? smokeA[x] : smokeB[x]; });
-        f->add(kColorG, [&](int, int, int) { return f == &a ? 0.8f : 0.4f; });
-    }
-    // 0.75 of a's smoke and 0.25 of b's: 0.375 and 0.0625 in cell 1.
-    const Field mixed = Blended(a, b, 0.25f).values(kColorG);
-    EXPECT_EQ(mixed[0], 0);
-    EXPECT_FLOAT_EQ(mixed[1], 0.0625f / 0.4375f * 0.4f + (1 - 0.0625f) * 0.8f);
-    EXPECT_EQ(mixed[2], 0) << "less smoke than counts";
-    EXPECT_FLOAT_EQ(mixed[3], 0.8f);
-    b.freeChannel(kSmoke);
-    const Field plain = Blended(a, b, 0.25f).values(kColorG);
-    EXPECT_FLOAT_EQ(plain[0], 0.7f);
-}
-
 TEST(BlendFrames, Channels_AreThoseOfBothFrames) {
     const CellField one = [](int, int, int) { return 1.0f; };
     TestFrame a({3, 2, 1}), b({3, 2, 1});
@@ -266,17 +247,6 @@ TEST(BlendFrames, GridsThatDoNotFit_AreRefused) {
         EXPECT_EQ(statusWith(11, offset, true), kFrameScaleMismatch) << offset;
     }
     EXPECT_EQ(log.take().find("different"), std::string::npos);
-}
-
-TEST(BlendFrames, AFrameThatAHolderHasFlipped_FitsItsNeighbour) {
-    for (bool second : {false, true}) {
-        TestFrame a({4, 4, 4}), b({4, 4, 4});
-        (second ? b : a).flipUpAxis(2);
-        const Blended blended(a, b, 0.5f);
-        EXPECT_EQ(blended.result.status, kFrameLoaded);
-        EXPECT_EQ(blended->upAxisFlipped, second ? 0 : 1);
-        EXPECT_TRUE(std::equal(a.transform, a.transform + 12, blended->transform));
-    }
 }
 
 TEST(BlendFrames, HeaderValues) {

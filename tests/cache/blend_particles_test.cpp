@@ -14,10 +14,9 @@
 #include "cache/prt_group.h"
 #include "cache/test_grids.h"
 #include "cache/test_log.h"
-#include "foundation/parallel.h"
 #include "support/golden.h"
+#include "support/lent_threads.h"
 #include "tessra/allocator.h"
-#include "tessra/thread_manager.h"
 
 namespace nimbra {
 namespace {
@@ -121,30 +120,6 @@ TEST(BlendParticles, ById_MixesPairsAndMovesTheOthers) {
     blend.run(0.25f);
     EXPECT_EQ(floatsOf(blend.result(), kPrtPosition),
               (Floats{2.5f, 2, 1.5f, 1, 0, 6, 0.5f, 0, -1}));
-}
-
-TEST(BlendParticles, CrossFade_CopiesWhatItTakes) {
-    Blend blend;
-    // The moments of 3, 5 and 64 are 0.23, 0.52 and 0.999. Only the low half of an ID counts, and
-    // neither ages nor velocities play a part.
-    Maker(blend.a, "Foam", Ids{3, 64, 5 + (1LL << 40)})
-        .with(kPrtSize, {1, 2, 3})
-        .with(kPrtPosition, {1, 1, 1, 2, 2, 2, 3, 3, 3})
-        .of(kPrtVelocity, 9);
-    Maker(blend.b, "Foam", Ids{64, 3, 5})
-        .with(kPrtSize, {4, 5, 6})
-        .with(kPrtPosition, {4, 4, 4, 5, 5, 5, 6, 6, 6})
-        .of(kPrtVelocity, 9);
-    for (const auto& [weight, sizes] : {std::pair{0.25f, Floats{2, 3, 5}}, {0.75f, {2, 5, 6}}}) {
-        EXPECT_EQ(blend.run(weight, kBlendCrossFade).status, kFrameLoaded);
-        PGroup& result = blend.result(weight > 0.5f);
-        EXPECT_EQ(floatsOf(result, kPrtSize), sizes);
-        Floats positions;
-        for (const float size : sizes)
-            positions.insert(positions.end(), 3, size);
-        EXPECT_EQ(floatsOf(result, kPrtPosition), positions);
-        EXPECT_EQ(floatsOf(result, kPrtVelocity), Floats(9, 9));
-    }
 }
 
 TEST(BlendParticles, Groups_MatchByName) {
@@ -369,7 +344,6 @@ TEST(BlendParticles, AnyAllocationThatFails_LeavesOutAChannel) {
 /// Enough for several jobs.
 TEST(BlendParticles, ManyThreads_AsOne) {
     constexpr int kCount = 100000;
-    TessUtils::ThreadManager* const threads = TessUtils::newThreadManager(3);
     Blend blend;
     std::mt19937_64 random(3);
     for (NimbraFrameData* frame : {&blend.a, &blend.b}) {
@@ -382,10 +356,10 @@ TEST(BlendParticles, ManyThreads_AsOne) {
         Maker(*frame, "g", ids).with(kPrtAge, age).with(kPrtPosition, positions);
     }
     blend.run(0.75f);
-    NMBUtils::setGlobalThreadManager(threads);
-    blend.run(0.75f);
-    NMBUtils::releaseGlobalThreadManager();
-    TessUtils::deleteThreadManager(threads);
+    {
+        const test::LentThreads lent(3);
+        blend.run(0.75f);
+    }
     const Ids ids = idsOf(blend.result(1));
     EXPECT_EQ(std::adjacent_find(ids.begin(), ids.end(), std::greater_equal<>()), ids.end());
     // Half of the IDs are in both frames; of those in one, 5 of 8 are old enough.

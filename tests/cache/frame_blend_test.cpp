@@ -189,15 +189,6 @@ TEST_F(FrameBlend, Stopped_LeavesNoHalfFrame) {
         }
 }
 
-TEST_F(FrameBlend, WithoutVelocities_Interpolates) {
-    files.write(1, 8);
-    files.write(2, 4);
-    NimbraFrame holder;
-    EXPECT_EQ(load(holder, 1250, {.method = kVelocity}), kFrameVelocityFallback);
-    EXPECT_EQ(smoke(holder), 7);
-    EXPECT_FALSE(holder.blendSourceValid);
-}
-
 TEST_F(FrameBlend, OtherScale_TheFirstStandsIn) {
     files.write(1, 8);
     KolFrame finer{{{kSmoke, {4}}}};

@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/view_scene.h"
+#include "host/camera.h"
 
 namespace nimbra::cli {
 namespace {
@@ -117,38 +118,24 @@ TEST(ViewScene, Camera_FramesTheBox) {
             scene.azimuth = azimuth;
             const auto json = nlohmann::json::parse(sceneText(scene));
             const auto& camera = json["camera"];
-            double forward[3], length = 0, upDir[3] = {}, right[3];
-            for (int i = 0; i < 3; ++i) {
-                forward[i] =
-                    camera["target"][i].get<double>() - camera["position"][i].get<double>();
-                length += forward[i] * forward[i];
-            }
-            for (double& f : forward)
-                f /= std::sqrt(length);
-            upDir[up] = 1;
-            for (int i = 0; i < 3; ++i)
-                right[i] = forward[(i + 1) % 3] * upDir[(i + 2) % 3] -
-                           forward[(i + 2) % 3] * upDir[(i + 1) % 3];
-            double size = 0;
-            for (const double r : right)
-                size += r * r;
+            const auto point = [](const auto& p) {
+                return TessUtils::TracePoint{p[0], p[1], p[2]};
+            };
+            host::ProjectionSettings settings;
+            settings.width = 960;
+            settings.height = 540;
+            TessUtils::Vector upward;
+            upward[up] = 1;
+            settings.placement = host::CameraPlacement::lookAt(point(camera["position"]),
+                                                               point(camera["target"]), upward);
+            const auto model = host::newPinholeCamera(settings, camera["fov"].get<double>());
             double extent = 0;
-            const double tanX = std::tan(camera["fov"].get<double>() * 3.14159265358979 / 360);
             for (int corner = 0; corner < 8; ++corner) {
-                double along = 0, across = 0, total = 0;
-                for (int i = 0; i < 3; ++i) {
-                    const double p =
-                        ((corner >> i & 1) ? scene.look.boxHigh[i] : scene.look.boxLow[i]) -
-                        camera["position"][i].get<double>();
-                    along += p * forward[i];
-                    across += p * right[i] / std::sqrt(size);
-                    total += p * p;
-                }
-                const double vertical =
-                    std::sqrt(std::max(0.0, total - along * along - across * across));
-                ASSERT_GT(along, 0);
-                extent = std::max({extent, std::fabs(across) / along / tanX,
-                                   vertical / along / tanX * 960 / 540});
+                double at[3], x = 0, y = 0;
+                for (int i = 0; i < 3; ++i)
+                    at[i] = (corner >> i & 1) ? scene.look.boxHigh[i] : scene.look.boxLow[i];
+                ASSERT_TRUE(model->project(point(at), x, y));
+                extent = std::max({extent, std::fabs(x / 480 - 1), std::fabs(y / 270 - 1)});
             }
             EXPECT_LE(extent, 1.0) << up << " " << azimuth;
             EXPECT_GT(extent, 0.6) << up << " " << azimuth;

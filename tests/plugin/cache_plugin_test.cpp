@@ -6,12 +6,12 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <thread>
 #include <vector>
 
 #include "cache/nimbra_frame.h"
 #include "plugin/fake_host.h"
 #include "support/kol_sequence.h"
+#include "support/threads.h"
 #include "tessra/allocator.h"
 
 namespace nimbra {
@@ -122,14 +122,10 @@ TEST_F(CachePlugin, TimeBend_IsFollowed) {
 TEST_F(CachePlugin, OneFrameIsPreparedOnce) {
     // Whoever asks first: the others get the same.
     std::vector<NimbraFrameData*> got(6);
-    std::vector<std::thread> threads;
-    for (std::size_t i = 0; i < got.size(); ++i)
-        threads.emplace_back([&, i] {
-            cache->getFrameByTime(kLoadedFrameTime);
-            got[i] = cache->getFrameByTime(1);
-        });
-    for (std::thread& thread : threads)
-        thread.join();
+    onThreads(6, [&](int i) {
+        cache->getFrameByTime(kLoadedFrameTime);
+        got[static_cast<std::size_t>(i)] = cache->getFrameByTime(1);
+    });
     NimbraFrameData* const first = got[0];
     ASSERT_NE(first, nullptr);
     EXPECT_EQ(std::count(got.begin(), got.end(), first), 6);
@@ -149,17 +145,6 @@ TEST_F(CachePlugin, ContentTime_KnowsNoTimeBend) {
     EXPECT_EQ(frame->frameNumber, 4);
     EXPECT_EQ(renderer.log.count("loaded from '" + (folder / "s_####.vdb").string() + "'.\n"), 1);
     EXPECT_EQ(cache->getFrameByContentTime(8000), nullptr);
-    cache->postFrameEnd(&renderer);
-}
-
-TEST_F(CachePlugin, FlipYz_TurnsTheFrame) {
-    set("flip_yz", true);
-    const NimbraFrameData* frame = cache->getFrameByTime(1);
-    ASSERT_NE(frame, nullptr);
-    EXPECT_TRUE(frame->upAxisFlipped);
-    EXPECT_EQ(frame->transform[4], 0.0f);
-    EXPECT_LT(frame->transform[7], 0.0f);
-    EXPECT_GT(frame->transform[5], 0.0f);
     cache->postFrameEnd(&renderer);
 }
 
