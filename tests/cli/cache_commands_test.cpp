@@ -4,20 +4,17 @@
 // The file commands as a user calls them: values, exit codes, and what stands on the disk after.
 #include <gtest/gtest.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <nlohmann/json.hpp>
 
 #include "cache/prt_group.h"
 #include "cli/cache_frame.h"
-#include "cli/commands.h"
+#include "cli/command_line.h"
 #include "cli/convert_frame.h"
-#include "cli/exit_codes.h"
 #include "cli/frame_info.h"
 #include "cli/grid_summary.h"
 #include "support/golden.h"
@@ -27,31 +24,6 @@ namespace nimbra::cli {
 namespace {
 
 namespace fs = std::filesystem;
-
-struct Answer {
-    int code = 0;
-    std::string out, err;
-};
-
-/// Runs one command line, its words separated by blanks.
-Answer run(const std::string& line) {
-    CLI::App app("", "nimbra");
-    Answer answer;
-    addInfoCommand(app, answer.code);
-    addDumpCommand(app, answer.code);
-    addConvertCommand(app, answer.code);
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    try {
-        app.parse(line);
-    } catch (const CLI::ParseError& e) {
-        answer.code = app.exit(e) == 0 ? kExitDone : kExitUsage;
-    }
-    std::cout << std::flush;
-    answer.out = testing::internal::GetCapturedStdout();
-    answer.err = testing::internal::GetCapturedStderr();
-    return answer;
-}
 
 std::string golden(const std::string& name) {
     return (fs::path(NIMBRA_TEST_DATA) / "golden" / name).string();

@@ -6,14 +6,10 @@
 
 #include <gtest/gtest.h>
 
-#include <CLI/CLI.hpp>
 #include <filesystem>
-#include <fstream>
-#include <iostream>
 #include <nlohmann/json.hpp>
 
-#include "cli/commands.h"
-#include "cli/exit_codes.h"
+#include "cli/command_line.h"
 #include "support/temp_folder.h"
 
 namespace nimbra::cli {
@@ -31,10 +27,7 @@ protected:
         playback_.path = at("s_####.vdb");
     }
     std::string at(const std::string& name) const { return (folder_ / name).string(); }
-    void write(const std::string& name, const std::string& text) {
-        fs::create_directories(fs::path(at(name)).parent_path());
-        std::ofstream(at(name)) << text;
-    }
+    void write(const std::string& name, const std::string& text) { folder_.write(name, text); }
 
     /// "mix: frame found, ...", with "-" for a missing file.
     std::string show(double time) {
@@ -53,30 +46,9 @@ protected:
         return text;
     }
 
-    struct Answer {
-        int code = 0;
-        std::string out, err;
-    };
-    Answer info(const std::vector<std::string>& words) { return run("info", words); }
-    Answer run(const std::string& command, const std::vector<std::string>& words) {
-        CLI::App app("", "nimbra");
-        Answer answer;
-        addInfoCommand(app, answer.code);
-        addViewCommand(app, answer.code);
-        addRenderCommand(app, answer.code);
-        testing::internal::CaptureStdout();
-        testing::internal::CaptureStderr();
-        std::vector<std::string> reversed(words.rbegin(), words.rend());
-        reversed.push_back(command);
-        try {
-            app.parse(reversed);
-        } catch (const CLI::ParseError& e) {
-            answer.code = app.exit(e) == 0 ? kExitDone : kExitUsage;
-        }
-        std::cout << std::flush;
-        answer.out = testing::internal::GetCapturedStdout();
-        answer.err = testing::internal::GetCapturedStderr();
-        return answer;
+    Answer info(std::vector<std::string> words) {
+        words.insert(words.begin(), "info");
+        return run(words);
     }
 
     test::TempFolder folder_;
@@ -156,7 +128,8 @@ TEST_F(CacheMoments, Pictures_BetweenFramesHaveTheirNamesAndTimes) {
     const std::vector<std::string> small{"--size", "8x8", "-s", "1", "--progress", "none"};
     const auto picture = [&](const std::string& command, std::vector<std::string> words) {
         words.insert(words.end(), small.begin(), small.end());
-        return run(command, words);
+        words.insert(words.begin(), command);
+        return run(words);
     };
     const std::string scene = at("view.json");
     Answer answer =
