@@ -11,6 +11,7 @@
 #include <fstream>
 #include <limits>
 #include <memory>
+#include <numeric>
 
 #include "cli/cache_frame.h"
 #include "cli/cache_moment.h"
@@ -43,9 +44,10 @@ struct ViewCommand {
 
 /// The files to show: one, or a sequence with the frames that were asked for.
 struct ViewInput {
-    std::string path;    // for the cache: file or pattern, absolute
-    std::string sample;  // the file whose contents decide the look
-    std::string stem;    // for the picture's name
+    std::string path;  // for the cache: file or pattern, absolute
+    // The first that can be read decides the look by its contents.
+    std::vector<std::string> samples;
+    std::string stem;  // for the picture's name
     std::vector<host::FrameNumber> frames;
 };
 
@@ -82,10 +84,24 @@ host::FrameNumber frameShowing(const TimeOptions& o, std::int64_t cacheFrame) {
     return std::llround(std::clamp(frame, -kFarthest, kFarthest));
 }
 
+/// Some files of a sequence, the nearest to a frame first.
+std::vector<std::string> filesNearest(const FileSequence& sequence, std::int64_t wanted) {
+    constexpr std::size_t kMost = 5;
+    std::vector<std::size_t> order(sequence.frames.size());
+    std::iota(order.begin(), order.end(), std::size_t(0));
+    const auto distance = [&](std::size_t i) { return std::abs(sequence.frames[i] - wanted); };
+    std::stable_sort(order.begin(), order.end(),
+                     [&](std::size_t a, std::size_t b) { return distance(a) < distance(b); });
+    std::vector<std::string> files;
+    for (std::size_t i = 0; i < std::min(order.size(), kMost); ++i)
+        files.push_back(sequence.files[order[i]]);
+    return files;
+}
+
 // Of a sequence without a wish, the frame in the middle: it shows most of what goes on.
 ViewInput findInput(const ViewCommand& o) {
     if (isOneFile(o.input) && o.render.frames.empty() && !o.render.time.any())
-        return {absolutePath(o.input), o.input, fs::path(o.input).stem().string(), {1}};
+        return {absolutePath(o.input), {o.input}, fs::path(o.input).stem().string(), {1}};
     const auto sequence = findSequence(o.input, {".kol", ".vdb", ".f3d"});
     if (!sequence)
         throw std::runtime_error(
@@ -94,7 +110,8 @@ ViewInput findInput(const ViewCommand& o) {
                         "smoke_####.vdb",
                         o.input));
     if (sequence->frames.empty())
-        return {absolutePath(sequence->pattern), sequence->pattern, stemOf(sequence->pattern), {1}};
+        return {
+            absolutePath(sequence->pattern), {sequence->pattern}, stemOf(sequence->pattern), {1}};
     ViewInput in;
     in.path = absolutePath(sequence->pattern);
     in.stem = stemOf(sequence->pattern);
@@ -103,11 +120,7 @@ ViewInput findInput(const ViewCommand& o) {
     else
         in.frames = parseFrameList(o.render.frames).frames;
     const std::int64_t wanted = cacheFrame(o.render.time, in.frames[in.frames.size() / 2]);
-    const auto nearest = std::min_element(sequence->frames.begin(), sequence->frames.end(),
-                                          [&](std::int64_t a, std::int64_t b) {
-                                              return std::abs(a - wanted) < std::abs(b - wanted);
-                                          });
-    in.sample = sequence->files[static_cast<std::size_t>(nearest - sequence->frames.begin())];
+    in.samples = filesNearest(*sequence, wanted);
     return in;
 }
 
@@ -201,24 +214,42 @@ std::vector<GridSummary> readSummaries(const std::string& path, std::string& pro
     return grids;
 }
 
+/// Takes the first file that can be read as `sample`; false, with the reasons said, for none.
+bool readSample(const std::vector<std::string>& files, Console& console, std::string& sample,
+                std::vector<GridSummary>& grids) {
+    std::vector<std::string> problems;
+    for (const std::string& file : files) {
+        std::string problem;
+        grids = readSummaries(file, problem);
+        if (problem.empty()) {
+            for (const std::string& text : problems)
+                console.log().warning(text);
+            sample = file;
+            return true;
+        }
+        problems.push_back(fmt::format("{}: {}", file, problem));
+    }
+    for (const std::string& text : problems)
+        console.log().error(text);
+    return false;
+}
+
 int showCache(ViewCommand& o, Console& console) {
     const ViewInput in = findInput(o);
-    std::string problem;
-    const std::vector<GridSummary> grids = readSummaries(in.sample, problem);
-    if (!problem.empty()) {
-        console.log().error(fmt::format("{}: {}", in.sample, problem));
+    std::string sample;
+    std::vector<GridSummary> grids;
+    if (!readSample(in.samples, console, sample, grids))
         return kExitInput;
-    }
     o.wishes.upAxis = upAxisNamed(o.up);
     ViewLook look = chooseLook(grids, o.wishes);
     // Channels of these files need no mapping.
-    if (isKol(in.sample))
+    if (isKol(sample))
         look.mapping.clear();
     if (look.subject == Subject::Nothing) {
-        console.log().error(fmt::format("{}: {}", in.sample, look.explanation));
+        console.log().error(fmt::format("{}: {}", sample, look.explanation));
         return kExitInput;
     }
-    console.note(fmt::format("{}: {}", in.sample, look.explanation));
+    console.note(fmt::format("{}: {}", sample, look.explanation));
     warnOfMissing(o, in, console);
     const std::string text = sceneText(makeScene(o, in, look));
     if (!o.writeScene.empty() && !writeSceneFile(o.writeScene, text, console))

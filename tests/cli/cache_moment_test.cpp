@@ -146,6 +146,11 @@ TEST_F(CacheMoments, Pictures_BetweenFramesHaveTheirNamesAndTimes) {
     EXPECT_TRUE(fs::exists(at("v_2.500.exr")));
     EXPECT_NE(answer.err.find("time: cache.play_speed=2\n"), std::string::npos) << answer.err;
     EXPECT_NE(answer.err.find("no effect"), std::string::npos) << answer.err;
+    // A damaged file leaves the choice of the look to the one beside it.
+    write("k_0003.kol", "damaged");
+    answer = picture("view", {at("k_####.kol"), "--frames", "3", "-o", at("v.exr")});
+    EXPECT_EQ(answer.code, kExitDone) << answer.err;
+    EXPECT_NE(answer.err.find("k_0002.kol: showing"), std::string::npos) << answer.err;
     write("bare.json", R"({"nimbra": 1})");
     EXPECT_EQ(picture("render", {at("bare.json"), "--blend", "velocity"}).code, kExitUsage);
 }
