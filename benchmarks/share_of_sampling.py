@@ -5,10 +5,10 @@
 
 usage: share_of_sampling.py build/release/bin/nimbra render SCENE -o PICTURE -t 1 -q
 
-Needs linux-perf and llvm, and line tables in the program (-DCMAKE_CXX_FLAGS=-g1). Each sample of perf counts by all the
-source files that its instruction was inlined from: as a look-up where one of them is of the samplers,
-the tables or the light cache. Time that an instruction waits for a look-up's result counts where the
-instruction stands, mostly in the loops around.
+Needs linux-perf and llvm, and line tables in the program (-DCMAKE_CXX_FLAGS=-g1). Each sample of
+perf counts by all the source files that its instruction was inlined from: as a look-up where one of
+them is of the samplers, the tables or the light cache. Time that an instruction waits for a look-up's
+result counts where the instruction stands, mostly in the loops around.
 """
 import collections
 import functools
@@ -64,7 +64,8 @@ def in_file(maps, address, file):
 def main():
     with tempfile.TemporaryDirectory() as folder:
         data = os.path.join(folder, "perf.data")
-        subprocess.run(["perf", "record", "-q", "-F", "1500", "-o", data] + sys.argv[1:], check=True)
+        record = ["perf", "record", "-q", "-F", "1500", "-o", data]
+        subprocess.run(record + sys.argv[1:], check=True)
         maps, samples = read_samples(data)
     total, lookups = sum(samples.values()), 0
     around = collections.Counter()
