@@ -8,6 +8,7 @@
 #include <limits>
 #include <utility>
 
+#include "cache/blend_source_lanes.h"
 #include "cache/grid_samplers.h"
 #include "cache/process_memory.h"
 #include "foundation/memory.h"
@@ -112,14 +113,12 @@ struct MTCalcBlendSource::Field {
     /// there, and over flat places against the motion; `back` is the way that the cell's matter
     /// came.
     Vector source(const Vector& cell, const Vector& back, float value) const {
-        constexpr int kRounds = 20;
-        constexpr float kFlat = 0.0001f, kShare = 0.7f;
         const float farthest = squareOf(back);
         const Vector start = cell + back * 0.5f;
         const Vector direction = back * (1.0f / std::sqrt(farthest));
         Vector p = start, best = start;
         float least = std::numeric_limits<float>::infinity();
-        for (int round = 0; round < kRounds; ++round) {
+        for (int round = 0; round < kSearchRounds; ++round) {
             const float error = sample(p) - value;
             if (std::fabs(error) < least) {
                 least = std::fabs(error);
@@ -130,8 +129,8 @@ struct MTCalcBlendSource::Field {
                 break;
             const float steepness = squareOf(slope);
             Vector next = p;
-            if (steepness >= kFlat) {
-                Vector step = slope * (error / steepness * kShare);
+            if (steepness >= kFlatSteepness) {
+                Vector step = slope * (error / steepness * kStepShare);
                 const float length = squareOf(step);
                 if (length > 1)
                     step = step * (1.0f / std::sqrt(length));
@@ -186,11 +185,22 @@ void MTCalcBlendSource::searchRun(const Field& field, const CellRun& run) const 
     for (int i = 0; i < 3; ++i)
         velocity[i] = velocity_[i].values(run, scratch[i]);
     const float* const target = field.target.values(run, scratch[3]);
-    const float y = static_cast<float>(run.y + blend_.shiftA[1]);
-    const float z = static_cast<float>(run.z + blend_.shiftA[2]);
     float* out = sources_ + run.index * 3;
+    const int x = run.x + blend_.shiftA[0], cellY = run.y + blend_.shiftA[1],
+              cellZ = run.z + blend_.shiftA[2];
+    if (suitsLanes(field.grid))
+        return findSources(field.grid,
+                           {.x = x,
+                            .y = cellY,
+                            .z = cellZ,
+                            .count = run.count,
+                            .velocity = {velocity[0], velocity[1], velocity[2]},
+                            .timeStep = field.timeStep,
+                            .target = target},
+                           out);
+    const float y = static_cast<float>(cellY), z = static_cast<float>(cellZ);
     for (int i = 0; i < run.count; ++i) {
-        const Vector cell(static_cast<float>(run.x + i + blend_.shiftA[0]), y, z);
+        const Vector cell(static_cast<float>(x + i), y, z);
         const Vector back =
             Vector(velocity[0][i], velocity[1][i], velocity[2][i]) * -field.timeStep;
         const Vector source = field.source(cell, back, target[i]);
