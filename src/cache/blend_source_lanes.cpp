@@ -33,6 +33,10 @@ HWY_INLINE Ints all(std::int32_t v) {
     return hn::Set(di, v);
 }
 
+HWY_INLINE Ints countFrom(std::int32_t first) {
+    return hn::Add(all(first), hn::Iota(di, 0));
+}
+
 struct Vectors {
     Floats x, y, z;
 };
@@ -68,8 +72,12 @@ struct Pairs {
 /// Where in the grid each lane reads: 0 in lanes that aren't active.
 struct Indices {
     HWY_ALIGN std::int32_t lanes[hn::MaxLanes(d)];
+    /// Lanes read side by side, as they do where nothing moves.
+    bool inRow;
 
     HWY_INLINE Indices(Ints index, Mask active) {
+        const auto follows = hn::Eq(index, countFrom(hn::GetLane(index)));
+        inRow = hn::AllTrue(d, hn::And(active, hn::RebindMask(d, follows)));
         hn::Store(hn::IfThenElseZero(hn::RebindMask(di, active), index), di, lanes);
     }
 };
@@ -176,7 +184,12 @@ private:
         return hn::Add(hn::Add(x, hn::Mul(y, all(strideY_))), hn::Mul(z, all(strideZ_)));
     }
     HWY_INLINE Pairs<D> read(const Indices& index, std::int32_t offset) const {
-        return readPairs(d, s_.voxels.data + offset, index.lanes);
+        const float* const from = s_.voxels.data + offset;
+        if (index.inRow) {
+            const float* const first = from + index.lanes[0];
+            return {hn::LoadU(d, first), hn::LoadU(d, first + 1)};
+        }
+        return readPairs(d, from, index.lanes);
     }
     /// A pair that ends at the last cell takes the place of one that would begin there; lastTwice()
     /// makes it the last cell twice.
@@ -253,7 +266,7 @@ public:
         copy(cells.target + first, kTarget);
         const Floats y = all(static_cast<float>(cells.y)), z = all(static_cast<float>(cells.z));
         for (int i = 0; i < count; i += kLanes) {
-            const Vectors cell = {hn::ConvertTo(d, hn::Iota(di, cells.x + first + i)), y, z};
+            const Vectors cell = {hn::ConvertTo(d, countFrom(cells.x + first + i)), y, z};
             const Vectors back = scale(vectors(kDirection, i), all(-cells.timeStep));
             const Vectors start = add(cell, scale(back, all(0.5f)));
             const Floats farthest = squareOf(back);
@@ -263,7 +276,7 @@ public:
             put(start, kPlace, i);
             put(start, kBest, i);
             put(all(std::numeric_limits<float>::infinity()), kLeast, i);
-            hn::Store(hn::Iota(di, first + i), di, cell_ + i);
+            hn::Store(countFrom(first + i), di, cell_ + i);
         }
         activate();
     }
@@ -325,10 +338,13 @@ private:
         const Floats way = squareOf(subtract(p, vectors(kStart, i)));
         const Mask atEnd = hn::AndNot(steep, hn::Ge(way, floats(kFarthest, i)));
 
-        Vectors down = scale(slope, hn::Mul(hn::Div(error, steepness), all(kStepShare)));
-        const Floats length = squareOf(down);
-        down = choose(hn::Gt(length, one), scale(down, inverseRoot(length)), down);
-        const Vectors next = choose(steep, subtract(p, down), add(p, vectors(kDirection, i)));
+        Vectors next = add(p, vectors(kDirection, i));
+        if (!hn::AllFalse(d, hn::And(steep, active))) {
+            Vectors down = scale(slope, hn::Mul(hn::Div(error, steepness), all(kStepShare)));
+            const Floats length = squareOf(down);
+            down = choose(hn::Gt(length, one), scale(down, inverseRoot(length)), down);
+            next = choose(steep, subtract(p, down), next);
+        }
         put(next, kPlace, i);
         // Whoever stands still does so for ever.
         active = hn::AndNot(hn::Or(atEnd, areEqual(next, p)), active);
