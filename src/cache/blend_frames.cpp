@@ -68,7 +68,8 @@ bool scalesDiffer(const NimbraFrameData& a, const NimbraFrameData& b) {
     Matrix34 back = inverse(Matrix34::fromFloats(a.transform));
     back.offset = {0, 0, 0};
     const Matrix34 m = compose(axesLike(a, b), back);
-    const Vector c = m.applyVector(Vector(1, 1, 1)) - Vector(1, 1, 1);
+    constexpr Vector kOnes{1, 1, 1};
+    const Vector c = m.applyVector(kOnes) - kOnes;
     return TessUtils::length(c) > kTolerance;
 }
 

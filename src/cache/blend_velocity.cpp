@@ -200,9 +200,9 @@ void MTCalcBlendSource::searchRun(const Field& field, const CellRun& run) const 
                            out);
     const float y = static_cast<float>(cellY), z = static_cast<float>(cellZ);
     for (int i = 0; i < run.count; ++i) {
-        const Vector cell(static_cast<float>(x + i), y, z);
+        const Vector cell{static_cast<float>(x + i), y, z};
         const Vector back =
-            Vector(velocity[0][i], velocity[1][i], velocity[2][i]) * -field.timeStep;
+            Vector{velocity[0][i], velocity[1][i], velocity[2][i]} * -field.timeStep;
         const Vector source = field.source(cell, back, target[i]);
         *out++ = source.x;
         *out++ = source.y;

@@ -129,7 +129,10 @@ void NimbraCachePlugin::loadFrame(std::int64_t ticks, const char* quote) {
     fillChannelMap(frameMix(ticks, rows_.TPF, -1, 0).first);
     setImportProblem("");
     const int status = loadInto(*frame_, ticks);
-    const std::string warning = lastImportWarning(), problem = lastImportProblem();
+    // Copies: velocities load another frame.
+    std::string warning, problem;
+    warning = lastImportWarning();
+    problem = lastImportProblem();
     turnUpAxis();
     makeVelocities(ticks);
     loaded_.store(true, std::memory_order_release);

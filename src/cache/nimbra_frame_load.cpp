@@ -100,7 +100,7 @@ int NimbraFrame::lookUp(NimbraFrameData*& slot, std::int64_t frame, const std::s
             static_cast<std::int32_t>(std::clamp<std::int64_t>(found, INT32_MIN, INT32_MAX));
     made->channelMap = channelMap;
     slot = frameDataArray.acquireFrame(made.get(), true);
-    made.release();
+    static_cast<void>(made.release());
     return kLoadOk;
 }
 
@@ -194,7 +194,7 @@ bool NimbraFrame::loadEmptyGrid(const int size[3], float cellSize, bool isMayaFl
     if (!made)
         return false;
     data = frameDataArray.acquireFrame(made.get(), true);
-    made.release();
+    static_cast<void>(made.release());
     sourceData = data;
     constexpr int kFlip = 2;
     if (!isMayaFluid && !data->upAxisFlipped)
