@@ -107,6 +107,7 @@ private:
 
     static std::vector<std::string> inputsOf(const std::vector<Conversion>& work) {
         std::vector<std::string> files;
+        files.reserve(work.size());
         for (const Conversion& c : work)
             files.push_back(c.from);
         return files;

@@ -44,6 +44,7 @@ std::vector<int> namedChannels(const std::vector<std::string>& names,
         if (channels.back() >= 0)
             continue;
         std::vector<std::string> known;
+        known.reserve(kChannelSlots);
         for (int c = 0; c < kChannelSlots; ++c)
             known.push_back(nameOf(c));
         throw std::invalid_argument(
@@ -109,6 +110,7 @@ int ArrayWriter::prepare(const std::vector<CacheFile>& files, bool isSequence) {
         throw std::invalid_argument("--channel goes with .npy files; a .ply file has all channels");
     severalFrames_ = isSequence && files.size() > 1;
     std::vector<std::int64_t> frames;
+    frames.reserve(files.size());
     for (const CacheFile& file : files)
         frames.push_back(file.frame);
     if (const auto clash = clashingOutput(arrays_.output, {frames.begin(), frames.end()}))

@@ -72,6 +72,7 @@ private:
             return unusable(path + ": the scene has no cache");
         return tell(path, [&](double time) {
             std::vector<CachePlayback> playbacks;
+            playbacks.reserve(caches.size());
             for (TessUtils::TessraPlugin* cache : caches)
                 playbacks.push_back(playbackOf(*cache, time));
             return playbacks;

@@ -64,7 +64,7 @@ double remainingSeconds(const ProgressState& s) {
 }
 
 std::string clockText(double seconds) {
-    const auto total = static_cast<long long>(std::max(seconds, 0.0) + 0.5);
+    const auto total = std::llround(std::max(seconds, 0.0));
     const long long h = total / 3600, m = total / 60 % 60, s = total % 60;
     return h ? fmt::format("{}:{:02}:{:02}", h, m, s) : fmt::format("{}:{:02}", m, s);
 }

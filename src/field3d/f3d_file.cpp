@@ -35,7 +35,7 @@ struct NumberedName {
         base = name.substr(0, dot);
         number = std::stoll(digits);
     }
-    auto operator<=>(const NumberedName&) const = default;
+    auto operator<=>(const NumberedName&) const = default;  // NOLINT(modernize-use-nullptr)
 };
 
 bool startsWithOgawa(InputFile& file) {

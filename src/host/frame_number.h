@@ -39,6 +39,8 @@ public:
     /// `decimals`: at least so many behind it.
     std::string text(int width = 0, int decimals = 0) const;
 
+    // The linter takes the zero that such a comparison is defined by for a pointer.
+    // NOLINTNEXTLINE(modernize-use-nullptr)
     friend constexpr auto operator<=>(const FrameNumber&, const FrameNumber&) = default;
 
 private:
