@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <ostream>
 
 #include "cache/nimbra_frame.h"
 #include "foundation/memory.h"
@@ -25,6 +26,8 @@ struct Case {
     float smoke;
     int frames;
     std::function<void(NimbraFrame&)> prepare = [](NimbraFrame&) {};
+
+    friend void PrintTo(const Case& c, std::ostream* out) { *out << c.name; }
 };
 
 /// Changes nothing in channels of one value.
@@ -97,7 +100,9 @@ TEST_P(FrameMemory, AnyAllocationFails) {
         ASSERT_EQ(list[0]->refCount, 1) << n;
     }
     EXPECT_EQ(same, 60);
+#ifndef NIMBRA_SANITIZED  // only then is all memory the host's
     EXPECT_GT(without, 0);
+#endif
 }
 
 INSTANTIATE_TEST_SUITE_P(Loads, FrameMemory,
