@@ -395,6 +395,31 @@ void sourcesOf(const GridStorage& storage, const SearchedCells& cells, float* so
     }
 }
 
+void waysOf(const GridStorage& storage, const SourcedCells& cells, float* values) {
+    constexpr int kLanes = static_cast<int>(hn::MaxLanes(d));
+    const SearchedGrid grid(storage);
+    const Mask every = hn::FirstN(d, kLanes);
+    const Floats weight = all(cells.weight), rest = all(1.0f - cells.weight);
+    const Floats y = hn::Mul(all(static_cast<float>(cells.y)), rest);
+    const Floats z = hn::Mul(all(static_cast<float>(cells.z)), rest);
+    const auto sample = [&](const float* sources, int i) HWY_ATTR {
+        Vectors source;
+        hn::LoadInterleaved3(d, sources, source.x, source.y, source.z);
+        const Vectors kept = {hn::Mul(hn::ConvertTo(d, countFrom(cells.x + i)), rest), y, z};
+        return grid.sample(add(scale(source, weight), kept), every);
+    };
+    int i = 0;
+    for (; i + kLanes <= cells.count; i += kLanes)
+        hn::StoreU(sample(cells.sources + 3 * i, i), d, values + i);
+    if (i == cells.count)
+        return;
+    // Lanes behind the last cell read where they may.
+    float lastSources[3 * kLanes] = {}, last[kLanes];
+    std::copy(cells.sources + 3 * i, cells.sources + 3 * cells.count, lastSources);
+    hn::StoreU(sample(lastSources, i), d, last);
+    std::copy_n(last, cells.count - i, values + i);
+}
+
 }  // namespace nimbra::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 
@@ -402,6 +427,7 @@ HWY_AFTER_NAMESPACE();
 namespace nimbra {
 
 HWY_EXPORT(sourcesOf);
+HWY_EXPORT(waysOf);
 
 bool suitsLanes(const GridStorage& grid) {
     return grid.kind == 0 && grid.size[0] >= 2 && grid.cells >= 1 &&
@@ -410,6 +436,10 @@ bool suitsLanes(const GridStorage& grid) {
 
 void findSources(const GridStorage& grid, const SearchedCells& cells, float* sources) {
     HWY_DYNAMIC_DISPATCH(sourcesOf)(grid, cells, sources);
+}
+
+void sampleWays(const GridStorage& grid, const SourcedCells& cells, float* values) {
+    HWY_DYNAMIC_DISPATCH(waysOf)(grid, cells, values);
 }
 
 }  // namespace nimbra

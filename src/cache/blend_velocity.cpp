@@ -216,26 +216,32 @@ void MTInterpUsingVelocity::interpolate() {
 }
 
 void MTInterpUsingVelocity::Run(NMBUtils::Job* job) {
-    const float weight = blend_.weight, rest = 1.0f - weight;
+    for (CellRuns runs(*this, blend_.dst.gridSize, job->rangeStart, job->rangeEnd); runs.next();)
+        for (int c = 0; c < kChannelSlots; ++c)
+            if (blend_.has(c) && sources_[c])
+                sampleRun(c, *runs);
+}
+
+void MTInterpUsingVelocity::sampleRun(int channel, const CellRun& run) const {
+    const Proxy& from = blend_.a.channels[channel];
+    const SourcedCells cells = {.x = run.x + blend_.shiftA[0],
+                                .y = run.y + blend_.shiftA[1],
+                                .z = run.z + blend_.shiftA[2],
+                                .count = run.count,
+                                .sources = sources_[channel] + run.index * 3,
+                                .weight = blend_.weight};
+    float* const values = blend_.dst.channels[channel].denseVoxels() + run.index;
+    if (suitsLanes(*from.storage))
+        return sampleWays(*from.storage, cells, values);
+    const float rest = 1.0f - cells.weight;
     float positions[kLongestRun][4];
-    for (CellRuns runs(*this, blend_.dst.gridSize, job->rangeStart, job->rangeEnd); runs.next();) {
-        const CellRun& run = *runs;
-        const float y = static_cast<float>(run.y + blend_.shiftA[1]) * rest;
-        const float z = static_cast<float>(run.z + blend_.shiftA[2]) * rest;
-        for (int c = 0; c < kChannelSlots; ++c) {
-            if (!blend_.has(c) || !sources_[c])
-                continue;
-            const float* source = sources_[c] + run.index * 3;
-            for (int i = 0; i < run.count; ++i, source += 3) {
-                const float x = static_cast<float>(run.x + i + blend_.shiftA[0]) * rest;
-                positions[i][0] = source[0] * weight + x;
-                positions[i][1] = source[1] * weight + y;
-                positions[i][2] = source[2] * weight + z;
-            }
-            kRunKernels[kLinear](blend_.a.channels[c], positions, run.count,
-                                 blend_.dst.channels[c].denseVoxels() + run.index);
-        }
+    const float* source = cells.sources;
+    for (int i = 0; i < run.count; ++i, source += 3) {
+        positions[i][0] = source[0] * cells.weight + static_cast<float>(cells.x + i) * rest;
+        positions[i][1] = source[1] * cells.weight + static_cast<float>(cells.y) * rest;
+        positions[i][2] = source[2] * cells.weight + static_cast<float>(cells.z) * rest;
     }
+    kRunKernels[kLinear](from, positions, run.count, values);
 }
 
 bool blendAlongVelocity(const GridBlend& blend, bool recompute, float* (&sources)[kChannelSlots]) {

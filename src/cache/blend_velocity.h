@@ -43,6 +43,8 @@ public:
     void interpolate();
 
 private:
+    void sampleRun(int channel, const CellRun& run) const;
+
     const GridBlend& blend_;
     const float* const* const sources_;
 };
