@@ -101,13 +101,15 @@ HWY_INLINE std::size_t meansAt(D d, const RowsAround& rows, std::int64_t x, cons
         const auto old = hn::LoadU(d, rows.row[4] + x);
         value = hn::Add(hn::Mul(hn::Sub(one, a), old), hn::Mul(a, value));
     }
-    // What lies behind the results may be another thread's: whole vectors go through a buffer.
-    HWY_ALIGN float packed[2 * hn::MaxLanes(D())];
-    const std::size_t count = hn::CompressStore(value, touched, d, packed);
-    if (count == hn::Lanes(d))
+    const std::size_t count = hn::CountTrue(d, touched);
+    if (count == hn::Lanes(d)) {
         hn::StoreU(value, d, results);
-    else
+    } else {
+        // What lies behind the results may be another thread's: whole vectors go through a buffer.
+        HWY_ALIGN float packed[hn::MaxLanes(D())];
+        hn::Store(hn::Compress(value, touched), d, packed);
         std::memcpy(results, packed, count * sizeof(float));
+    }
     return count;
 }
 
