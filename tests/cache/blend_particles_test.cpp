@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <limits>
 #include <map>
 #include <numeric>
 #include <random>
@@ -14,9 +15,9 @@
 #include "cache/prt_group.h"
 #include "cache/test_grids.h"
 #include "cache/test_log.h"
+#include "support/failing_allocations.h"
 #include "support/golden.h"
 #include "support/lent_threads.h"
-#include "tessra/allocator.h"
 
 namespace nimbra {
 namespace {
@@ -51,6 +52,25 @@ struct Maker {
     }
 };
 
+constexpr std::uint32_t kPositions = 1u << kPrtPosition, kSizes = 1u << kPrtSize,
+                        kAges = 1u << kPrtAge, kIds = 1u << kPrtId, kSound = 1 | kAges | kIds;
+
+/// A group with these channels: IDs from 1 on, all other values 1.
+PGroup& makeGroup(NimbraFrameData& frame, const std::string& name, int count,
+                  std::uint32_t channels) {
+    const Maker made(frame, name, std::max(count, 0));
+    for (int c = 0; c < kPrtChannelSlots; ++c)
+        if ((channels & channelBit(c)) && c != kPrtId)
+            made.of(c, 1);
+    if (channels & kIds) {
+        Ids ids(static_cast<std::size_t>(made.group.count));
+        std::iota(ids.begin(), ids.end(), 1);
+        EXPECT_TRUE(made.group.setChannel(kPrtId, ids.data()));
+    }
+    made.group.count = count;
+    return made.group;
+}
+
 Floats floatsOf(PGroup& group, int channel) {
     const auto* const values = reinterpret_cast<const float*>(group.channelData(channel));
     return values ? Floats(values, values + group.count * prtChannelWords(channel)) : Floats{};
@@ -75,133 +95,100 @@ struct Blend {
     PGroup& result(int index = 0) { return *dst.groups[index]; }
 };
 
-TEST(BlendParticles, ById_MixesPairsAndMovesTheOthers) {
+// Beside what the golden cases hold.
+TEST(BlendParticles, ById_ChannelsAgesAndDirection) {
     Blend blend;
     // 4 is in both; 9 dies and 2 is born, 7 and 1 are too young for the moment.
     Maker(blend.a, "Foam", Ids{9, 4, 7})
         .with(kPrtPosition, {1, 1, 1, 0, 0, 8, 5, 5, 5})
         .with(kPrtVelocity, {1, 2, 4, 0, 4, 0, 9, 9, 9})
         .with(kPrtAge, {0.25f, 0, 0.125f})
-        .with(kPrtSize, {10, 20, 30})
         .with(12, {1, 2, 3})
         .of(kPrtColor, 1);
     Maker(blend.b, "Foam", Ids{4, 2, 1})
         .with(kPrtPosition, {4, 0, 0, 2, 2, 2, 6, 6, 6})
         .with(kPrtVelocity, {8, 0, 0, -1, 0, 1, 9, 9, 9})
         .with(kPrtAge, {1, 0.5f, 0})
-        .with(kPrtSize, {40, 50, 60})
         .with(12, {4, 5, 6})
         .of(kPrtViscosity, 1);
     blend.a.groups[0]->userValue[3] = 77;
-    const BlendResult answer = blend.run(0.25f);
-    EXPECT_EQ(answer.status, kFrameLoaded);
-    EXPECT_EQ(answer.message, "");
-    PGroup& result = blend.result();
-    EXPECT_EQ(result.name, "Foam");
-    EXPECT_EQ(result.frame, &blend.dst);
-    EXPECT_EQ(result.userValue[3], 77);
-    EXPECT_EQ(idsOf(result), (Ids{2, 4, 9}));
-    EXPECT_EQ(floatsOf(result, kPrtPosition), (Floats{1.5f, 2, 2.5f, 1, 0, 6, 1.5f, 2, 3}));
-    EXPECT_EQ(floatsOf(result, kPrtVelocity), (Floats{-1, 0, 1, 2, 3, 0, 1, 2, 4}));
-    EXPECT_EQ(floatsOf(result, kPrtAge), (Floats{0.5f, 0.25f, 0.25f}));
-    EXPECT_EQ(floatsOf(result, kPrtSize), (Floats{50, 25, 10}));
-    // Integers: a's, and b's where a has none. A channel that only one has is left out.
-    EXPECT_EQ(floatsOf(result, 12), (Floats{5, 2, 1}));
-    EXPECT_EQ(result.channelMask, 1u << kPrtPosition | 1u << kPrtVelocity | 1u << kPrtSize |
-                                      1u << kPrtAge | 1u << kPrtId | 1u << 12);
-    EXPECT_EQ(result.findById(9), 2);
-    EXPECT_EQ(result.idOrder.size, 0);
-    EXPECT_EQ(result.store[kPrtId].blendFrom.data, nullptr);
-    EXPECT_EQ(result.store[kPrtId].blendTo.data, nullptr);
-
-    // A cache that plays backwards moves them backwards.
-    blend.dst.clearGroups();
-    blend.a.simInfo.setSimStep(1);
-    blend.run(0.25f);
-    EXPECT_EQ(floatsOf(blend.result(), kPrtPosition),
-              (Floats{2.5f, 2, 1.5f, 1, 0, 6, 0.5f, 0, -1}));
+    // A cache that plays backwards moves those backwards that one frame has.
+    for (const int backwards : {0, 1}) {
+        blend.dst.clearGroups();
+        blend.a.simInfo.setSimStep(backwards);
+        EXPECT_EQ(blend.run(0.25f).message, "");
+        PGroup& result = blend.result();
+        EXPECT_EQ(result.frame, &blend.dst);
+        EXPECT_EQ(result.userValue[3], 77);
+        EXPECT_EQ(idsOf(result), (Ids{2, 4, 9}));
+        EXPECT_EQ(floatsOf(result, kPrtPosition),
+                  backwards ? (Floats{2.5f, 2, 1.5f, 1, 0, 6, 0.5f, 0, -1})
+                            : (Floats{1.5f, 2, 2.5f, 1, 0, 6, 1.5f, 2, 3}));
+        EXPECT_EQ(floatsOf(result, 12), (Floats{5, 2, 1})) << "integers: a's where it has one";
+        EXPECT_EQ(result.channelMask, kSound | 1u << kPrtVelocity | 1u << 12) << "those of both";
+        EXPECT_EQ(result.findById(9), 2);
+        EXPECT_EQ(result.store[kPrtId].blendFrom.data, nullptr);
+    }
 }
 
 TEST(BlendParticles, Groups_MatchByName) {
     Blend blend;
-    const auto add = [](NimbraFrameData& frame, const char* name, const Ids& ids) {
-        Maker(frame, name, ids).of(kPrtAge, 9);
-    };
-    add(blend.a, "only a", {1});
-    add(blend.a, "twice", {1});
-    add(blend.a, "twice", {2});
-    add(blend.a, "twice", {3});
-    add(blend.b, "twice", {1});
-    add(blend.b, "only b", {1});
-    add(blend.b, "twice", {2});
+    for (const auto& [name, count] :
+         {std::pair{"only a", 1}, {"twice", 1}, {"twice", 2}, {"twice", 3}})
+        makeGroup(blend.a, name, count, kSound);
+    for (const auto& [name, count] : {std::pair{"twice", 1}, {"only b", 1}, {"twice", 2}})
+        makeGroup(blend.b, name, count, kSound);
     for (int method : {0, 1, 2, 255, -1}) {
         blend.dst.clearGroups();
         EXPECT_EQ(blend.run(0.5f, method).status, kFrameLoaded);
         ASSERT_EQ(blend.dst.groups.size, method == 0 || method == 1 ? 2 : 0) << method;
         for (int i = 0; i < blend.dst.groups.size; ++i) {
             EXPECT_EQ(blend.result(i).name, "twice");
-            EXPECT_EQ(idsOf(blend.result(i)), Ids{i + 1});
+            EXPECT_EQ(blend.result(i).count, i + 1);
         }
     }
 }
 
 TEST(BlendParticles, EmptyAndHeaderOnlyGroups) {
-    Blend blend;
-    // No mask: a header's counts.
-    Maker(blend.a, "header", 10);
-    Maker(blend.b, "header", Ids{1, 2, 3, 4, 5});
-    Maker(blend.a, "huge", 0x7FFFFFFF);
-    Maker(blend.b, "huge", 0x7FFFFFFF);
-    // All are born or die.
-    Maker(blend.a, "born", 0).of(kPrtPosition, 0);
-    Maker(blend.b, "born", Ids{3, 1}).of(kPrtAge, 1).of(kPrtPosition, 5);
-    Maker(blend.a, "dies", Ids{7}).of(kPrtAge, 1).of(kPrtSize, 4);
-    Maker(blend.b, "dies", 0).of(kPrtPosition, 0);
-    Maker(blend.a, "empty", Ids{}).of(kPrtPosition, 0);
-    Maker(blend.b, "empty", Ids{}).of(kPrtSize, 0);
-    // A count without anything behind it, or below 0.
-    Maker(blend.a, "negative", Ids{}).group.count = -5;
-    Maker(blend.b, "negative", Ids{1}).of(kPrtAge, 1);
-    const BlendResult answer = blend.run(0.5f);
-    EXPECT_EQ(answer.status, kFrameLoaded);
-    const int counts[] = {7, 0x7FFFFFFF, 2, 1, 0, 1};
-    const std::uint32_t id = 1u << kPrtId, age = 1u << kPrtAge;
-    const std::uint32_t masks[] = {
-        0, 0, id | age | 1u << kPrtPosition, id | age | 1u << kPrtSize, id, id | age};
-    ASSERT_EQ(blend.dst.groups.size, 6);
-    for (int i = 0; i < 6; ++i) {
-        EXPECT_EQ(blend.result(i).count, counts[i]) << i;
-        EXPECT_EQ(blend.result(i).channelMask, masks[i]) << i;
+    constexpr int kMost = std::numeric_limits<int>::max();
+    const struct {
+        int countA;
+        std::uint32_t ofA;
+        int countB;
+        std::uint32_t ofB;
+        int count;
+        std::uint32_t channels;
+    } cases[] = {{10, 0, 5, kIds, 7, 0},  // a header's counts
+                 {kMost, 0, kMost, 0, kMost, 0},
+                 {0, kPositions, 2, kSound, 2, kSound},
+                 {1, kSizes | kAges | kIds, 0, kPositions, 1, kSizes | kAges | kIds},
+                 {0, kIds | kPositions, 0, kIds | kSizes, 0, kIds},
+                 {-5, kIds, 1, kIds | kAges, 1, kIds | kAges}};
+    for (const auto& c : cases) {
+        Blend blend;
+        makeGroup(blend.a, "g", c.countA, c.ofA);
+        makeGroup(blend.b, "g", c.countB, c.ofB);
+        EXPECT_EQ(blend.run(0.5f).status, kFrameLoaded);
+        EXPECT_EQ(blend.result().count, c.count);
+        EXPECT_EQ(blend.result().channelMask, c.channels) << c.count;
     }
-    EXPECT_EQ(idsOf(blend.result(2)), (Ids{1, 3}));
-    EXPECT_EQ(floatsOf(blend.result(3), kPrtSize), Floats{4});
 }
 
 TEST(BlendParticles, MissingIdsAndAges_AreToldByGroup) {
     Blend blend;
-    const auto group = [](NimbraFrameData& frame, const char* name, int count, bool id, bool age) {
-        const Maker made(frame, name, count);
-        made.of(kPrtPosition, 0);
-        if (age)
-            made.of(kPrtAge, 1);
-        const Ids ids(static_cast<std::size_t>(count), 5);
-        if (id) {
-            EXPECT_TRUE(made.group.setChannel(kPrtId, ids.data()));
-        }
-    };
-    for (NimbraFrameData* frame : {&blend.a, &blend.b}) {
-        const bool isA = frame == &blend.a;
-        group(*frame, "sound", 2, true, true);
-        group(*frame, "no age", 2, true, isA);
-        group(*frame, "no age too", 2, true, !isA);
+    for (const int isA : {0, 1}) {
+        NimbraFrameData& frame = isA ? blend.a : blend.b;
+        makeGroup(frame, "sound", 2, kSound);
+        makeGroup(frame, "no age", 2, isA ? kSound : kSound & ~kAges);
+        makeGroup(frame, "no age too", 2, isA ? kSound & ~kAges : kSound);
     }
     BlendResult answer = blend.run(0.5f);
     EXPECT_EQ(answer.status, kFrameNoParticleAge);
     EXPECT_EQ(answer.message, "no age, no age too");
     EXPECT_EQ(blend.run(0.5f, kBlendCrossFade).status, kFrameLoaded);
-    for (NimbraFrameData* frame : {&blend.a, &blend.b}) {
-        group(*frame, "", 2, frame == &blend.a, true);
-        group(*frame, "nothing", 2, false, false);
+    for (const int isA : {0, 1}) {
+        makeGroup(isA ? blend.a : blend.b, "", 2, isA ? kSound : kSound & ~kIds);
+        makeGroup(isA ? blend.a : blend.b, "nothing", 2, kPositions);
     }
     for (int method : {kBlendById, kBlendCrossFade}) {
         blend.dst.clearGroups();
@@ -273,67 +260,53 @@ TEST(BlendParticles, VelocityInTheGrid) {
 
 TEST(BlendParticles, StoresThatFailToExpand_AreAbsent) {
     test::CaughtLog log;
-    const auto damage = [](PGroup& group, int channel) {
-        ASSERT_TRUE(group.allocatePacked(channel, kPrtZip, 3));
-        std::fill_n(group.store[channel].packed.data, 3, static_cast<unsigned char>(0xAA));
-    };
-    const std::map<int, int> statuses = {{kPrtPosition, kFrameLoaded},
-                                         {kPrtVelocity, kFrameLoaded},
-                                         {kPrtId, kFrameNoParticleId},
-                                         {12, kFrameLoaded},
-                                         {kPrtAge, kFrameNoParticleAge}};
-    for (const auto& [channel, status] : statuses)
+    for (const auto& [channel, status] : {std::pair{int(kPrtPosition), kFrameLoaded},
+                                          {int(kPrtVelocity), kFrameLoaded},
+                                          {int(kPrtId), kFrameNoParticleId},
+                                          {12, kFrameLoaded},
+                                          {int(kPrtAge), kFrameNoParticleAge}})
         for (const bool inA : {true, false}) {
             Blend blend;
+            constexpr std::uint32_t kAll = kSound | 1u << kPrtVelocity | 1u << 12;
             for (NimbraFrameData* frame : {&blend.a, &blend.b})
-                Maker(*frame, "g", Ids{1, 2, frame == &blend.a ? 3 : 4})
-                    .of(kPrtPosition, 1)
-                    .of(kPrtVelocity, 1)
-                    .of(kPrtAge, 1)
-                    .of(12, 1);
-            damage(*(inA ? blend.a : blend.b).groups[0], channel);
+                makeGroup(*frame, "g", 3, kAll);
+            PGroup& damaged = *(inA ? blend.a : blend.b).groups[0];
+            ASSERT_TRUE(damaged.allocatePacked(channel, kPrtZip, 3));
+            std::fill_n(damaged.store[channel].packed.data, 3, static_cast<unsigned char>(0xAA));
             EXPECT_EQ(blend.run(0.5f).status, status) << channel;
-            const std::uint32_t all = 0x100B | 1u << kPrtId;
             EXPECT_EQ(blend.result().channelMask,
-                      status == kFrameLoaded ? all & ~(1u << channel) : 0);
-            EXPECT_EQ(blend.result().count, status == kFrameLoaded ? 4 : 0);
+                      status == kFrameLoaded ? kAll & ~(1u << channel) : 0);
+            EXPECT_EQ(blend.result().count, status == kFrameLoaded ? 3 : 0);
         }
 }
 
 TEST(BlendParticles, AnyAllocationThatFails_LeavesOutAChannel) {
     test::CaughtLog log;
-    TessUtils::MemoryTracker& memory = *getGlobalMemoryTracker();
     for (const int method : {kBlendById, kBlendCrossFade}) {
+        Blend blend;
+        for (NimbraFrameData* frame : {&blend.a, &blend.b})
+            makeGroup(*frame, "g", 3, kSound | 1u << 12);
         std::map<int, int> missing;
-        int n = 0;
-        for (bool failed = true; failed; ++n) {
-            Blend blend;
-            for (NimbraFrameData* frame : {&blend.a, &blend.b})
-                Maker(*frame, "g", Ids{4, 1, 9}).of(kPrtPosition, 1).of(kPrtAge, 1).of(12, 1);
-            log.take();
-            const std::size_t blocks = memory.currentBlocks();
-            memory.failAllocation(static_cast<std::uint64_t>(n) + 1);
-            const BlendResult answer = blend.run(0.5f, method);
-            memory.failAllocation(0);
-            EXPECT_EQ(answer.status, kFrameLoaded);
-            const std::string text = log.take();
-            for (const int c : {int(kPrtPosition), int(kPrtAge), int(kPrtId), 12}) {
-                const std::string line = "[ERROR] Failed to allocate channel " + std::to_string(c) +
-                                         " for blending particles!\n";
-                if (!text.ends_with(line))
-                    continue;
-                ++missing[c];
-                EXPECT_TRUE(blend.dst.groups.size == 0 || !(blend.result().channelMask & 1u << c));
-            }
-            const bool whole = blend.dst.groups.size == 1 && blend.result().count == 3;
-            EXPECT_TRUE(whole || !text.empty());
-            blend.dst.clearGroups();
-            for (NimbraFrameData* frame : {&blend.a, &blend.b})
-                frame->groups[0]->idOrder.Clear();
-            EXPECT_EQ(memory.currentBlocks(), blocks);
-            // The sort can do without memory of its own.
-            failed = !text.empty() || n < 10;
-        }
+        bool failed = true;
+        test::failEachAllocation(
+            25, [&] { return blend.run(0.5f, method).status; },
+            [&](int status) {
+                EXPECT_EQ(status, kFrameLoaded);
+                const std::string text = log.take();
+                failed = !text.empty();
+                for (const int c : {int(kPrtPosition), int(kPrtAge), int(kPrtId), 12})
+                    if (text.ends_with("[ERROR] Failed to allocate channel " + std::to_string(c) +
+                                       " for blending particles!\n")) {
+                        ++missing[c];
+                        EXPECT_TRUE(blend.dst.groups.size == 0 ||
+                                    !(blend.result().channelMask & 1u << c));
+                    }
+                EXPECT_TRUE(failed || (blend.dst.groups.size == 1 && blend.result().count == 3));
+                blend.dst.clearGroups();
+                for (NimbraFrameData* frame : {&blend.a, &blend.b})
+                    frame->groups[0]->idOrder.Clear();
+            });
+        EXPECT_FALSE(failed) << "all allocations had their turn";
         EXPECT_EQ(missing[kPrtAge], 1);
         EXPECT_EQ(missing[12], 1);
         EXPECT_EQ(missing[kPrtPosition], 2);  // and when there is no group
@@ -436,14 +409,12 @@ TEST(BlendParticles, Golden_CrossFadeAndStatuses) {
         }
         for (const auto& json : golden.json["statuses"]) {
             Blend blend;
-            for (const int f : {0, 1})
-                for (const int channel : json[f == 0 ? "a_channels" : "b_channels"]) {
-                    NimbraFrameData& frame = f == 0 ? blend.a : blend.b;
-                    if (frame.groups.size == 0)
-                        Maker(frame, "g", 3);
-                    const Floats values(12, 1);
-                    EXPECT_TRUE(frame.groups[0]->setChannel(channel, values.data()));
-                }
+            for (const int f : {0, 1}) {
+                std::uint32_t channels = 0;
+                for (const int channel : json[f == 0 ? "a_channels" : "b_channels"])
+                    channels |= channelBit(channel);
+                makeGroup(f == 0 ? blend.a : blend.b, "g", 3, channels);
+            }
             EXPECT_EQ(blend.run(0.5f).status, json["status"]);
         }
     }
