@@ -4,6 +4,8 @@
 // Moments between frames, as a holder makes them of files.
 #include <gtest/gtest.h>
 
+#include <array>
+
 #include "cache/nimbra_frame.h"
 #include "cache/test_jobs.h"
 #include "cache/test_log.h"
@@ -81,49 +83,45 @@ TEST_F(FrameBlend, BetweenTwoFrames_IsAThird) {
     EXPECT_NE(holder.blendFrom, nullptr);
 }
 
-TEST_F(FrameBlend, OneMissing_TheOtherAlone) {
-    files.write(1, 8);
-    files.write(3, 2);
+/// A moment is loaded, with what comes of it: the frame that is shown alone, 0 for none.
+struct Moment {
+    std::int64_t ticks;
+    int status;
+    int shown;
+};
+
+TEST_F(FrameBlend, OneMissingOrDamaged_TheOtherAlone) {
+    for (const int n : {1, 3, 11})
+        files.write(n, 5);
+    for (const int n : {9, 10})
+        files.damage(n);
+    files.writeText(20, "");
     NimbraFrame holder;
-    for (const auto& [ticks, number] : {std::pair{1500, 1}, {2500, 3}}) {
-        EXPECT_EQ(load(holder, ticks), kFrameLoaded);
-        ASSERT_NE(holder.data, nullptr);
-        EXPECT_EQ(holder.data->frameNumber, number);
+    for (const Moment& m : {Moment{1500, kFrameLoaded, 1},
+                            {2500, kFrameLoaded, 3},
+                            {10500, kFrameLoaded, 11},
+                            {9500, kFrameDamaged, 0},
+                            {8500, kFrameFailed, 0},  // one damaged, one missing
+                            {19500, kFrameFailed, 0},
+                            {6500, kFrameFailed, 0}}) {
+        EXPECT_EQ(load(holder, m.ticks), m.status) << m.ticks;
+        EXPECT_EQ(holder.data ? holder.data->frameNumber : 0, m.shown);
         EXPECT_EQ(holder.sourceData, holder.data);
         EXPECT_TRUE(!holder.blendFrom && !holder.blendTo);
-        EXPECT_EQ(holder.data->refCount, 1);
-        EXPECT_EQ(NimbraFrame::frameDataArray.size, 1);
+        EXPECT_EQ(NimbraFrame::frameDataArray.size, m.shown ? 1 : 0);
+        EXPECT_EQ(load(holder, m.ticks), kFrameUnchanged) << "remembered, also without a frame";
     }
-    // Without either there is nothing, and that is remembered for this moment.
-    EXPECT_EQ(load(holder, 7500), kFrameFailed);
-    EXPECT_EQ(holder.data, nullptr);
     files.write(7, 1);
-    EXPECT_EQ(load(holder, 7500), kFrameUnchanged);
-    EXPECT_EQ(load(holder, 7250), kFrameLoaded);
-    EXPECT_EQ(load(holder, 7500), kFrameLoaded);
+    EXPECT_EQ(load(holder, 6500), kFrameUnchanged);
+    EXPECT_EQ(load(holder, 6250), kFrameLoaded);
     // The nearest file may be that of both.
     EXPECT_EQ(load(holder, 5100, {.exact = false}), kFrameLoaded);
     EXPECT_EQ(holder.blendFrom->frameNumber, 3);
     EXPECT_EQ(holder.blendTo->frameNumber, 7);
-    EXPECT_EQ(load(holder, 9500, {.exact = false}), kFrameLoaded);
+    files.remove(20);
+    EXPECT_EQ(load(holder, 30500, {.exact = false}), kFrameLoaded);
     EXPECT_EQ(holder.blendFrom, holder.blendTo);
     EXPECT_EQ(holder.blendFrom->refCount, 2);
-    EXPECT_EQ(smoke(holder), 1);
-}
-
-TEST_F(FrameBlend, DamagedFiles) {
-    files.damage(1);
-    files.damage(2);
-    files.write(3, 5);
-    files.writeText(8, "");
-    NimbraFrame holder;
-    EXPECT_EQ(load(holder, 1500), kFrameDamaged);
-    EXPECT_EQ(holder.data, nullptr);
-    EXPECT_EQ(load(holder, 1500), kFrameUnchanged);
-    EXPECT_EQ(load(holder, 2500), kFrameLoaded);
-    EXPECT_EQ(smoke(holder), 5);
-    EXPECT_EQ(load(holder, 500), kFrameFailed) << "one damaged, one missing";
-    EXPECT_EQ(load(holder, 8500), kFrameFailed);
 }
 
 TEST_F(FrameBlend, SecondWeight_OpensNothingAndSearchesNothing) {
@@ -189,35 +187,27 @@ TEST_F(FrameBlend, Stopped_LeavesNoHalfFrame) {
         }
 }
 
-TEST_F(FrameBlend, OtherScale_TheFirstStandsIn) {
-    files.write(1, 8);
-    KolFrame finer{{{kSmoke, {4}}}};
-    finer.cellsInUnit = 1.5f;
-    files.write(2, finer);
-    CaughtLog log;
-    NimbraFrame holder;
-    EXPECT_EQ(load(holder, 1250), kFrameScaleMismatch);
-    EXPECT_NE(log.take().find("Blending frames with different scale!\n"), std::string::npos);
-    EXPECT_EQ(smoke(holder), 8);
-    EXPECT_TRUE(!holder.blendFrom && !holder.blendTo);
-    EXPECT_EQ(holder.sourceData, holder.data);
-    EXPECT_EQ(NimbraFrame::frameDataArray.size, 1);
-    EXPECT_EQ(load(holder, 1250), kFrameUnchanged);
-}
-
-TEST_F(FrameBlend, ParticlesWithoutIds_AreSaidByName) {
-    for (int n : {1, 2}) {
-        KolFrame f{{{kSmoke, {1}}}};
-        f.group = "Foam";
-        files.write(n, f);
+TEST_F(FrameBlend, FramesThatDoNotFit_AreSaid) {
+    for (const bool scale : {true, false}) {
+        for (const int n : {1, 2}) {
+            KolFrame f{{{kSmoke, {n == 1 ? 8.0f : 4.0f}}}};
+            f.cellsInUnit = scale && n == 2 ? 1.5f : 1;
+            f.group = scale ? "" : "Foam";
+            files.write(n, f);
+        }
+        CaughtLog log;
+        NimbraFrame holder;
+        EXPECT_EQ(load(holder, 1250), scale ? kFrameScaleMismatch : kFrameNoParticleId);
+        EXPECT_NE(log.take().find(scale ? "Blending frames with different scale!\n"
+                                        : "Frame Blending - particle systems can't blend due to "
+                                          "missing ID channel: Foam\n"),
+                  std::string::npos);
+        EXPECT_EQ(smoke(holder), scale ? 8 : 7);
+        EXPECT_EQ(holder.sourceData == holder.data, scale) << "the first stands in";
+        EXPECT_EQ(holder.blendTo == nullptr, scale);
+        EXPECT_EQ(NimbraFrame::frameDataArray.size, scale ? 1 : 3);
+        EXPECT_EQ(load(holder, 1250), kFrameUnchanged);
     }
-    CaughtLog log;
-    NimbraFrame holder;
-    EXPECT_EQ(load(holder, 1250), kFrameNoParticleId);
-    EXPECT_EQ(smoke(holder), 1);
-    EXPECT_NE(log.take().find("Frame Blending - particle systems can't blend due to missing ID "
-                              "channel: Foam\n"),
-              std::string::npos);
 }
 
 TEST_F(FrameBlend, HeaderOnly_UnionWithoutVoxels) {
@@ -294,24 +284,23 @@ TEST_F(FrameBlend, FramesThatAnotherHolderTurned) {
     files.write(2, f);
     NimbraFrame straight;
     load(straight, 1500);
-    float expected[12], got[12];
-    straight.data->getTransform(expected);
+    const auto transformOf = [](NimbraFrameData& frame) {
+        std::array<float, 12> values;
+        frame.getTransform(values.data());
+        return values;
+    };
+    const auto expected = transformOf(*straight.data);
     straight.releaseFrames();
     for (const int turned : {1000, 2000}) {
         NimbraFrame other, holder;
         load(other, turned);
         other.data->flipUpAxis(2);
-        float before[12], after[12];
-        other.data->getTransform(before);
+        const auto before = transformOf(*other.data);
         EXPECT_EQ(load(holder, 1500), kFrameLoaded);
         if (holder.data->upAxisFlipped)
             holder.data->flipUpAxis(1);
-        holder.data->getTransform(got);
-        other.data->getTransform(after);
-        for (int i = 0; i < 12; ++i) {
-            EXPECT_EQ(got[i], expected[i]) << turned << ", " << i;
-            EXPECT_EQ(after[i], before[i]) << turned << ", " << i;
-        }
+        EXPECT_EQ(transformOf(*holder.data), expected) << turned;
+        EXPECT_EQ(transformOf(*other.data), before) << turned;
     }
 }
 

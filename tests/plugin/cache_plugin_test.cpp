@@ -10,9 +10,9 @@
 
 #include "cache/nimbra_frame.h"
 #include "plugin/fake_host.h"
+#include "support/failing_allocations.h"
 #include "support/kol_sequence.h"
 #include "support/threads.h"
-#include "tessra/allocator.h"
 
 namespace nimbra {
 namespace {
@@ -68,14 +68,22 @@ protected:
         values.emplace_back(name, std::move(value));
         ASSERT_TRUE(cache->setParameter(&values.back())) << name;
     }
-    /// The frame number of a moment, -1 without a frame; in a render frame of its own.
-    int frameAt(double time) {
+    /// What `read` finds in the frame of a moment, `without` if there is none; in a render frame of
+    /// its own.
+    template <class Read, class Value>
+    Value inFrame(double time, Value without, const Read& read) {
         renderer.frame.t = time;
         cache->preFrameBegin(&renderer);
-        const NimbraFrameData* const frame = cache->getFrameByTime(time);
-        const int number = frame ? frame->frameNumber : -1;
+        NimbraFrameData* const frame = cache->getFrameByTime(time);
+        const Value value = frame ? read(*frame) : without;
         cache->postFrameEnd(&renderer);
-        return number;
+        return value;
+    }
+    int frameAt(double time) {
+        return inFrame(time, -1, [](NimbraFrameData& frame) { return frame.frameNumber; });
+    }
+    float smokeAt(double time) {
+        return inFrame(time, -1.0f, [](NimbraFrameData& frame) { return smoke(&frame); });
     }
 
     TempFolder folder;
@@ -145,7 +153,6 @@ TEST_F(CachePlugin, ContentTime_KnowsNoTimeBend) {
     EXPECT_EQ(frame->frameNumber, 4);
     EXPECT_EQ(renderer.log.count("loaded from '" + (folder / "s_####.vdb").string() + "'.\n"), 1);
     EXPECT_EQ(cache->getFrameByContentTime(8000), nullptr);
-    cache->postFrameEnd(&renderer);
 }
 
 TEST_F(CachePlugin, NoMapping_DefaultsOfTheSequence) {
@@ -157,24 +164,20 @@ TEST_F(CachePlugin, NoMapping_DefaultsOfTheSequence) {
     EXPECT_EQ(renderer.log.count("Loading vdb/f3d without specified channel mappings! Defaults "
                                  "will be used instead!"),
               1);
-    cache->postFrameEnd(&renderer);
 }
 
-TEST_F(CachePlugin, EnvironmentInThePath) {
+TEST_F(CachePlugin, Paths_OfTheEnvironmentAndRelativeToTheScene) {
     setenv("NIMBRA_TEST_FOLDER", folder.path().c_str(), 1);
     set("cache_path", std::string("$env(NIMBRA_TEST_FOLDER)/s_%04d.vdb"));
     EXPECT_EQ(frameAt(4), 4);
     unsetenv("NIMBRA_TEST_FOLDER");
-}
-
-TEST_F(CachePlugin, RelativePaths_StartAtTheScene) {
     setSceneFolder(folder.path());
     set("cache_path", std::string("s_<frame04>.vdb"));
-    EXPECT_EQ(frameAt(4), 4);
+    EXPECT_EQ(frameAt(2), 2);
     setSceneFolder("");
 }
 
-TEST_F(CachePlugin, DamagedFile_SaysWhatIsWrong) {
+TEST_F(CachePlugin, DamagedFiles_SayWhatIsWrong) {
     folder.write("s_0003.vdb", "no cache");
     EXPECT_EQ(frameAt(3), -1);
     EXPECT_EQ(renderer.log.count("warning: [NimbraCachePlugin] " +
@@ -184,6 +187,14 @@ TEST_F(CachePlugin, DamagedFile_SaysWhatIsWrong) {
     EXPECT_EQ(frameAt(2.5), 2);
     EXPECT_EQ(frameAt(3.5), 4);
     EXPECT_EQ(renderer.log.count(": isn't an OpenVDB file"), 3);
+    useKolFiles();
+    files.damage(2);
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(frameAt(2), -1);
+        EXPECT_EQ(renderer.log.count("[NimbraCachePlugin] The input.kol file is damaged"), 1)
+            << "remembered";
+    }
+    EXPECT_EQ(renderer.log.count("Frame data 2000 can't be loaded from "), 2);
 }
 
 TEST_F(CachePlugin, NoPath_EmptyGrid) {
@@ -280,13 +291,11 @@ TEST_F(CachePlugin, LoopOverlap_BlendsWithTheFrameBehindTheEnd) {
     set("max_length", 2);
     set("loop_overlap", 1);
     set("read_offset", 1);
-    // A frame after the loop's start: 2, half of frame 1 + 1 + 2.
-    EXPECT_EQ(smoke(cache->getFrameByTime(1)), 60);
-    // Asked for by its content, the same frame is alone.
-    EXPECT_EQ(smoke(cache->getFrameByContentTime(2000)), 20);
+    EXPECT_EQ(smokeAt(1), 60) << "a frame after the loop's start: 2, half of frame 1 + 1 + 2";
+    EXPECT_EQ(smoke(cache->getFrameByContentTime(2000)), 20) << "by its content it is alone";
     cache->postFrameEnd(&renderer);
     set("loop_overlap", 0);
-    EXPECT_EQ(smoke(cache->getFrameByTime(1)), 20);
+    EXPECT_EQ(smokeAt(1), 20);
 }
 
 TEST_F(CachePlugin, VelocitiesFromOrigin_WhereMotionBlurNeedsThem) {
@@ -336,37 +345,26 @@ TEST_F(CachePlugin, VelocitiesFromOrigin_WhereMotionBlurNeedsThem) {
     renderer.removeInterface(&camera);
 }
 
-TEST_F(CachePlugin, DamagedKol_SaidOnceInARequest) {
-    useKolFiles();
-    files.damage(2);
-    EXPECT_EQ(frameAt(2), -1);
-    EXPECT_EQ(renderer.log.count("[NimbraCachePlugin] The input.kol file is damaged"), 1);
-    EXPECT_EQ(frameAt(2), -1);
-    EXPECT_EQ(renderer.log.count("[NimbraCachePlugin] The input.kol file is damaged"), 1)
-        << "remembered";
-    EXPECT_EQ(renderer.log.count("Frame data 2000 can't be loaded from "), 2);
-}
-
 // Whichever allocation of a request fails, the plug-in doesn't throw and the next frame works.
 TEST_F(CachePlugin, WithoutMemory) {
     useKolFiles();
-    for (std::uint64_t n = 1; n <= 200; ++n) {
-        getGlobalMemoryTracker()->failAllocation(n);
-        EXPECT_NO_THROW(cache->getFrameByTime(1.5));
-        getGlobalMemoryTracker()->failAllocation(0);
-        cache->postFrameEnd(&renderer);
-        ASSERT_EQ(NimbraFrame::frameDataArray.size, 0) << n;
-        EXPECT_EQ(smoke(cache->getFrameByTime(1.25)), 12.5f) << n;
-        cache->postFrameEnd(&renderer);
-    }
+    EXPECT_EQ(smokeAt(1.25), 12.5f);
+    failEachAllocation(
+        200,
+        [&] {
+            EXPECT_NO_THROW(cache->getFrameByTime(1.5));
+            return 0;
+        },
+        [&](int) {
+            cache->postFrameEnd(&renderer);
+            EXPECT_EQ(NimbraFrame::frameDataArray.size, 0);
+            EXPECT_EQ(smokeAt(1.25), 12.5f);
+        });
 }
 
 TEST_F(CachePlugin, Smoothing_KeepsTheFrameForItself) {
     set("smooth_mask", 4);
-    const NimbraFrameData* const frame = cache->getFrameByTime(2);
-    ASSERT_NE(frame, nullptr);
-    EXPECT_TRUE(frame->flags & kFramePrivate);
-    cache->postFrameEnd(&renderer);
+    EXPECT_TRUE(inFrame(2, 0u, [](NimbraFrameData& f) { return f.flags & kFramePrivate; }));
 }
 
 TEST_F(CachePlugin, Interfaces) {
