@@ -7,10 +7,11 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <memory>
 
 #include "cache/frame_data.h"
 #include "cache/test_grids.h"
-#include "tessra/allocator.h"
+#include "support/failing_allocations.h"
 
 namespace nimbra {
 namespace {
@@ -24,18 +25,16 @@ float originAt(int axis, int x, int y, int z) {
     return std::sin(static_cast<float>(x + 2 * y + 3 * z + axis)) * 1.2f;
 }
 
-class OriginVelocity : public testing::TestWithParam<bool> {
+class OriginVelocity : public testing::Test {
 protected:
     OriginVelocity() {
         frame.resetHeader(false);
         later.resetHeader(false);
         std::copy_n(kSize.data(), 3, frame.gridSize);
         std::copy_n(kLaterSize.data(), 3, later.gridSize);
-        for (int a = 0; a < 3; ++a) {
+        for (int a = 0; a < 3; ++a)
             frame.transform[a * 4] = later.transform[a * 4] = 2;
-            later.channels[kAdvectionOriginX + a] = originChannel(a);
-            later.channelMask |= channelBit(kAdvectionOriginX + a);
-        }
+        giveOrigins(false);
         frame.timeStep = 0.25f;
         // The later grid begins a cell further along x and two before along z.
         frame.transform[9] = 10;
@@ -43,49 +42,46 @@ protected:
         frame.transform[11] = -1;
         later.transform[11] = 1;
     }
-    static Proxy originChannel(int axis) {
-        const auto field = [axis](int x, int y, int z) { return originAt(axis, x, y, z); };
-        return GetParam() ? treeChannel(kFloatTree, kLaterSize, field)
-                          : denseChannel(kLaterSize, field);
-    }
-    void giveOwnVelocities() {
+    void giveOrigins(bool trees) {
         for (int a = 0; a < 3; ++a) {
-            frame.channels[kVelocityX + a] =
-                denseChannel(kSize, [](int, int, int) { return 7.0f; });
-            frame.channels[kAdvectionOriginX + a] =
-                denseChannel(kSize, [](int, int, int) { return 0.5f; });
-            frame.channelMask |= channelBit(kVelocityX + a) | channelBit(kAdvectionOriginX + a);
+            const auto field = [a](int x, int y, int z) { return originAt(a, x, y, z); };
+            later.channels[kAdvectionOriginX + a] = trees
+                                                        ? treeChannel(kFloatTree, kLaterSize, field)
+                                                        : denseChannel(kLaterSize, field);
+            later.channelMask |= channelBit(kAdvectionOriginX + a);
+        }
+    }
+    /// Gives the frame three channels of one value.
+    void give(int firstChannel, float value) {
+        for (int c = firstChannel; c < firstChannel + 3; ++c) {
+            frame.channels[c] = denseChannel(kSize, [value](int, int, int) { return value; });
+            frame.channelMask |= channelBit(c);
         }
     }
     void expectMade(int firstChannel) {
         constexpr int kOffset[3] = {-1, 0, 2};
         for (int a = 0; a < 3; ++a) {
             ASSERT_TRUE(frame.hasChannel(firstChannel + a));
-            auto& channel = frame.getChannelProxy(firstChannel + a);
-            for (int z = 0; z < kSize[2]; ++z)
-                for (int y = 0; y < kSize[1]; ++y)
-                    for (int x = 0; x < kSize[0]; ++x) {
-                        const int c[3] = {x + kOffset[0], y + kOffset[1], z + kOffset[2]};
-                        float expected = 0;
-                        if (std::all_of(c, c + 3, [](int v) { return v >= 0; }) &&
-                            c[0] < kLaterSize[0] && c[1] < kLaterSize[1] && c[2] < kLaterSize[2]) {
-                            const float came =
-                                static_cast<float>(kLaterSize[a]) * originAt(a, c[0], c[1], c[2]);
-                            const float in =
-                                std::min(static_cast<float>(kSize[a]), std::max(came, 0.0f));
-                            expected = (static_cast<float>(c[a]) - in) / 0.25f;
-                        }
-                        EXPECT_EQ(channel.read((z * kSize[1] + y) * kSize[0] + x), expected)
-                            << a << ": " << x << ' ' << y << ' ' << z;
-                    }
+            const auto field = [&](int x, int y, int z) {
+                const int c[3] = {x + kOffset[0], y + kOffset[1], z + kOffset[2]};
+                for (std::size_t i = 0; i < 3; ++i)
+                    if (c[i] < 0 || c[i] >= kLaterSize[i])
+                        return 0.0f;
+                const float came =
+                    static_cast<float>(kLaterSize[a]) * originAt(a, c[0], c[1], c[2]);
+                const float in = std::min(static_cast<float>(kSize[a]), std::max(came, 0.0f));
+                return (static_cast<float>(c[a]) - in) / 0.25f;
+            };
+            EXPECT_EQ(valuesOf(frame.getChannelProxy(firstChannel + a)),
+                      valuesOf(denseChannel(kSize, field)))
+                << a;
         }
     }
 
     NimbraFrameData frame, later;
 };
-INSTANTIATE_TEST_SUITE_P(DenseAndSparse, OriginVelocity, testing::Bool());
 
-TEST_P(OriginVelocity, FillsTheVelocityChannels) {
+TEST_F(OriginVelocity, FillsTheVelocityChannels) {
     EXPECT_FALSE(hasOriginVelocities(frame));
     EXPECT_TRUE(velocitiesFromOrigin(frame, later));
     expectMade(kVelocityX);
@@ -96,23 +92,23 @@ TEST_P(OriginVelocity, FillsTheVelocityChannels) {
     EXPECT_FALSE(frame.hasChannel(kAdvectionOriginX));
 }
 
-TEST_P(OriginVelocity, ReplacesTheOriginWhereThereAreVelocities) {
-    giveOwnVelocities();
+TEST_F(OriginVelocity, ReplacesTheOriginWhereThereAreVelocities) {
+    giveOrigins(true);
+    give(kVelocityX, 7);
+    give(kAdvectionOriginX, 0.5f);
     EXPECT_TRUE(velocitiesFromOrigin(frame, later));
     expectMade(kAdvectionOriginX);
     EXPECT_EQ(frame.channels[kVelocityX].read(0), 7);
 }
 
-TEST_P(OriginVelocity, ItsOwnNextFrame) {
-    for (int a = 0; a < 3; ++a)
-        frame.channels[kAdvectionOriginX + a] =
-            denseChannel(kSize, [](int, int, int) { return 0.5f; });
+TEST_F(OriginVelocity, ItsOwnNextFrame) {
+    give(kAdvectionOriginX, 0.5f);
     EXPECT_TRUE(velocitiesFromOrigin(frame, frame));
     EXPECT_EQ(frame.channels[kVelocityX].read(4), (4 - 2.5f) / 0.25f);
     EXPECT_EQ(frame.channels[kAdvectionOriginX].read(4), 0.5f);
 }
 
-TEST_P(OriginVelocity, NotAllChannels_Nothing) {
+TEST_F(OriginVelocity, NotAllChannels_Nothing) {
     later.freeChannel(kAdvectionOriginZ);
     EXPECT_FALSE(velocitiesFromOrigin(frame, later));
     EXPECT_EQ(frame.channelMask, 0u);
@@ -120,7 +116,7 @@ TEST_P(OriginVelocity, NotAllChannels_Nothing) {
     EXPECT_FALSE(velocitiesFromOrigin(frame, later)) << "of another size";
 }
 
-TEST_P(OriginVelocity, PlacesFarAway_AndGridsOfAnySize) {
+TEST_F(OriginVelocity, PlacesFarAway_AndGridsOfAnySize) {
     for (const float far : {3e9f, -1e30f, std::numeric_limits<float>::infinity(), std::nanf("")}) {
         NimbraFrameData still;
         std::copy_n(kSize.data(), 3, still.gridSize);
@@ -142,17 +138,19 @@ TEST_P(OriginVelocity, PlacesFarAway_AndGridsOfAnySize) {
     EXPECT_EQ(odd.channels[kVelocityX].read(3), 3);
 }
 
-TEST_P(OriginVelocity, WithoutMemory_AllOrNothing) {
+TEST_F(OriginVelocity, WithoutMemory_AllOrNothing) {
     int without = 0;
-    for (std::uint64_t n = 1; n < 40; ++n) {
-        NimbraFrameData made;
-        std::copy_n(kSize.data(), 3, made.gridSize);
-        getGlobalMemoryTracker()->failAllocation(n);
-        const bool done = velocitiesFromOrigin(made, later);
-        getGlobalMemoryTracker()->failAllocation(0);
-        EXPECT_EQ(made.channelMask, done ? 7u << kVelocityX : 0u) << n;
-        without += !done;
-    }
+    failEachAllocation(
+        39,
+        [&] {
+            auto made = std::make_unique<NimbraFrameData>();
+            std::copy_n(kSize.data(), 3, made->gridSize);
+            return std::pair(velocitiesFromOrigin(*made, later), std::move(made));
+        },
+        [&](const auto& result) {
+            EXPECT_EQ(result.second->channelMask, result.first ? 7u << kVelocityX : 0u);
+            without += !result.first;
+        });
     EXPECT_GE(without, 3);
 }
 

@@ -68,24 +68,22 @@ protected:
         values.emplace_back(name, std::move(value));
         ASSERT_TRUE(cache->setParameter(&values.back())) << name;
     }
-    /// What `read` finds in the frame of a moment, `without` if there is none; in a render frame of
-    /// its own.
-    template <class Read, class Value>
-    Value inFrame(double time, Value without, const Read& read) {
+    /// The frame number of a moment, -1 without a frame; in a render frame of its own.
+    int frameAt(double time) {
         renderer.frame.t = time;
         cache->preFrameBegin(&renderer);
         NimbraFrameData* const frame = cache->getFrameByTime(time);
-        const Value value = frame ? read(*frame) : without;
+        const int number = frame ? frame->frameNumber : -1;
+        smokeOfLast = smoke(frame);
         cache->postFrameEnd(&renderer);
-        return value;
-    }
-    int frameAt(double time) {
-        return inFrame(time, -1, [](NimbraFrameData& frame) { return frame.frameNumber; });
+        return number;
     }
     float smokeAt(double time) {
-        return inFrame(time, -1.0f, [](NimbraFrameData& frame) { return smoke(&frame); });
+        frameAt(time);
+        return smokeOfLast;
     }
 
+    float smokeOfLast = -1;
     TempFolder folder;
     KolSequence files;
     FakeRenderer renderer;
@@ -104,17 +102,20 @@ TEST_F(CachePlugin, FramesByTime) {
     EXPECT_EQ(frameAt(3), -1);
     EXPECT_EQ(renderer.log.count("[NimbraCachePlugin] Frame data 3000 can't be loaded from "), 1);
     EXPECT_EQ(NimbraFrame::frameDataArray.size, 0);
-}
-
-TEST_F(CachePlugin, TimeBend_IsFollowed) {
+    // The time bend is followed.
     set("read_offset", 1);
     set("play_at", 100);
     set("max_length", 3);
     EXPECT_EQ(frameAt(101), 2);
     EXPECT_EQ(frameAt(99), -1);
+    EXPECT_EQ(cache->getFrameIndices(99, true, nullptr, nullptr), INT32_MIN) << "saturated";
     set("load_nearest", true);
     EXPECT_EQ(frameAt(99), 1);
     EXPECT_EQ(frameAt(5000), 4);
+    // What is asked for by its content isn't bent.
+    EXPECT_EQ(cache->getFrameByContentTime(2000)->frameNumber, 2);
+    EXPECT_EQ(renderer.log.count("loaded from '" + (folder / "s_####.vdb").string() + "'.\n"), 1);
+    cache->postFrameEnd(&renderer);
     set("time_tform", false);
     EXPECT_EQ(frameAt(2), 2);
     float blend = 0;
@@ -122,9 +123,6 @@ TEST_F(CachePlugin, TimeBend_IsFollowed) {
     EXPECT_EQ(cache->getFrameIndices(101, true, &blend, &frame), 2000);
     EXPECT_EQ(cache->getFrameIndices(101, false, nullptr, nullptr), 101000);
     EXPECT_EQ(blend, -1);
-    // Far outside the answer saturates.
-    set("load_nearest", false);
-    EXPECT_EQ(cache->getFrameIndices(99, true, nullptr, nullptr), INT32_MIN);
 }
 
 TEST_F(CachePlugin, OneFrameIsPreparedOnce) {
@@ -144,15 +142,6 @@ TEST_F(CachePlugin, OneFrameIsPreparedOnce) {
     cache->frameEnd(&renderer);
     EXPECT_EQ(cache->getFrameByTime(kLoadedFrameTime), nullptr);
     EXPECT_EQ(frameAt(2), 2);
-}
-
-TEST_F(CachePlugin, ContentTime_KnowsNoTimeBend) {
-    set("play_at", 100);
-    NimbraFrameData* const frame = cache->getFrameByContentTime(4000);
-    ASSERT_NE(frame, nullptr);
-    EXPECT_EQ(frame->frameNumber, 4);
-    EXPECT_EQ(renderer.log.count("loaded from '" + (folder / "s_####.vdb").string() + "'.\n"), 1);
-    EXPECT_EQ(cache->getFrameByContentTime(8000), nullptr);
 }
 
 TEST_F(CachePlugin, NoMapping_DefaultsOfTheSequence) {
@@ -225,7 +214,10 @@ TEST_F(CachePlugin, TwoCaches_ShareTheirFrame) {
     EXPECT_EQ(frame->refCount, 2);
     second->postFrameEnd(&renderer);
     EXPECT_EQ(frame->refCount, 1);
-    // The one that shows it last turns it for both.
+    // One that smooths has a frame of its own; of the others, the last one turns it for both.
+    set("smooth_mask", 4);
+    EXPECT_TRUE(another()->getFrameByTime(2)->flags & kFramePrivate);
+    set("smooth_mask", 0);
     set("flip_yz", true);
     NimbraCachePlugin* const turned = another();
     EXPECT_EQ(turned->getFrameByTime(2), frame);
@@ -252,35 +244,31 @@ TEST_F(CachePlugin, Blending_FollowsTheTicks) {
 }
 
 TEST_F(CachePlugin, WhatABlendLacks_IsToldToTheUser) {
-    struct Case {
+    const struct {
         float scaleOfSecond;
         const char* group;
         int method;
         const char* told;
-    };
-    for (const Case& c :
-         {Case{1, "", 0, nullptr}, Case{1, "", 1, "no velocities to blend along"},
-          Case{2, "", 0, "the first one is shown"}, Case{1, "spray", 0, "a group has no IDs"}}) {
+    } cases[] = {{1, "", 0, nullptr},
+                 {1, "", 1, "no velocities to blend along"},
+                 {2, "", 0, "the first one is shown"},
+                 {1, "spray", 0, "a group has no IDs"}};
+    for (const auto& c : cases) {
         useKolFiles();
-        for (const int n : {1, 2}) {
-            KolFrame f{{{kSmoke, {1}}}};
-            f.cellsInUnit = n == 2 ? c.scaleOfSecond : 1;
-            f.group = c.group;
-            files.write(n, f);
-        }
+        for (const int n : {1, 2})
+            files.write(n,
+                        {{{kSmoke, {1}}}, {3, 2, 2}, {}, n == 2 ? c.scaleOfSecond : 1, 1, c.group});
         set("blend_method", c.method);
         renderer.log.lines.clear();
-        EXPECT_NE(cache->getFrameByTime(1.5), nullptr);
+        EXPECT_NE(frameAt(1.5), -1);
         EXPECT_EQ(renderer.log.count("warning: "), c.told ? 1 : 0);
         EXPECT_EQ(renderer.log.count(c.told ? c.told : "Between two frames"), c.told ? 1 : 0);
-        cache->postFrameEnd(&renderer);
     }
     files.remove(2);
     for (const double time : {1.5, 2.5}) {
         renderer.log.lines.clear();
-        EXPECT_NE(cache->getFrameByTime(time), nullptr);
+        EXPECT_NE(frameAt(time), -1);
         EXPECT_EQ(renderer.log.count("frame 2 is missing, the other one is shown"), 1) << time;
-        cache->postFrameEnd(&renderer);
     }
 }
 
@@ -362,21 +350,14 @@ TEST_F(CachePlugin, WithoutMemory) {
         });
 }
 
-TEST_F(CachePlugin, Smoothing_KeepsTheFrameForItself) {
-    set("smooth_mask", 4);
-    EXPECT_TRUE(inFrame(2, 0u, [](NimbraFrameData& f) { return f.flags & kFramePrivate; }));
-}
-
 TEST_F(CachePlugin, Interfaces) {
     auto* const sim = static_cast<NimbraSimInterface*>(cache->getInterface(ids::kNimbraSim));
     ASSERT_NE(sim, nullptr);
     EXPECT_STREQ(sim->getInterfaceName(), "NmbShaderSimInterface");
     EXPECT_EQ(sim->getPlugin(), cache);
-    EXPECT_NE(cache->getInterface(ids::kSceneModifier), nullptr);
-    EXPECT_NE(cache->getInterface(ids::kTessraPlugin), nullptr);
-    EXPECT_EQ(sim->getRenderer(0), nullptr);
-    EXPECT_EQ(sim->isRenderable(), 0);
-    EXPECT_EQ(sim->isValid(), 1);
+    for (const auto id : {ids::kSceneModifier, ids::kTessraPlugin})
+        EXPECT_NE(cache->getInterface(id), nullptr);
+    EXPECT_TRUE(!sim->getRenderer(0) && !sim->isRenderable() && sim->isValid());
     NimbraMesh mesh{7, 8};
     EXPECT_EQ(sim->getNimbraMesh(mesh), 0);
     EXPECT_EQ(mesh.vertexCount, 7) << "only the faces are taken away";
