@@ -9,10 +9,12 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 #include "cache/grid_samplers.h"
 #include "cache/test_grids.h"
 #include "cache/test_jobs.h"
+#include "foundation/memory.h"
 #include "tessra/math.h"
 
 namespace nimbra {
@@ -54,6 +56,12 @@ public:
         std::vector<float> found(static_cast<std::size_t>(voxelCount(dst_.gridSize)) * 3);
         EXPECT_TRUE(MTCalcBlendSource(blend_).search(kSmoke, found.data()));
         return found;
+    }
+    /// The frames with a weight of 0.3, blended by these sources.
+    void blend(bool recompute, float* (&sources)[kChannelSlots], Stop* stop = nullptr) {
+        blend_.weight = 0.3f;
+        blend_.stop = stop;
+        EXPECT_TRUE(blendAlongVelocity(blend_, recompute, sources));
     }
     std::vector<float> plainSources() const {
         std::vector<float> found;
@@ -173,6 +181,27 @@ TEST(BlendAlongVelocity, DenseChannels_HaveTheBitsOfOneCellAfterTheOther) {
             expectSameBits(search.sources(), expected);
         }
     }
+}
+
+TEST(BlendAlongVelocity, Sources_AreKeptSearchedAgainOrGivenBack) {
+    Search search({{40, 9, 9}, {40, 9, 9}, {}, 1, 0});
+    float* sources[kChannelSlots] = {};
+    search.blend(true, sources);
+    float*& kept = sources[kSmoke];
+    ASSERT_NE(kept, nullptr);
+    const float found = std::exchange(kept[100], 77.0f);
+    search.blend(false, sources);
+    EXPECT_EQ(kept[100], 77);
+    search.blend(true, sources);
+    EXPECT_EQ(kept[100], found);
+    for (int questions : {0, 1, 2}) {
+        Stop stop(questions);
+        search.blend(true, sources, &stop);
+        EXPECT_EQ(kept, nullptr) << "a search that was stopped";
+        search.blend(false, sources);
+        EXPECT_EQ(kept[100], found) << "what is missing is searched";
+    }
+    NMBUtils::freeMem(kept);
 }
 
 }  // namespace

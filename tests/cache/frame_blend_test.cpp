@@ -147,7 +147,7 @@ TEST_F(FrameBlend, SecondWeight_OpensNothingAndSearchesNothing) {
     // One frame on, only the new one is read.
     EXPECT_EQ(load(holder, 2250, wish), kFrameLoaded);
     EXPECT_EQ(opens.take(), 1);
-    EXPECT_NE(smoke(holder, 7), 0.75f * 7 + 0.25f - 1);
+    EXPECT_NE(smoke(holder, 7), 0.75f * 7 + 0.25f - 2);
     EXPECT_EQ(NimbraFrame::frameDataArray.size, 3);
 }
 
