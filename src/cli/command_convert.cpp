@@ -83,9 +83,6 @@ private:
                 fmt::format("{}: there are no files of frames {}", o_.input, found.missing));
         if (!o_.frames.empty() && !found.isSequence)
             throw std::invalid_argument("--frames takes a sequence: give a pattern or a folder");
-        if (const auto clash = clashingOutput(o_.output, {frames.begin(), frames.end()}))
-            throw std::invalid_argument(
-                fmt::format("'{}': several frames would be written to {}", o_.output, *clash));
         std::vector<Conversion> work;
         for (const std::int64_t frame : frames) {
             const auto at = std::find_if(found.files.begin(), found.files.end(),
@@ -97,7 +94,7 @@ private:
                 continue;
             }
             // A sequence keeps its numbers even if one frame alone is taken from it.
-            work.push_back({at->path, outputName(o_.output, frame, found.isSequence), frame});
+            work.push_back({at->path, cacheOutputName(o_.output, frame, found.isSequence), frame});
             std::error_code ignored;
             if (fs::equivalent(work.back().from, work.back().to, ignored))
                 throw std::invalid_argument(work.back().to + " would be written onto itself");

@@ -291,17 +291,30 @@ std::optional<FileSequence> findSequence(const std::string& path,
     return hasFramePattern(path) ? sequenceOfPattern(path) : std::nullopt;
 }
 
+namespace {
+
+/// `output` with a text and a dot before its extension.
+std::string withNumber(const std::string& output, const std::string& number) {
+    fs::path numbered(output);
+    const std::string extension = numbered.extension().string();
+    numbered.replace_filename(numbered.stem().string() + "." + number + extension);
+    return numbered.string();
+}
+
+}  // namespace
+
 std::string outputName(const std::string& output, host::FrameNumber frame, bool severalFrames,
                        int decimals) {
     if (hasFramePattern(output))
         return fillFramePattern(output, frame, decimals);
-    if (!severalFrames)
+    return severalFrames ? withNumber(output, frame.text(4, decimals)) : output;
+}
+
+std::string cacheOutputName(const std::string& output, std::int64_t frame, bool severalFrames) {
+    const bool hasPattern = hasFramePattern(output);
+    if (!hasPattern && !severalFrames)
         return output;
-    const fs::path path(output);
-    fs::path numbered = path;
-    numbered.replace_filename(path.stem().string() + "." + frame.text(4, decimals) +
-                              path.extension().string());
-    return numbered.string();
+    return FilePattern(hasPattern ? toHashPattern(output) : withNumber(output, "####")).fill(frame);
 }
 
 std::optional<std::string> clashingOutput(const std::string& output,

@@ -46,6 +46,10 @@ std::optional<FileSequence> findSequence(const std::string& path,
 std::string outputName(const std::string& output, host::FrameNumber frame, bool severalFrames,
                        int decimals = 0);
 
+/// The same for a file of a cache that is written, named as caches look for it: they count a minus
+/// sign into the width, "-001" for "####".
+std::string cacheOutputName(const std::string& output, std::int64_t frame, bool severalFrames);
+
 /// Two of `frames` that `outputName` would write to one file, if there are any.
 std::optional<std::string> clashingOutput(const std::string& output,
                                           const std::vector<host::FrameNumber>& frames,

@@ -11,6 +11,7 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
+#include "cache/file_patterns.h"
 #include "cache/prt_group.h"
 #include "cli/cache_frame.h"
 #include "cli/command_line.h"
@@ -178,6 +179,17 @@ TEST_F(CacheCommands, Sequences_KeepTheirNumbersAndNameTheirGaps) {
     EXPECT_NE(wanted.err.find("failed frames: 42"), std::string::npos) << wanted.err;
     EXPECT_TRUE(fs::exists(at("w_041.kol")));
     EXPECT_EQ(loadCacheFrame(at("w_041.kol"), "", true).data->frameNumber, 41);
+}
+
+TEST_F(CacheCommands, FramesBelowZero_AreNamedAsCachesFindThem) {
+    for (int n = -3; n <= 2; ++n)
+        fs::copy_file(golden("kol/v6_small_plume.kol"), at(FilePattern("in_####.kol").fill(n)));
+    for (const std::string name : {"made_%04d.kol", "made.kol", "made_#.kol"}) {
+        ASSERT_EQ(run("convert " + at("in_####.kol") + " " + at(name)).code, 0);
+        const std::string pattern = name == "made.kol" ? "made.####.kol" : "made_####.kol";
+        EXPECT_EQ(run("info --at=-3-2 " + at(pattern)).code, 0) << name;
+        ASSERT_TRUE(fs::remove(at(FilePattern(pattern).fillName(-3)))) << name;
+    }
 }
 
 TEST_F(CacheCommands, Info_TellsWhatFramesHold) {
