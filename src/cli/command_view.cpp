@@ -193,9 +193,14 @@ bool isKol(const std::string& path) {
 }
 
 /// What a file holds; nothing with a problem.
-std::vector<GridSummary> readSummaries(const std::string& path, std::string& problem) {
-    if (isKol(path))
+std::vector<GridSummary> readSummaries(const std::string& path, UpConvention& up,
+                                       std::string& problem) {
+    up = {};
+    if (isKol(path)) {
+        // Its grids without a file stand on z, too.
+        up.format = 2;
         return readKolSummaries(path, problem);
+    }
     std::vector<GridSummary> grids;
     bool readable = false;
     if (fs::path(path).extension() == ".f3d") {
@@ -206,6 +211,7 @@ std::vector<GridSummary> readSummaries(const std::string& path, std::string& pro
     } else {
         const VdbFileInfo file = readVdbInfo(path);
         grids = summarize(file);
+        up = upConventionOf(file);
         readable = file.readable;
         problem = file.problem;
     }
@@ -216,11 +222,11 @@ std::vector<GridSummary> readSummaries(const std::string& path, std::string& pro
 
 /// Takes the first file that can be read as `sample`; false, with the reasons said, for none.
 bool readSample(const std::vector<std::string>& files, Console& console, std::string& sample,
-                std::vector<GridSummary>& grids) {
+                std::vector<GridSummary>& grids, UpConvention& up) {
     std::vector<std::string> problems;
     for (const std::string& file : files) {
         std::string problem;
-        grids = readSummaries(file, problem);
+        grids = readSummaries(file, up, problem);
         if (problem.empty()) {
             for (const std::string& text : problems)
                 console.log().warning(text);
@@ -238,10 +244,11 @@ int showCache(ViewCommand& o, Console& console) {
     const ViewInput in = findInput(o);
     std::string sample;
     std::vector<GridSummary> grids;
-    if (!readSample(in.samples, console, sample, grids))
+    UpConvention up;
+    if (!readSample(in.samples, console, sample, grids, up))
         return kExitInput;
     o.wishes.upAxis = upAxisNamed(o.up);
-    ViewLook look = chooseLook(grids, o.wishes);
+    ViewLook look = chooseLook(grids, o.wishes, up);
     // Channels of these files need no mapping.
     if (isKol(sample))
         look.mapping.clear();

@@ -131,9 +131,11 @@ public:
         forEachPiece(proxy, [&](std::span<const float> values) {
             for (const float v : values) {
                 if (v != 0 && std::isfinite(v))
-                    add(v, static_cast<int>(at % s.size[0]),
-                        static_cast<int>(at / s.strideY % s.size[1]),
-                        static_cast<int>(at / s.strideZ));
+                    add(v,
+                        {static_cast<int>(at % s.size[0]),
+                         static_cast<int>(at / s.strideY % s.size[1]),
+                         static_cast<int>(at / s.strideZ)},
+                        s);
                 ++at;
             }
             return true;
@@ -151,21 +153,24 @@ public:
         // Without any the extremes are those of an empty grid: 0.
         out.min = values_.count() > 0 ? values_.min() : 0;
         out.max = values_.count() > 0 ? values_.max() : 0;
+        out.wetFloor = wetFloor_;
     }
 
 private:
-    void add(float value, int x, int y, int z) {
+    void add(float value, const std::array<int, 3>& cell, const GridStorage& s) {
         values_.add(value);
-        const std::array<int, 3> cell{x, y, z};
         for (int a = 0; a < 3; ++a) {
             low_[a] = std::min(low_[a], cell[a]);
             high_[a] = std::max(high_[a], cell[a]);
+            if (value < 0)
+                wetFloor_[a] += (cell[a] == 0) - (cell[a] == s.size[a] - 1);
         }
     }
 
     bool loaded_ = false;
     FloatSummary values_;
     std::array<int, 3> low_{INT32_MAX, INT32_MAX, INT32_MAX}, high_{-1, -1, -1};
+    std::array<std::int64_t, 3> wetFloor_{};
 };
 
 GridSummary scalarSummary(NimbraFrameData& frame, int channel) {

@@ -14,7 +14,8 @@ const Names kSmokeNames = {"densitynoise", "density", "smokenmb", "smoke",  "smo
 const Names kTemperatureNames = {"temperature", "temperaturenmb", "temp", "heat", "t"};
 const Names kFlameNames = {"flamenoise", "flame", "flames", "fire",     "burn",
                            "fuelnmb",    "fuel",  "react",  "emission", "firefuel"};
-const Names kVelocityNames = {"velocity", "vel", "v", "velocities", "motion"};
+const Names kVelocityNames = {"velocity",   "vel",           "v",     "vmac",
+                              "velocities", "fluidvelocity", "motion"};
 const Names kColorNames = {"color", "colour", "cd", "rgb", "albedo", "diffuse"};
 const Names kLevelSetNames = {"surface", "sdf", "phi", "levelset", "liquid", "fluiddensity"};
 // What simulators keep for themselves: true in every cell, or no matter at all.

@@ -40,6 +40,20 @@ std::vector<GridSummary> summarize(const VdbFileInfo& file) {
     return grids;
 }
 
+UpConvention upConventionOf(const VdbFileInfo& file) {
+    constexpr int kY = 1, kZ = 2;
+    UpConvention up{.program = -1, .format = kY};
+    for (const auto& [name, value] : file.metadata)
+        if (name == "creator")
+            up.program = value.starts_with("Houdini") ? kY : value.starts_with("Blender") ? kZ : -1;
+    // The fluid solver of Blender leaves its resolution in each grid.
+    for (const VdbGridInfo& g : file.grids)
+        for (const auto& [name, value] : g.metadata)
+            if (name == "file_base_resolution")
+                up.program = kZ;
+    return up;
+}
+
 namespace {
 
 // Dense formats know no active voxels: those that aren't 0 stand for them.

@@ -14,4 +14,7 @@ namespace nimbra::cli {
 std::vector<GridSummary> summarize(const VdbFileInfo& file);
 std::vector<GridSummary> summarize(const F3dFileInfo& file);
 
+/// The up axis of the program that wrote a file, as far as its metadata tell it.
+UpConvention upConventionOf(const VdbFileInfo& file);
+
 }  // namespace nimbra::cli

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <limits>
 #include <optional>
+#include <utility>
 
 #include "cli/grid_names.h"
 
@@ -88,6 +89,10 @@ Cast choose(const std::vector<GridSummary>& grids) {
             if (!c.surface && drawable(g) && g.kind == GridSummary::Kind::LevelSet)
                 c.surface = &g;
     }
+    // Heat isn't negative: signed values with no matter beside them are distances to a surface.
+    if (!c.smoke && !c.flame && !c.surface && c.temperature &&
+        c.temperature->min < -0.05 * c.temperature->max)
+        std::swap(c.surface, c.temperature);
     // No known name: the scalar grid with the most matter is shown as smoke.
     if (!c.smoke && !c.flame && !c.surface)
         for (const GridSummary& g : grids)
@@ -170,27 +175,44 @@ Box worldBox(const GridSummary& g) {
     return box;
 }
 
-// Rising smoke says where up is; else the tallest axis does; else the usual y.
-int chooseUpAxis(const Cast& c) {
+double lengthOf(const std::array<double, 3>& v) {
+    return std::hypot(v[0], v[1], v[2]);
+}
+
+/// The axis on whose low side most liquid stands; -1 for none. Nobody builds with x up.
+int wettestFloor(const GridSummary& g) {
+    int wettest = -1;
+    double most = 0;
+    for (const int a : {1, 2}) {
+        const double area = static_cast<double>(g.wetFloor[a]) * lengthOf(g.toWorld[(a + 1) % 3]) *
+                            lengthOf(g.toWorld[(a + 2) % 3]);
+        if (area > most) {
+            most = area;
+            wettest = a;
+        }
+    }
+    return wettest;
+}
+
+// The program that wrote the file knows; else liquids stand on their floor, and smoke rises or at
+// least is taller than wide; else what is usual.
+int chooseUpAxis(const Cast& c, const UpConvention& convention) {
+    if (convention.program >= 0)
+        return convention.program;
+    if (c.surface) {
+        const int floor = wettestFloor(*c.surface);
+        return floor >= 0 ? floor : convention.format;
+    }
     if (c.velocity) {
         const auto& m = c.velocity->meanVector;
-        int up = 0;
-        for (int a = 1; a < 3; ++a)
-            if (m[a] > m[up])
-                up = a;
-        double rest = 0;
-        for (int a = 0; a < 3; ++a)
-            if (a != up)
-                rest = std::max(rest, std::fabs(m[a]));
-        if (m[up] > 1.5 * rest && m[up] > 0)
+        const int up = m[2] > m[1] ? 2 : 1;
+        if (m[up] > 1.5 * std::fabs(m[3 - up]))
             return up;
     }
     const Box box = worldBox(*mainGrid(c));
-    int tall = 1;
-    for (const int a : {2, 0})
-        if (box.high[a] - box.low[a] > 1.1 * (box.high[tall] - box.low[tall]))
-            tall = a;
-    return tall == 0 ? 1 : tall;
+    const auto side = [&](int a) { return box.high[a] - box.low[a]; };
+    const int usual = convention.format, other = 3 - usual;
+    return side(other) > 1.1 * side(usual) ? other : usual;
 }
 
 // Cells along a typical line of sight through the grid's matter.
@@ -259,12 +281,21 @@ void fireSettings(const Cast& c, const ViewWishes& wishes, Settings& out) {
     }
 }
 
+/// A cell in the units of a grid's distances: those of the world, or cells where they reach
+/// farther than the grid.
+double cellDistance(const GridSummary& g) {
+    double cell = 0, reach = 0;
+    for (int a = 0; a < 3; ++a) {
+        const double length = lengthOf(g.toWorld[a]);
+        cell = std::max(cell, length);
+        reach += length * (g.high[a] - g.low[a] + 1);
+    }
+    return std::max(std::fabs(g.min), std::fabs(g.max)) > reach ? 1 : cell;
+}
+
 // A level set is solid where it is negative.
 void levelSetSettings(const Cast& c, Settings& out) {
-    double cell = 0;
-    for (int a = 0; a < 3; ++a)
-        cell = std::max(cell, std::hypot(c.surface->toWorld[a][0], c.surface->toWorld[a][1],
-                                         c.surface->toWorld[a][2]));
+    const double cell = cellDistance(*c.surface);
     out.emplace_back("darg", "5");
     out.emplace_back("simple_color", "[0.7, 0.7, 0.7, 1]");
     out.emplace_back("earg", "0");
@@ -309,7 +340,8 @@ std::string explain(const Cast& c, const std::vector<GridSummary>& grids) {
 
 }  // namespace
 
-ViewLook chooseLook(const std::vector<GridSummary>& grids, const ViewWishes& wishes) {
+ViewLook chooseLook(const std::vector<GridSummary>& grids, const ViewWishes& wishes,
+                    const UpConvention& up) {
     ViewLook look;
     Cast cast = choose(grids);
     const GridSummary* main = mainGrid(cast);
@@ -324,7 +356,7 @@ ViewLook chooseLook(const std::vector<GridSummary>& grids, const ViewWishes& wis
                                               : Subject::Smoke;
     look.mapping = wishes.mapping.empty() ? mappingText(cast) : wishes.mapping;
     look.explanation = explain(cast, grids);
-    look.upAxis = wishes.upAxis >= 0 ? wishes.upAxis : chooseUpAxis(cast);
+    look.upAxis = wishes.upAxis >= 0 ? wishes.upAxis : chooseUpAxis(cast, up);
     const Box box = worldBox(*main);
     look.boxLow = box.low;
     look.boxHigh = box.high;

@@ -27,8 +27,17 @@ struct GridSummary {
     std::array<std::array<double, 3>, 4> toWorld{{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {0, 0, 0}}};
     /// Mean of the active values of a vector grid.
     std::array<double, 3> meanVector{};
+    /// Negative cells on the low side of a dense grid less those on its high side, for each axis: a
+    /// liquid of signed distances wets its floor and leaves the ceiling dry.
+    std::array<std::int64_t, 3> wetFloor{};
 
     bool empty() const { return activeVoxels == 0 || low[0] > high[0]; }
+};
+
+/// Which axis points up in the programs that a file may come from.
+struct UpConvention {
+    int program = -1;  // that wrote the file; -1: not known
+    int format = 1;    // of most files of its format
 };
 
 /// What the cache shows.
@@ -61,6 +70,7 @@ struct ViewWishes {
 
 /// Chooses for the grids of one file. Never throws; with nothing to show `subject` is Nothing and
 /// `explanation` names what the file holds.
-ViewLook chooseLook(const std::vector<GridSummary>& grids, const ViewWishes& wishes = {});
+ViewLook chooseLook(const std::vector<GridSummary>& grids, const ViewWishes& wishes = {},
+                    const UpConvention& up = {});
 
 }  // namespace nimbra::cli

@@ -249,6 +249,21 @@ TEST_F(CacheCommands, Field3d_IsTakenLikeTheOthers) {
     }
 }
 
+TEST_F(CacheCommands, UpAxis_IsFoundInRealCaches) {
+    constexpr int kZ = 2;
+    const std::string caches = NIMBRA_SOURCE_DIR "/examples/caches/";
+    for (const char* file : {"dambreak/water_0001.kol", "dambreak/water_0006.kol"}) {
+        const CacheFrame frame = loadCacheFrame(caches + file, "", false);
+        EXPECT_EQ(chooseLook(summarize(*frame.data)).upAxis, kZ) << file;
+    }
+    for (const std::string& file :
+         {caches + "plume/fluid_data_0043.vdb", caches + "campfire/fluid_data_0043.vdb",
+          std::string(NIMBRA_TEST_DATA "/vdb/spray_0017.vdb")}) {
+        const VdbFileInfo info = readVdbInfo(file);
+        EXPECT_EQ(chooseLook(summarize(info), {}, upConventionOf(info)).upAxis, kZ) << file;
+    }
+}
+
 TEST_F(CacheCommands, Failures_LeaveNothingBehind) {
     const std::string good = kFire + "fluid_data_0040.vdb";
     folder_.write("old.kol", "what was there");

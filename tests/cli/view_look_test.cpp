@@ -106,6 +106,31 @@ TEST(ViewLook, UpAxis_FollowsRisingSmokeThenTheTallestSide) {
     ViewWishes wishes;
     wishes.upAxis = 0;
     EXPECT_EQ(chooseLook({grid("density"), velocity}, wishes).upAxis, 0);
+    velocity.meanVector = {9, 0.1, 1};
+    EXPECT_EQ(chooseLook({grid("density"), velocity}).upAxis, 2) << "the wind blows along x";
+    EXPECT_EQ(chooseLook({grid("density"), velocity}, {}, {.program = 1, .format = 2}).upAxis, 1);
+    GridSummary fog = grid("density");
+    fog.high = {59, 39, 39};
+    EXPECT_EQ(chooseLook({fog}, {}, {.program = -1, .format = 2}).upAxis, 2);
+}
+
+TEST(ViewLook, SignedHeat_IsALiquidOnItsFloor) {
+    GridSummary water = grid("temperature"), velocity = grid("velocity", kVector);
+    water.min = -7;
+    water.max = 5;
+    velocity.meanVector = {0, 9, 0};
+    for (int a = 0; a < 3; ++a)
+        water.toWorld[a][a] = 0.04;
+    // The x side is wetter, the y sides are alike.
+    water.wetFloor = {1500, 20, 700};
+    const ViewLook look = chooseLook({water, velocity});
+    EXPECT_EQ(look.subject, Subject::LevelSet);
+    EXPECT_EQ(look.upAxis, 2);
+    EXPECT_EQ(settingOf(look, "transp_positions"), "[-1, 0]") << "distances are counted in cells";
+    water.wetFloor = {};
+    EXPECT_EQ(chooseLook({water}).upAxis, 1) << "a drop in the air is as usual";
+    water.min = -0.01;
+    EXPECT_EQ(chooseLook({water}).subject, Subject::Fire);
 }
 
 // Every corner of the box projects into the picture, and not all of it is empty margin.
