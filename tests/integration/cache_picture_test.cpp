@@ -35,25 +35,37 @@ float rampAt(int x, int y) {
 }
 
 /// Smoke that is denser to the right and to the top, in the cube's place, as an OpenVDB file and as
-/// a Field3D file, of which one voxel is multiplied by `spoiled`.
+/// a Field3D file, of which one voxel is multiplied by `spoiled`. `wall`: where it is far denser;
+/// all of it moves to the right.
 void writeRamps(const std::filesystem::path& vdb, const std::filesystem::path& f3d,
-                float spoiled = 1) {
-    test::GridSpec grid;
-    std::vector<float> values;
+                float spoiled = 1, int wall = -1) {
+    constexpr float kSpeed = 90;
+    test::GridSpec grid, speed;
+    speed.name = "vel";
+    speed.type = "vec3s";
+    std::vector<float> values, speeds;
     for (int z = 0; z < kCells; ++z)
         for (int y = 0; y < kCells; ++y)
             for (int x = 0; x < kCells; ++x) {
-                grid.voxels.push_back({{x, y, z}, {rampAt(x, y), 0, 0}});
-                values.push_back(rampAt(x, y));
+                const float value = rampAt(x, y) * (x == wall ? 30 : 1);
+                grid.voxels.push_back({{x, y, z}, {value, 0, 0}});
+                speed.voxels.push_back({{x, y, z}, {kSpeed, 0, 0}});
+                values.push_back(value);
+                speeds.insert(speeds.end(), {kSpeed, 0, 0});
             }
     test::VdbSpec spec;
-    spec.grids.push_back(std::move(grid));
+    spec.grids = {std::move(grid), std::move(speed)};
     test::writeVdb(vdb, spec);
 
     values[0] *= spoiled;
     test::LayerSpec layer;
     layer.high = {kCells - 1, kCells - 1, kCells - 1};
     layer.rows = {test::bytesOf(values)};
+    test::LayerSpec speedLayer = layer;
+    speedLayer.name = "vel";
+    speedLayer.components = 3;
+    speedLayer.element = F3dElement::Vec32;
+    speedLayer.rows = {test::bytesOf(speeds)};
     test::OgawaWriter w;
     // The box reaches half a cell beyond the centres of its cells.
     const std::vector<double> matrix = {kCells, 0, 0,      0, 0,    kCells, 0,    0,
@@ -63,7 +75,8 @@ void writeRamps(const std::filesystem::path& vdb, const std::filesystem::path& f
     const auto time = w.attribute("time_0", F3dElement::Float32, std::string(4, '\0'));
     const auto sample = w.attribute("matrix_0", F3dElement::Matrix64, test::bytesOf(matrix));
     const auto mapping = w.thing("mapping", 0, {type, count, time, sample});
-    const std::string bytes = w.finish({w.thing("smoke.0", 0, {mapping, layer.write(w)})});
+    const std::string bytes =
+        w.finish({w.thing("smoke.0", 0, {mapping, layer.write(w), speedLayer.write(w)})});
     std::ofstream(f3d, std::ios::binary) << bytes;
 }
 
@@ -72,13 +85,14 @@ protected:
     void SetUp() override { writeCube(folder_.path() / "cube_0001.vdb"); }
 
     std::string container(const std::string& name, double opacity, int step,
-                          const std::string& files = "cube_####.vdb") const {
+                          const std::string& files = "cube_####.vdb",
+                          const std::string& cacheRows = "") const {
         return fmt::format(R"(
-            "{0}_cache": {{"plugin": "NmbShaderCache", "cache_path": "{3}/{4}"}},
+            "{0}_cache": {{"plugin": "NmbShaderCache", "cache_path": "{3}/{4}"{5}}},
             "{0}": {{"plugin": "NmbShaderSim", "cache": "@{0}_cache", "renderAsVolumetric": true,
                      "earg": 0, "darg": 5, "targ": 0, "smoketransp": {1}, "rendstep": {2},
                      "jitter": false, "lightcache": false}},)",
-                           name, opacity, step, folder_.path().string(), files);
+                           name, opacity, step, folder_.path().string(), files, cacheRows);
     }
     // Looks along z through the whole cube at a white background.
     std::string scene(const std::string& containers) const {
@@ -89,7 +103,7 @@ protected:
                        "position": [10, 10, 50], "target": [10, 10, 0], "up": [0, 1, 0]},
             "volumes": {"plugin": "NmbShaderSimVol"})";
     }
-    FrameBuffer picture(const std::string& body, int frame = 1, int threads = 2) {
+    FrameBuffer picture(const std::string& body, FrameNumber frame = 1, int threads = 2) {
         const auto made = make(body);
         EXPECT_NE(made, nullptr) << faults_;
         KeptFrames output;
@@ -143,6 +157,28 @@ TEST_F(CachePicture, Field3dAndOpenVdb_ShowTheSame) {
     EXPECT_GT(vdb.pixel(2, 6)[0], vdb.pixel(13, 6)[0] + 0.03);
     for (std::size_t i = 0; i < vdb.rgba.size(); ++i)
         EXPECT_NEAR(vdb.rgba[i], f3d.rgba[i], 1e-5) << i;
+}
+
+TEST_F(CachePicture, BetweenFrames_Field3dAndOpenVdbShowTheSame) {
+    writeRamps(folder_ / "ramp_0001.vdb", folder_ / "ramp_0001.f3d", 1, 9);
+    writeRamps(folder_ / "ramp_0002.vdb", folder_ / "ramp_0002.f3d", 1, 12);
+    const auto between = [&](const char* files, int method) {
+        const std::string rows = fmt::format(
+            R"(, "usrchmap": "2,density;4,vel(x);5,vel(y);6,vel(z);", "blend_method": {})", method);
+        return picture(scene(container("a", 0.3, 50, files, rows)),
+                       FrameNumber::ofUnits(1'500'000));
+    };
+    FrameBuffer byMethod[2];
+    for (const int method : {0, 1}) {
+        byMethod[method] = between("ramp_####.vdb", method);
+        const FrameBuffer f3d = between("ramp_####.f3d", method);
+        ASSERT_EQ(byMethod[method].rgba.size(), f3d.rgba.size());
+        for (std::size_t i = 0; i < f3d.rgba.size(); ++i)
+            EXPECT_NEAR(byMethod[method].rgba[i], f3d.rgba[i], 1e-5) << i;
+    }
+    EXPECT_GT(std::fabs(byMethod[0].pixel(2, 6)[0] - byMethod[1].pixel(2, 6)[0]), 0.01);
+    for (const std::string& line : lines_)
+        EXPECT_EQ(line.find("Between two frames"), std::string::npos) << line;
 }
 
 TEST_F(CachePicture, ValuesThatArentFinite_AreSaidOnceForASequence) {
