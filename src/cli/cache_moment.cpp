@@ -31,6 +31,8 @@ std::vector<CachePlayback::Smoothing> smoothingOf(const host::ParameterView& row
 
 WantedFrame findFile(const CachePlayback& playback, std::int64_t frame) {
     using NimbraEnum::Mode;
+    if (playback.isFile)
+        return {frame, true, playback.path, NimbraEnum::kAnyFrame, true};
     WantedFrame wanted;
     wanted.frame = frame;
     wanted.exists = NimbraEnum::chooseFile(playback.path, frame,

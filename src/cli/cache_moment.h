@@ -24,8 +24,9 @@ struct CachePlayback {
         int channel;
         float threshold, similarity, randomize;
     };
-    std::string name;  // of the plug-in; empty for plain files
-    std::string path;  // file or pattern, as it is looked for
+    std::string name;     // of the plug-in; empty for plain files
+    std::string path;     // file or pattern, as it is looked for
+    bool isFile = false;  // the path is that of one file, even if it looks like a pattern
     TimeBend bend;
     bool bent = true;  // the time bend applies
     int ticksPerFrame = 1000;

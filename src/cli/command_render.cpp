@@ -8,6 +8,7 @@
 
 #include "cli/commands.h"
 #include "cli/exit_codes.h"
+#include "cli/frame_names.h"
 #include "cli/render_job.h"
 
 namespace nimbra::cli {
@@ -36,7 +37,7 @@ int runRender(RenderCommand& o) {
     host::PluginRegistry registry(console.log());
     if (!loadPlugins(registry, o.render.module, console.log()))
         return kExitInput;
-    const std::string name = std::filesystem::path(o.scene).stem().string() + ".png";
+    const std::string name = plainName(std::filesystem::path(o.scene).stem().string()) + ".png";
     return renderDocument(document, o.render, name, registry, console);
 }
 

@@ -13,10 +13,10 @@
 #include <memory>
 #include <numeric>
 
+#include "cache/file_patterns.h"
 #include "cli/cache_frame.h"
 #include "cli/cache_moment.h"
 #include "cli/commands.h"
-
 #include "cli/exit_codes.h"
 #include "cli/frame_info.h"
 #include "cli/frame_names.h"
@@ -60,11 +60,43 @@ bool isOneFile(const std::string& path) {
     return fs::exists(path, error) && !fs::is_directory(path, error);
 }
 
+/// A file whose name caches would take for a pattern, under a name that they don't.
+class PlainAlias {
+public:
+    PlainAlias() = default;
+    PlainAlias(const PlainAlias&) = delete;
+    PlainAlias& operator=(const PlainAlias&) = delete;
+    ~PlainAlias() {
+        std::error_code ignored;
+        if (!folder_.empty())
+            fs::remove_all(folder_, ignored);
+    }
+    static bool isNeeded(const std::string& path) {
+        return FilePattern(path).hasNumber() && isOneFile(path);
+    }
+    /// Makes it. Throws std::runtime_error.
+    std::string of(const std::string& file) {
+        std::string folder = (fs::temp_directory_path() / "nimbra_XXXXXX").string();
+        if (!::mkdtemp(folder.data()))
+            throw std::runtime_error(
+                fmt::format("'{}': the name looks like a frame pattern, and no folder can be made "
+                            "for a link with another one; rename the file",
+                            file));
+        folder_ = folder;
+        const fs::path link = folder_ / ("cache" + fs::path(file).extension().string());
+        fs::create_symlink(file, link);
+        return link.string();
+    }
+
+private:
+    fs::path folder_;
+};
+
 std::string stemOf(const std::string& pattern) {
     std::string stem = fs::path(pattern).stem().string();
     while (!stem.empty() && (stem.back() == '#' || stem.back() == '_' || stem.back() == '.'))
         stem.pop_back();
-    return stem.empty() ? "view" : stem;
+    return stem.empty() ? "view" : plainName(stem);
 }
 
 /// Where the cache stands at a frame of the render; nothing for a time without a cache frame.
@@ -101,7 +133,7 @@ std::vector<std::string> filesNearest(const FileSequence& sequence, std::int64_t
 // Of a sequence without a wish, the frame in the middle: it shows most of what goes on.
 ViewInput findInput(const ViewCommand& o) {
     if (isOneFile(o.input) && o.render.frames.empty() && !o.render.time.any())
-        return {absolutePath(o.input), {o.input}, fs::path(o.input).stem().string(), {1}};
+        return {absolutePath(o.input), {o.input}, stemOf(o.input), {1}};
     const auto sequence = findSequence(o.input, {".kol", ".vdb", ".f3d"});
     if (!sequence)
         throw std::runtime_error(
@@ -241,7 +273,16 @@ bool readSample(const std::vector<std::string>& files, Console& console, std::st
 }
 
 int showCache(ViewCommand& o, Console& console) {
-    const ViewInput in = findInput(o);
+    ViewInput in = findInput(o);
+    PlainAlias alias;
+    if (PlainAlias::isNeeded(in.path)) {
+        if (!o.writeScene.empty()) {
+            console.log().error(fmt::format(
+                "'{}': a scene would take the name for a frame pattern; rename the file", o.input));
+            return kExitUsage;
+        }
+        in.path = alias.of(in.path);
+    }
     std::string sample;
     std::vector<GridSummary> grids;
     UpConvention up;

@@ -266,6 +266,15 @@ bool hasFramePattern(const std::string& path) {
     return false;
 }
 
+std::string plainName(std::string name) {
+    if (hasFramePattern(name))
+        std::replace_if(
+            name.begin(), name.end(),
+            [](char c) { return std::string_view("#@%$<").find(c) != std::string_view::npos; },
+            '_');
+    return name;
+}
+
 std::string fillFramePattern(const std::string& path, host::FrameNumber frame, int decimals) {
     return replacePatterns(path, [&](int width) { return frame.text(width, decimals); });
 }

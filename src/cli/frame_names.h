@@ -19,6 +19,9 @@ namespace nimbra::cli {
 /// True if the file name part of `path` holds a frame pattern.
 bool hasFramePattern(const std::string& path);
 
+/// The name with a "_" in place of what would make it a frame pattern.
+std::string plainName(std::string name);
+
 /// `path` with the frame number in place of every pattern of its file name. The padding is that of
 /// the digits in front of the point; `decimals`: at least so many behind it.
 std::string fillFramePattern(const std::string& path, host::FrameNumber frame, int decimals = 0);

@@ -97,6 +97,7 @@ private:
             return unusable(fmt::format("'{}': no such cache", input));
         CachePlayback playback;
         playback.path = fs::absolute(sequence->pattern).lexically_normal().string();
+        playback.isFile = sequence->frames.empty();
         playback.bend = o_.time.applied({});
         playback.blendMethod = o_.time.blend.value_or(0);
         return tell(input, [&](double) { return std::vector<CachePlayback>{playback}; });

@@ -155,6 +155,20 @@ TEST_F(CacheMoments, Pictures_BetweenFramesHaveTheirNamesAndTimes) {
     EXPECT_EQ(picture("render", {at("bare.json"), "--blend", "velocity"}).code, kExitUsage);
 }
 
+TEST_F(CacheMoments, NamesThatLookLikePatterns_AreFilesWhereThereAreSuch) {
+    for (const std::string name : {"k#1.kol", "a%d.kol", "b_####.kol"}) {
+        fs::copy_file(fs::path(NIMBRA_TEST_DATA) / "golden/kol/v6_small_plume.kol", at(name));
+        const std::vector<std::string> look{"view", at(name), "--size", "8x8",
+                                            "-s",   "1",      "-o",     at("v.exr")};
+        const Answer seen = run(look);
+        EXPECT_EQ(seen.code, kExitDone) << seen.err;
+        EXPECT_EQ(seen.err.find("warning"), std::string::npos) << seen.err;
+        EXPECT_EQ(info({"--at", "7", at(name)}).code, kExitDone) << name;
+        EXPECT_EQ(run({"convert", at(name), at("out.vdb")}).code, kExitDone) << name;
+    }
+    EXPECT_EQ(run({"view", at("k#1.kol"), "--write-scene", at("s.json")}).code, kExitUsage);
+}
+
 TEST_F(CacheMoments, Inputs_AreToldApartFromUsage) {
     const std::string pattern = at("s_####.vdb");
     const Answer text = info({"--at", "0.5", "--speed", "2", "--offset", "9", pattern});

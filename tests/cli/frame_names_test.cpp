@@ -24,6 +24,8 @@ TEST(FrameNames, Fill_TakesEveryForm) {
     EXPECT_EQ(toHashPattern("x/s_%04d.$F.vdb"), "x/s_####.#.vdb");
     EXPECT_TRUE(hasFramePattern("s.$F.exr"));
     EXPECT_FALSE(hasFramePattern("#dir/s.exr"));
+    EXPECT_EQ(plainName("shot#1$F"), "shot_1_F");
+    EXPECT_EQ(plainName("50% $5"), "50% $5");
 }
 
 TEST(FrameNames, Output_NumbersSeveralFramesAndFindsClashes) {
