@@ -188,16 +188,17 @@ void NimbraCachePlugin::reportImport(const std::string& warning, const std::stri
 }
 
 void NimbraCachePlugin::reportBlend(int status) {
+    if (frame_->missingFrame != NimbraFrameData::kNoFrame) {
+        progress()->printWarning(
+            "[NimbraCachePlugin] Between two frames of %s: frame %lld %s, %s\n", path_.c_str(),
+            static_cast<long long>(frame_->missingFrame),
+            frame_->missingIsUnreadable ? "can't be read" : "is missing",
+            frame_->data ? "the other one is shown" : "the other one is missing");
+        return;
+    }
     // An empty grid that can't be made has the number of a blend without IDs.
     if (!frame_->data)
         return;
-    if (frame_->missingFrame != NimbraFrameData::kNoFrame) {
-        progress()->printWarning(
-            "[NimbraCachePlugin] Between two frames of %s: frame %lld is missing, the other one is "
-            "shown\n",
-            path_.c_str(), static_cast<long long>(frame_->missingFrame));
-        return;
-    }
     const char* lack = nullptr;
     switch (status) {
         case kFrameScaleMismatch:

@@ -88,8 +88,10 @@ public:
     /// The frame that `data` is derived from, `data` itself when it wasn't blended. No reference.
     NimbraFrameData* sourceData = nullptr;
     /// The frame that `data` had to be blended with and couldn't be had, so that the other one
-    /// shows alone; kNoFrame when there is none.
+    /// shows alone, or nothing where neither could be had; kNoFrame when there is none.
     std::int64_t missingFrame = NimbraFrameData::kNoFrame;
+    /// Its file is there but can't be read.
+    bool missingIsUnreadable = false;
     /// The last load that failed; a repeat of it returns at once.
     std::int32_t failStatus = 0;
     std::int64_t failFrame = NimbraFrameData::kNoFrame;
@@ -147,7 +149,8 @@ private:
     int loadBlended(const Request& request, const FrameMix& mix, int method);
     bool loadEmptyGrid(const int size[3], float cellSize, bool isMayaFluid);
     /// Steps of a blend: both frames into blendFrom and blendTo, these into `data`, or one of them.
-    void lookUpSources(const Request& request, const FrameMix& mix, int (&status)[2]);
+    void lookUpSources(const Request& request, const FrameMix& mix, int (&status)[2],
+                       bool (&unreadable)[2]);
     int blendSources(const Request& request, const FrameMix& mix, int method);
     void standIn(const Request& request, std::int64_t frame, NimbraFrameData*& source);
     void releaseSources();

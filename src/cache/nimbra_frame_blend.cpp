@@ -23,6 +23,12 @@ int missingStatus(const int (&status)[2]) {
     return status[0] == kLoadNoFooter && status[1] == kLoadNoFooter ? kFrameDamaged : kFrameFailed;
 }
 
+/// Whether the file of a failed look-up is there. Where its damage is seen while it is opened, the
+/// status is the one of a file that isn't.
+bool isUnreadable(int status) {
+    return status != kLoadOk && (status != kLoadNotFound || !lastImportProblem().empty());
+}
+
 void logParticleProblem(const BlendResult& result) {
     const char* lacking = result.status == kFrameNoParticleId    ? "ID"
                           : result.status == kFrameNoParticleAge ? "AGE"
@@ -39,13 +45,20 @@ int NimbraFrame::loadBlended(const Request& request, const FrameMix& mix, int me
     frameDataArray.releaseFrame(std::exchange(data, nullptr));
     sourceData = nullptr;
     int status[2];
-    lookUpSources(request, mix, status);
+    bool unreadable[2];
+    lookUpSources(request, mix, status, unreadable);
     if (status[0] == kLoadOk && status[1] == kLoadOk)
         return blendSources(request, mix, method);
     freeBlendSources();
-    if (status[0] != kLoadOk && status[1] != kLoadOk)
+    if (status[0] != kLoadOk && status[1] != kLoadOk) {
+        // Damage is worth telling beside a gap.
+        if (unreadable[0] != unreadable[1])
+            missingFrame = unreadable[0] ? mix.first : mix.second;
+        missingIsUnreadable = true;
         return missingStatus(status);
+    }
     missingFrame = status[0] == kLoadOk ? mix.second : mix.first;
+    missingIsUnreadable = unreadable[0] || unreadable[1];
     if (status[0] == kLoadOk)
         standIn(request, mix.first, blendFrom);
     else
@@ -53,7 +66,8 @@ int NimbraFrame::loadBlended(const Request& request, const FrameMix& mix, int me
     return data ? kFrameLoaded : kFrameFailed;
 }
 
-void NimbraFrame::lookUpSources(const Request& request, const FrameMix& mix, int (&status)[2]) {
+void NimbraFrame::lookUpSources(const Request& request, const FrameMix& mix, int (&status)[2],
+                                bool (&unreadable)[2]) {
     // The frames of the last blend go last: one that serves again isn't read twice.
     const HeldFrame oldFrom(blendFrom), oldTo(blendTo);
     constexpr bool kKeepOld = false;
@@ -62,9 +76,12 @@ void NimbraFrame::lookUpSources(const Request& request, const FrameMix& mix, int
     blendFrom = blendTo = nullptr;
     status[0] = lookUp(blendFrom, mix.first, request, kKeepOld, kShared);
     const std::string problem = status[0] == kLoadOk ? std::string() : lastImportProblem();
+    unreadable[0] = isUnreadable(status[0]);
+    setImportProblem("");
     status[1] = lookUp(blendTo, mix.second, request, kKeepOld, kShared);
-    // The one that can be read must not hide why the other one can't.
-    if (!problem.empty() && status[1] == kLoadOk)
+    unreadable[1] = isUnreadable(status[1]);
+    // The one that can be read, or isn't there, must not hide why the other one can't.
+    if (!unreadable[1])
         setImportProblem(problem);
     if (blendFrom != oldFrom.get() || blendTo != oldTo.get() || !blendSourceValid)
         freeBlendSources();

@@ -264,12 +264,22 @@ TEST_F(CachePlugin, WhatABlendLacks_IsToldToTheUser) {
         EXPECT_EQ(renderer.log.count("warning: "), c.told ? 1 : 0);
         EXPECT_EQ(renderer.log.count(c.told ? c.told : "Between two frames"), c.told ? 1 : 0);
     }
-    files.remove(2);
-    for (const double time : {1.5, 2.5}) {
+    const auto told = [&](double time, const char* text) {
         renderer.log.lines.clear();
-        EXPECT_NE(frameAt(time), -1);
-        EXPECT_EQ(renderer.log.count("frame 2 is missing, the other one is shown"), 1) << time;
-    }
+        frameAt(time);
+        EXPECT_EQ(renderer.log.count("warning: [NimbraCachePlugin] Between two frames"), 1) << time;
+        EXPECT_EQ(renderer.log.count(text), 1) << time;
+    };
+    files.remove(2);
+    for (const double time : {1.5, 2.5})
+        told(time, "frame 2 is missing, the other one is shown");
+    files.damage(2);
+    for (const double time : {1.5, 2.5})
+        told(time, "frame 2 can't be read, the other one is shown");
+    files.remove(3);
+    told(2.5, "frame 2 can't be read, the other one is missing");
+    files.remove(1);
+    told(1.5, "frame 2 can't be read, the other one is missing");
 }
 
 TEST_F(CachePlugin, LoopOverlap_BlendsWithTheFrameBehindTheEnd) {
