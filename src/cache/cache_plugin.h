@@ -67,7 +67,7 @@ private:
     /// The rows of the table, kept current by the parameter list. Bool rows are ints.
     struct Rows {
         std::string cache_path, usrchmap;
-        int velocities_from_uvw = 0, isMayaFluid = 0, empty_grid_up_axis = 2;
+        int velocities_from_uvw = 0, isMayaFluid = 0;
         float grid_size_x = 1, grid_size_y = 1, grid_size_z = 1, cell_size = 1;
         int anim_mode = 0, loop_overlap = 0, blend_method = 0;
         int read_offset = 0, play_at = 0, max_length = 0;

@@ -289,8 +289,12 @@ int showCache(ViewCommand& o, Console& console) {
     if (!readSample(in.samples, console, sample, grids, up))
         return kExitInput;
     o.wishes.upAxis = upAxisNamed(o.up);
+    if (isKol(sample) && !o.wishes.mapping.empty()) {
+        console.log().warning(
+            "--map is left aside: .kol files say themselves what their grids are");
+        o.wishes.mapping.clear();
+    }
     ViewLook look = chooseLook(grids, o.wishes, up);
-    // Channels of these files need no mapping.
     if (isKol(sample))
         look.mapping.clear();
     if (look.subject == Subject::Nothing) {

@@ -34,7 +34,9 @@ void JobProgress::rendering(double share, double, double) {
 }
 
 void JobProgress::frameFinished(host::FrameNumber frame, host::RenderStatus status) {
-    show(1);
+    // What was broken off isn't done.
+    if (status != host::RenderStatus::Aborted)
+        show(1);
     if (status == host::RenderStatus::Complete)
         console_.note("wrote " + pathOf_(frame));
     share_ = 0;

@@ -16,6 +16,7 @@
 #include "cli/job_progress.h"
 #include "cli/picture_size.h"
 #include "cli/statistics_text.h"
+#include "host/camera_plugin.h"
 #include "host/path_tracer.h"
 #include "host/picture_output.h"
 #include "host/render_settings.h"
@@ -259,6 +260,10 @@ int renderDocument(host::SceneDocument& document, const RenderOptions& o,
                            [](const host::SceneMessage& m) { return m.location.line == 0; })
                    ? kExitUsage
                    : kExitInput;
+    if (scene->pluginsOf<host::CameraPlugin>().empty()) {
+        console.log().error(document.path + ": the scene has no TessraCamera");
+        return kExitInput;
+    }
     Job job = planJob(scene->pluginsOf<host::SettingsPlugin>().front()->read(0), o, defaultOutput);
     if (o.skipExisting)
         leaveOutExisting(job, console);

@@ -31,7 +31,9 @@ void addRenderOptions(CLI::App& command, RenderOptions& o) {
     command.add_option("-t,--threads", o.threads, "Render threads; 0: all allowed processors")
         ->check(CLI::Range(0, 64));
     command.add_option("--seed", o.seed, "Seed of the random numbers");
-    command.add_option("--set", o.sets, "A parameter of the scene, like --set smoke.rendstep=50")
+    command
+        .add_option("--set", o.sets,
+                    "A parameter of the scene, like --set NmbShaderSim.rendstep=50")
         ->type_name("PLUGIN.PARAM=VALUE")
         ->allow_extra_args(false);
     command.add_flag("--preview", o.preview, "Half size, a quarter of the samples, larger steps");

@@ -11,6 +11,7 @@
 #include <optional>
 #include <utility>
 
+#include "cache/channel_mapping.h"
 #include "cli/grid_names.h"
 
 namespace nimbra::cli {
@@ -61,6 +62,7 @@ struct Cast {
     const GridSummary* velocity = nullptr;
     const GridSummary* color = nullptr;
     std::array<const GridSummary*, 3> velocities{}, colors{};
+    int fireChannel = kFuel;  // where `flame` goes
 
     bool colored() const { return color || colors[0]; }
 };
@@ -68,6 +70,26 @@ struct Cast {
 // Only positive values make smoke or fire.
 const GridSummary* withMatter(const GridSummary* g) {
     return g && g->max > 0 ? g : nullptr;
+}
+
+bool hasMain(const Cast& c) {
+    return c.smoke || c.flame || c.surface;
+}
+
+// Heat isn't negative: signed values with no matter beside them are distances to a surface.
+void showSignedHeat(Cast& c) {
+    const GridSummary* heat = c.temperature;
+    if (!hasMain(c) && heat &&
+        (heat->kind == GridSummary::Kind::LevelSet || heat->min < -0.05 * heat->max))
+        std::swap(c.surface, c.temperature);
+}
+
+// Heat alone is shown as fire.
+void showHeat(Cast& c) {
+    if (hasMain(c) || !withMatter(c.temperature))
+        return;
+    std::swap(c.flame, c.temperature);
+    c.fireChannel = kTemperature;
 }
 
 Cast choose(const std::vector<GridSummary>& grids) {
@@ -89,20 +111,60 @@ Cast choose(const std::vector<GridSummary>& grids) {
             if (!c.surface && drawable(g) && g.kind == GridSummary::Kind::LevelSet)
                 c.surface = &g;
     }
-    // Heat isn't negative: signed values with no matter beside them are distances to a surface.
-    if (!c.smoke && !c.flame && !c.surface && c.temperature &&
-        c.temperature->min < -0.05 * c.temperature->max)
-        std::swap(c.surface, c.temperature);
+    showSignedHeat(c);
     // No known name: the scalar grid with the most matter is shown as smoke.
-    if (!c.smoke && !c.flame && !c.surface)
+    if (!hasMain(c))
         for (const GridSummary& g : grids)
             if (drawable(g) && g.kind == GridSummary::Kind::Scalar && g.max > 0 &&
                 &g != c.temperature && (!c.smoke || g.activeVoxels > c.smoke->activeVoxels))
                 c.smoke = &g;
-    if (!c.smoke && !c.flame && !c.surface && c.temperature) {
-        c.flame = c.temperature;
-        c.temperature = nullptr;
+    showHeat(c);
+    return c;
+}
+
+/// The grid that a name in a mapping text means: its own, or a vector grid's with the component
+/// behind it. Null for one that holds nothing.
+const GridSummary* findMapped(const std::vector<GridSummary>& grids, const std::string& name) {
+    for (const char* suffix : {"", "(x)", ".x"})
+        for (const GridSummary& g : grids) {
+            const bool whole = *suffix == '\0';
+            if (g.readable && !g.empty() && (whole || g.kind == GridSummary::Kind::Vector) &&
+                name.size() == g.name.size() + std::strlen(suffix) && name.starts_with(g.name))
+                return &g;
+        }
+    return nullptr;
+}
+
+Cast chooseByMapping(const std::vector<GridSummary>& grids, const std::string& mapping) {
+    Cast c;
+    const auto takeComponent = [](const GridSummary* g, int axis, const GridSummary*& vector,
+                                  std::array<const GridSummary*, 3>& components) {
+        if (g->kind == GridSummary::Kind::Vector)
+            vector = g;
+        else
+            components[static_cast<std::size_t>(axis)] = g;
+    };
+    for (const CacheIO::GridMapping& entry : CacheIO::parseChannelMap(mapping)) {
+        const GridSummary* const g = findMapped(grids, entry.name);
+        const int channel = entry.channel;
+        if (!g)
+            continue;
+        if (channel == kSmoke)
+            c.smoke = withMatter(g);
+        else if (channel == kFuel)
+            c.flame = withMatter(g);
+        else if (channel == kTemperature)
+            c.temperature = g;
+        else if (channel >= kVelocityX && channel < kVelocityX + 3)
+            takeComponent(g, channel - kVelocityX, c.velocity, c.velocities);
+        else if (channel >= kColorR && channel < kColorR + 3)
+            takeComponent(g, channel - kColorR, c.color, c.colors);
     }
+    for (auto* three : {&c.velocities, &c.colors})
+        if (std::find(three->begin(), three->end(), nullptr) != three->end())
+            *three = {};
+    showSignedHeat(c);
+    showHeat(c);
     return c;
 }
 
@@ -145,7 +207,7 @@ std::string mappingText(const Cast& c) {
     std::string text;
     addEntry(text, kSmoke, c.smoke);
     addEntry(text, kTemperature, c.surface ? c.surface : c.temperature);
-    addEntry(text, kFuel, c.flame);
+    addEntry(text, c.fireChannel, c.flame);
     const char* const xyz[] = {"(x)", "(y)", "(z)"};
     for (int a = 0; a < 3; ++a) {
         addEntry(text, kVelocityX + a, c.velocity, xyz[a]);
@@ -256,8 +318,8 @@ void smokeSettings(const Cast& c, const ViewWishes& wishes, Settings& out) {
 void fireSettings(const Cast& c, const ViewWishes& wishes, Settings& out) {
     const GridSummary& g = *c.flame;
     const double top = g.max;
-    const bool isFuel = g.kind == GridSummary::Kind::Scalar;
-    out.emplace_back("earg", isFuel ? "10" : "1");
+    const std::string channel = std::to_string(c.fireChannel);
+    out.emplace_back("earg", channel);
     std::string positions, values;
     for (const double x : {0.0, 0.08, 0.3, 0.6, 1.0})
         positions += (positions.empty() ? "" : ", ") + number(x * top);
@@ -274,7 +336,7 @@ void fireSettings(const Cast& c, const ViewWishes& wishes, Settings& out) {
     out.emplace_back("emult", number(100 * wishes.fireScale * 2.5 / (level * typicalThickness(g))));
     if (!c.smoke) {
         out.emplace_back("darg", "0");
-        out.emplace_back("targ", "10");
+        out.emplace_back("targ", channel);
         out.emplace_back("transp_positions", "[0, " + number(top) + "]");
         out.emplace_back("transp_values", "[0, 0.05]");
         out.emplace_back("transp_interpolations", "[1, 1]");
@@ -343,10 +405,14 @@ std::string explain(const Cast& c, const std::vector<GridSummary>& grids) {
 ViewLook chooseLook(const std::vector<GridSummary>& grids, const ViewWishes& wishes,
                     const UpConvention& up) {
     ViewLook look;
-    Cast cast = choose(grids);
+    const bool mapped = !wishes.mapping.empty();
+    Cast cast = mapped ? chooseByMapping(grids, wishes.mapping) : choose(grids);
     const GridSummary* main = mainGrid(cast);
     if (!main) {
-        look.explanation = "nothing to show: the file holds " + list(grids);
+        look.explanation =
+            mapped ? fmt::format("nothing to show by the mapping '{}': the file holds {}",
+                                 wishes.mapping, list(grids))
+                   : "nothing to show: the file holds " + list(grids);
         return look;
     }
     dropForeignTransforms(cast);
@@ -354,7 +420,7 @@ ViewLook chooseLook(const std::vector<GridSummary>& grids, const ViewWishes& wis
                    : cast.smoke && cast.flame ? Subject::FireAndSmoke
                    : cast.flame               ? Subject::Fire
                                               : Subject::Smoke;
-    look.mapping = wishes.mapping.empty() ? mappingText(cast) : wishes.mapping;
+    look.mapping = mapped ? wishes.mapping : mappingText(cast);
     look.explanation = explain(cast, grids);
     look.upAxis = wishes.upAxis >= 0 ? wishes.upAxis : chooseUpAxis(cast, up);
     const Box box = worldBox(*main);

@@ -84,8 +84,8 @@ Job::~Job() {
     payload.reset();
     if (!onThread_)
         return;
-    events_->quit.set();
-    if (!events_->exited.waitFor(kExitTime))
+    events_->quitEvent.set();
+    if (!events_->exitedEvent.waitFor(kExitTime))
         logLine("#job of %s did not exit properly\n", GetParentName());
 }
 
@@ -99,14 +99,14 @@ void Job::Run(int) {
     if (parent && ++parent->startedCount == parent->threadCount)
         parent->allStarted_.set();
     // From here on the job may be gone whenever it isn't woken.
-    while (&Event::waitAny(events->wake, events->quit) == &events->wake) {
-        events->wake.reset();
+    while (&Event::waitAny(events->wakeEvent, events->quitEvent) == &events->wakeEvent) {
+        events->wakeEvent.reset();
         if (parent)
             parent->callBody(this);
-        events->done.set();
+        events->doneEvent.set();
     }
     vallocTerminateForCurrentThread();
-    events->exited.set();
+    events->exitedEvent.set();
 }
 
 // --- NmbParallel ---------------------------------------------------------------------------------
@@ -253,8 +253,8 @@ void NmbParallel::runJobs(TessUtils::ProgressCallback* callback) {
 
     for (Job* job = firstJob; job; job = job->next) {
         if (job->onThread_) {
-            job->events_->done.reset();
-            job->events_->wake.set();
+            job->events_->doneEvent.reset();
+            job->events_->wakeEvent.set();
         } else {
             callBody(job);
         }
@@ -268,7 +268,7 @@ void NmbParallel::runJobs(TessUtils::ProgressCallback* callback) {
 }
 
 void NmbParallel::waitForJob(Job& job) {
-    while (!job.events_->done.waitFor(kPollTime)) {
+    while (!job.events_->doneEvent.waitFor(kPollTime)) {
         if (progressCallback) {
             progressCallback->setProgress(progress);
             progressCallback->processEvents();
@@ -321,7 +321,7 @@ int NmbParallel::YieldToWake(Job* job) {
         return 0;
     NmbParallel& owner = *job->parent;
     while (owner.finished != job->index) {
-        if (job->events_->quit.isSet() || owner.IsAborted())
+        if (job->events_->quitEvent.isSet() || owner.IsAborted())
             return 1;
         std::this_thread::sleep_for(1ms);
     }

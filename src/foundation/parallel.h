@@ -50,10 +50,10 @@ public:
 /// not touch a job that is gone.
 struct JobEvents {
     EventDomain domain;
-    Event wake{domain, Event::Reset::Manual};
-    Event done{domain, Event::Reset::Automatic};
-    Event quit{domain, Event::Reset::Automatic};
-    Event exited{domain, Event::Reset::Automatic};
+    Event wakeEvent{domain, Event::Reset::Manual};
+    Event doneEvent{domain, Event::Reset::Automatic};
+    Event quitEvent{domain, Event::Reset::Automatic};
+    Event exitedEvent{domain, Event::Reset::Automatic};
 };
 
 /// One share of a computation, and the body of the thread that works on it.

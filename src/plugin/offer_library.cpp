@@ -2,10 +2,10 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // What happens when a host asks the library for its plug-ins.
-#include <cstdio>
 #include <string>
 
 #include "cache/external_readers.h"
+#include "foundation/log.h"
 #include "plugin/plugin_table.h"
 
 namespace nimbra {
@@ -31,9 +31,9 @@ PluginLibDesc* offerLibrary(const char* moduleFileName) {
     }
     // The host has no log yet at this time.
     if (!(ready & kField3dReader))
-        std::fputs("NmbShader: Cannot load 3rd party field3d library!\n", stdout);
+        NMBUtils::printLine("NmbShader: Cannot load 3rd party field3d library!\n");
     if (!(ready & kOpenVdbReader))
-        std::fputs("NmbShader: Cannot load 3rd party openvdb library!\n", stdout);
+        NMBUtils::printLine("NmbShader: Cannot load 3rd party openvdb library!\n");
     return &libDesc();
 }
 

@@ -74,6 +74,7 @@ void NimbraSimPlugin::followMotion(const FrameLoad& load) {
     flags &= ~kOriginMotion;
     if (rows_.velocitiesFromUvw && hasOrigin)
         flags |= kOriginMotion;
+    useVelocityChannels = !rows_.velocitiesFromUvw || has(kOriginMotion);
 }
 
 void NimbraSimPlugin::followWind(const FrameLoad& load) {

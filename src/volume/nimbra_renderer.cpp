@@ -62,7 +62,7 @@ void NimbraRenderer::sampleTexture(Color& out, int index, const Vector& uvw,
 }
 
 Vector NimbraRenderer::getVelocity(const Vector& pos) const {
-    if (!velocity[0].loaded || !velocity[1].loaded || !velocity[2].loaded)
+    if (!useVelocityChannels || !velocity[0].loaded || !velocity[1].loaded || !velocity[2].loaded)
         return {};
     constexpr std::uint32_t kAllThree = 7;
     const float position[3] = {pos.x, pos.y, pos.z};
@@ -80,6 +80,7 @@ void NimbraRenderer::release() {
         channel.free();
         channel.resetRange();
     }
+    useVelocityChannels = true;
     velocityMult = 1;
     moveGridWithVelocity = false;
 }

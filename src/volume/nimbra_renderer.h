@@ -34,7 +34,7 @@ public:
     bool hasTexture(int index) const override;
 
     /// Cells per second of the grid's content within its container. Zero without all three
-    /// velocity channels.
+    /// velocity channels, and where they aren't to be used.
     TessUtils::Vector getVelocity(const TessUtils::Vector& pos) const override;
 
     void release() override;
@@ -44,6 +44,8 @@ public:
 
     /// Channels of the stored velocity in cells per second; empty without motion blur.
     GridChannelProxy<float> velocity[3];
+    /// False where the origin of each voxel's content was to tell its motion and isn't known.
+    bool useVelocityChannels = true;
     float velocityMult = 1;
     /// Whether the movement of the container is to be taken out of the stored velocity.
     bool moveGridWithVelocity = false;

@@ -270,6 +270,7 @@ TEST_F(CacheCommands, Failures_LeaveNothingBehind) {
     folder_.write("old.dat", "anything");
     folder_.write("bad.vdb", "no tree");
     folder_.write("bad.kol", "no cache at all");
+    folder_.write("bad.json", "{\"nimbra\": 1}");
     fs::create_directory(at("folder.kol"));
     const struct {
         const char* line;
@@ -300,6 +301,8 @@ TEST_F(CacheCommands, Failures_LeaveNothingBehind) {
         {"dump -o OUT.ply GOOD", kExitInput, "no such particles"},
         {"dump --json BAD.kol", kExitInput, "bad.kol: "},
         {"info BAD.kol", kExitInput, "bad.kol: "},
+        {"render -o OUT.png BAD.json", kExitInput, "bad.json: the scene has no TessraCamera"},
+        {"view --map 2,dens; -o OUT.png GOOD", kExitInput, "nothing to show by the mapping"},
     };
     const std::vector<std::string> before = files();
     for (const auto& c : cases) {

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <sstream>
 
+#include "cli/job_progress.h"
+
 namespace nimbra::cli {
 namespace {
 
@@ -65,6 +67,24 @@ TEST(ProgressPrinter, JsonAndAlf_AreReadByPrograms) {
     ProgressPrinter queue(alf, ProgressMode::Alf, false);
     queue.update(at(0.42, 1));
     EXPECT_NE(alf.str().find(" | alf_progress  42%\n"), std::string::npos) << alf.str();
+}
+
+TEST(JobProgress, FrameThatIsBrokenOff_DoesntCountAsDone) {
+    for (const auto status : {host::RenderStatus::Complete, host::RenderStatus::Aborted}) {
+        testing::internal::CaptureStderr();
+        {
+            ConsoleOptions options;
+            options.progress = ProgressMode::Alf;
+            Console console(options);
+            JobProgress progress(console, [](host::FrameNumber) { return "a.exr"; });
+            progress.frameStarted(1, 0, 1);
+            progress.rendering(0.4, 1, 2);
+            progress.frameFinished(1, status);
+            console.endProgress();
+        }
+        const bool done = testing::internal::GetCapturedStderr().find("100%") != std::string::npos;
+        EXPECT_EQ(done, status == host::RenderStatus::Complete);
+    }
 }
 
 }  // namespace

@@ -81,6 +81,39 @@ TEST(ViewLook, Subjects_FollowWhatTheFileHolds) {
     EXPECT_EQ(chooseLook({}).subject, Subject::Nothing);
 }
 
+TEST(ViewLook, Mapping_DecidesWhatIsShown) {
+    const auto shown = [](const std::string& mapping) {
+        GridSummary distance = grid("phi", GridSummary::Kind::LevelSet);
+        distance.min = distance.mean = -4;
+        return chooseLook({grid("density"), grid("flame"), grid("heat"), grid("vel", kVector),
+                           distance, emptyGrid("soot")},
+                          {.mapping = mapping});
+    };
+    const struct {
+        const char *mapping, *explanation, *earg, *targ;
+    } kCases[] = {
+        {"2,heat;4,vel(x);5,vel.y;6,vel(z);", "showing smoke from 'heat', velocity from 'vel'", "0",
+         "0"},
+        {"2,density;10,heat;", "showing smoke from 'density', fire from 'heat'", "10", "0"},
+        {"1,heat;", "showing fire from 'heat'", "1", "1"},
+        {"1,phi;", "showing a level set from 'phi'", "0", "1"},
+        {"2,soot;10,nothing;",
+         "nothing to show by the mapping '2,soot;10,nothing;': the file holds density, flame, "
+         "heat, vel, phi, soot (empty)",
+         "", ""},
+    };
+    for (const auto& c : kCases) {
+        const ViewLook look = shown(c.mapping);
+        EXPECT_EQ(look.explanation, c.explanation);
+        EXPECT_EQ(settingOf(look, "earg"), c.earg) << c.mapping;
+        EXPECT_EQ(settingOf(look, "targ"), c.targ) << c.mapping;
+    }
+    // Files that name their channels themselves have heat in its own one.
+    const ViewLook hot = chooseLook({grid("temperature")});
+    EXPECT_EQ(hot.mapping, "1,temperature;");
+    EXPECT_EQ(settingOf(hot, "earg"), "1");
+}
+
 TEST(ViewLook, GridsOfAnotherTransform_StayOut) {
     GridSummary coarse = grid("velocity", kVector);
     for (int a = 0; a < 3; ++a)

@@ -94,12 +94,17 @@ TEST_F(SimMotion, ExplicitVelocities_NeedOneEntryForEachCell) {
 
 TEST_F(SimMotion, VelocitiesFromOrigin_AreBoundAndFlagged) {
     f.renderer.sequence.motionBlurOn = 1;
+    addVelocity(3);
+    f.set("velocities_from_uvw", true);
+    EXPECT_EQ(load().getVelocity({1, 1, 1}), Vector()) << "the origins that were to tell it";
+    f.set("velocities_from_uvw", false);
     f.cache.frame->channels[kAdvectionOriginY].allocate(f.cache.frame->gridSize);
     f.cache.frame->channelMask |= channelBit(kAdvectionOriginY);
     EXPECT_FALSE(load().has(kOriginMotion));
     f.set("velocities_from_uvw", true);
     NimbraRenderer& shader = load();
     EXPECT_TRUE(shader.has(kOriginMotion));
+    EXPECT_FLOAT_EQ(shader.getVelocity({1, 1, 1}).x, 3);
     EXPECT_FALSE(shader.channels[kSlotOrigin].loaded);
     EXPECT_TRUE(shader.channels[kSlotOrigin + 1].loaded);
 }
