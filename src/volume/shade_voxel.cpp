@@ -35,8 +35,9 @@ Color velocityElement(const VolumeShader& shader, const RaySegment& segment,
 /// The direction in which opacity falls, in world space, by forward differences.
 Color normalElement(const VolumeShader& shader, const RaySegment& segment, bool probabilistic) {
     const float h = shader.sampler == 0 ? 1.0f : 0.01f;
+    // A random interaction counts as opaque; this is what its opacity was.
     const float inverse = segment.invAlpha;
-    const float here = probabilistic ? (inverse != 0 ? 1 / inverse : 0) : mean(segment.alpha);
+    const float red = inverse != 0 ? 1 / inverse : 0;
     Vector gradient;
     for (int axis = 0; axis < 3; ++axis) {
         Vector shifted = segment.samplePos;
@@ -44,7 +45,8 @@ Color normalElement(const VolumeShader& shader, const RaySegment& segment, bool 
         VoxelSample sample;
         shader.sampleVoxel(shifted, sample, shader.sampleMask | kSampleT, nullptr, segment.time,
                            -1);
-        gradient[axis] = here - mean(shader.getOpacity(sample, segment.stepWorld));
+        const Color there = shader.getOpacity(sample, segment.stepWorld);
+        gradient[axis] = probabilistic ? red - mean(there) : mean(segment.alpha - there);
     }
     Vector normal = shader.worldNormalFromGrid[0].applyVector(gradient);
     const float size = length(normal);

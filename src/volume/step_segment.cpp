@@ -22,13 +22,6 @@ bool isProbabilistic(const VolumeShader& shader, bool colored, std::uint32_t kin
     return shader.has(kProbBounces) && (kind & (kKindGI | kKindLightPass)) != 0;
 }
 
-int pickFilter(const VolumeShader& shader, std::uint32_t kind) {
-    if ((kind & (kKindGI | kKindLightPass)) != 0)
-        return 0;
-    const bool cheap = (kind & kKindTransparency) != 0;
-    return cheap ? std::min(shader.sampler, 1) : shader.sampler;
-}
-
 /// The channels that a step looks at.
 std::uint32_t pickMask(const VolumeShader& shader, std::uint32_t state, bool wantDiffuse) {
     const bool emissive = shader.has(kEmissive);
@@ -166,8 +159,7 @@ public:
             return skip();
         opacity = std::min(opacity, 1.0f);
         segment.alpha = {opacity, opacity, opacity};
-        if (colored)
-            segment.invAlpha = opacity > 1e-6f ? 1 / opacity : 0;
+        segment.invAlpha = opacity > 1e-6f ? 1 / opacity : 0;
         return true;
     }
 
@@ -238,8 +230,8 @@ private:
 
     /// Thins the smoke at the grid's border and keeps it at most opaque.
     void limitOpacity() {
-        fade = shader.softb > 0.5f ? borderFade(shader, look.pos) : 1.0f;
-        if (fade < 1.0f && !onlyEmission)
+        fade = borderFade(shader, look.pos);
+        if (!onlyEmission)
             fadeOpacity(segment.alpha, fade);
         segment.alpha = {std::min(segment.alpha.r, 1.0f), std::min(segment.alpha.g, 1.0f),
                          std::min(segment.alpha.b, 1.0f)};

@@ -23,8 +23,10 @@ inline TessUtils::Color emissionForRay(const VolumeShader& shader, const Illumin
     return shader.getEmission(sample, stepWorld);
 }
 
-/// Distance to the grid's faces over `softb`, 0 to 1.
+/// Distance to the grid's faces over `softb`, 0 to 1; a border of half a cell or less doesn't fade.
 inline float borderFade(const VolumeShader& shader, const TessUtils::Vector& pos) {
+    if (!(shader.softb > 0.5f))
+        return 1;
     float b = shader.softb;
     for (int axis = 0; axis < 3; ++axis) {
         const float high = static_cast<float>(shader.gridSize[axis] - 1) - pos[axis];
@@ -33,12 +35,23 @@ inline float borderFade(const VolumeShader& shader, const TessUtils::Vector& pos
     return std::max(b, 0.0f) / shader.softb;
 }
 
-/// Thins the optical depth linearly: 1 - (1 - alpha)^fade. An opaque channel stays opaque.
+/// Thins the optical depth linearly: 1 - (1 - alpha)^fade. An opaque channel stays opaque, and a
+/// fade of 1 changes nothing.
 inline void fadeOpacity(TessUtils::Color& alpha, float fade) {
+    if (!(fade < 1))
+        return;
     for (int i = 0; i < 3; ++i) {
         if (alpha[i] < 1)
             alpha[i] = 1 - fastExp(std::log(1 - alpha[i]) * fade);
     }
+}
+
+/// The filter by which a step reads the grid. Rays that are many and blurred take the cheapest one.
+inline int pickFilter(const VolumeShader& shader, std::uint32_t kind) {
+    if ((kind & (kKindGI | kKindLightPass)) != 0)
+        return 0;
+    const bool cheap = (kind & kKindTransparency) != 0;
+    return cheap ? std::min(shader.sampler, 1) : shader.sampler;
 }
 
 /// Whether the map of empty voxels marks the voxel of a position; never outside the grid.

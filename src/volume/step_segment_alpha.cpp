@@ -27,7 +27,7 @@ bool VolumeShader::stepSegmentAlpha(RaySegment& segment, Illuminator& illuminato
     // The walk itself starts back by a random part of a step, so that later steps need no jitter.
     if (first && has(kJitter))
         segment.tCur -= segment.stepT * illuminator.random();
-    const int filter = std::min(sampler, 1);
+    const int filter = pickFilter(*this, illuminator.kind | kKindTransparency);
     const std::uint32_t mask = has(kTexOpacity) ? 0u : kSampleT;
     VoxelSample sample;
     for (int round = 0; round < kMaxMarchRounds && advanceAlpha(segment); ++round) {
@@ -38,8 +38,7 @@ bool VolumeShader::stepSegmentAlpha(RaySegment& segment, Illuminator& illuminato
         TessUtils::Color alpha = getOpacity(sample, segment.stepLength) * shadowDensityScale;
         if (largest(alpha) <= segment.stepLength * skiptransp)
             continue;
-        if (softb > 0.5f)
-            fadeOpacity(alpha, borderFade(*this, pos));
+        fadeOpacity(alpha, borderFade(*this, pos));
         segment.alpha = {std::min(alpha.r, 1.0f), std::min(alpha.g, 1.0f), std::min(alpha.b, 1.0f)};
         segment.time = time;
         segment.samplePos = pos;

@@ -535,6 +535,40 @@ TEST(Marcher, PlainSmoke_IsNoOtherThanAnySmoke) {
             }
 }
 
+TEST(Marcher, StepsForOpacityAlone_AreThoseOfShadowRays) {
+    auto box = makeBox(30, 6, 6, 0.0f);
+    box->fill(kSmoke, unevenSmoke);
+    box->params.set("sampler", 2);
+    box->params.set("softb", 1.5);
+    box->params.set("pmbounces", 0);
+    box->load();
+    box->shader.shadowDensityScale = 0.7f;
+    for (const std::uint32_t kind :
+         {std::uint32_t{kKindTransparency}, kKindTransparency | kKindGI}) {
+        TestIlluminator illuminator;
+        illuminator.kind = kind;
+        const VolumeShader* shader = &box->shader;
+        ShadeQuery ray = rayAlongX(2.4, 3.1, -2, 40);
+        ray.shaders = &shader;
+        ray.count = 1;
+        RayData rays[2];
+        for (RayData& data : rays) {
+            data.illuminator = &illuminator;
+            ASSERT_FALSE(BuildSegments(data, ray));
+        }
+        RaySegment &full = *rays[0].head, &lean = *rays[1].head;
+        int steps = 0;
+        bool more = true;
+        for (; more; ++steps) {
+            more = shader->stepSegment(full, illuminator, 0, steps == 0, nullptr);
+            ASSERT_EQ(shader->stepSegmentAlpha(lean, illuminator, 0, steps == 0), more);
+            ASSERT_EQ(lean.samplePos, full.samplePos);
+            ASSERT_EQ(lean.alpha, full.alpha) << "kind " << kind << " at " << full.tCur;
+        }
+        EXPECT_GT(steps, 5);
+    }
+}
+
 TEST(Marcher, Jitter_MovesTheSamplesNotTheWalk) {
     auto box = makeBox(12, 6, 6, 0.0f, 1.0);
     box->fill(kSmoke, [](int x, int, int) { return static_cast<float>(x); });
@@ -587,10 +621,18 @@ TEST(Marcher, NormalElement_PointsDownTheDensity) {
     TestIlluminator illuminator;
     const auto box = litBox(illuminator);
     illuminator.wantedElements = 1u << kElementNormal;
-    shadeOver({}, rayAlongX(2.6, 3.2, -2, 20), {&box->shader}, illuminator);
-    const Color normal = illuminator.written[kElementNormal];
-    EXPECT_LT(normal.r, -0.3f) << "density rises along x";
-    EXPECT_NEAR(normal.g, 0, 1e-3);
+    // Blended, by chance, and by chance beyond the volume's bounces.
+    for (const int way : {0, 1, 2}) {
+        ShadeQuery ray = rayAlongX(2.6, 3.2, -2, 20);
+        ray.probabilisticSamples = way > 0 ? 1 : 0;
+        illuminator.kind = way > 1 ? kKindDiffuse : 0u;
+        illuminator.bounces = box->shader.bounces + 1;
+        illuminator.randomNumbers = {0.5f, 0.5f, 0.5f};
+        shadeOver({}, ray, {&box->shader}, illuminator);
+        const Color normal = illuminator.written[kElementNormal];
+        EXPECT_LT(normal.r, -0.3f) << "density rises along x, way " << way;
+        EXPECT_NEAR(normal.g, 0, 1e-3) << way;
+    }
 }
 
 TEST(Marcher, LightCache_GivesTheSamePictureOnManyThreads) {
