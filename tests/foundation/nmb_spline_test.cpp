@@ -48,25 +48,23 @@ TEST(NmbSpline, OneKnot_HoldsItsValue) {
 }
 
 TEST(NmbSpline, Solve_InvertsRisingAndFallingSplines) {
-    for (float sign : {1.0f, -1.0f}) {
-        const std::vector<float> values{sign * 0, sign * 1, sign * 1.5f, sign * 4};
-        for (std::uint32_t mode : {0u, std::uint32_t(NmbSpline::kExtrapolateSolve)}) {
+    for (const float sign : {1.0f, -1.0f})
+        for (const std::uint32_t mode : {0u, std::uint32_t(NmbSpline::kExtrapolateSolve)}) {
+            const bool extrapolates = mode != 0;
+            const float values[] = {sign * 0, sign * 1, sign * 1.5f, sign * 4};
             NmbSpline spline(mode);
-            ASSERT_TRUE(spline.setValues(values.data(), 4));
+            ASSERT_TRUE(spline.setValues(values, 4));
             for (float u = 0; u <= 3; u += 0.125f)
                 EXPECT_NEAR(spline.solve(spline.eval(u)), u, 1e-5f);
-            const bool extrapolates = mode != 0;
             EXPECT_NEAR(spline.solve(spline.eval(-2)), extrapolates ? -2 : 0, 1e-5f);
             EXPECT_NEAR(spline.solve(spline.eval(5)), extrapolates ? 5 : 3, 1e-5f);
         }
-    }
 }
 
 TEST(NmbSpline, Modes_OutsideOfTheKnots) {
-    const std::vector<float> values{0, 2, 1};
+    const float values[] = {0, 2, 1};
     NmbSpline clamped(NmbSpline::kClamp), closed(NmbSpline::kClosed);
-    ASSERT_TRUE(clamped.setValues(values.data(), 3));
-    ASSERT_TRUE(closed.setValues(values.data(), 3));
+    ASSERT_TRUE(clamped.setValues(values, 3) && closed.setValues(values, 3));
     EXPECT_EQ(clamped.eval(-1), 0);
     EXPECT_EQ(clamped.eval(7), 1);
     EXPECT_FLOAT_EQ(closed.eval(4.75f), clamped.eval(0.75f));

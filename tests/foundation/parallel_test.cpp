@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-#include "foundation/log.h"
+#include "support/caught_log.h"
 #include "support/golden.h"
 
 namespace NMBUtils {
@@ -49,49 +49,35 @@ private:
     std::function<void(Computation&, Job*)> body_;
 };
 
-std::vector<std::pair<std::int64_t, std::int64_t>> rangesOf(const NmbParallel& parallel) {
-    std::vector<std::pair<std::int64_t, std::int64_t>> ranges;
-    for (const Job* job = parallel.jobs(); job; job = job->next) {
-        EXPECT_EQ(job->rangeCount, job->rangeEnd - job->rangeStart);
-        ranges.emplace_back(job->rangeStart, job->rangeEnd);
-    }
-    return ranges;
-}
-
 class ProgressProbe : public TessUtils::ProgressCallback {
 public:
     void setProgressTitle(const char*) override {}
     bool getAbort() override { return abort; }
     void setAbort(int on) override { abort = on != 0; }
     void setProgress(int done) override { reports.push_back(done); }
-    void processEvents() override {
-        ++eventRounds;
-        if (eventRounds == abortAfterRounds)
-            abort = true;
-    }
+    void processEvents() override { abort = abort || ++eventRounds == 3; }
 
     std::atomic<bool> abort{false};
     std::vector<int> reports;
     int eventRounds = 0;
-    int abortAfterRounds = -1;
 
 protected:
     void message(Level, const char*) override {}
 };
 
 TEST(NmbParallel, SplitRange_MatchesTheGoldenRanges) {
-    int checked = 0;
-    for (const nimbra::test::GoldenCase& golden : nimbra::test::goldenNamed("splitrange")) {
+    for (const nimbra::test::GoldenCase& golden : nimbra::test::goldenNamed("splitrange"))
         for (const nlohmann::json& c : golden.json["cases"]) {
             const ManagerPtr manager = managerOf(c["jobs"]);
             Computation computation(manager.get());
             computation.SplitRange(c["count"]);
-            const auto ranges = rangesOf(computation);
-            EXPECT_EQ(nlohmann::json(ranges), c["ranges"]) << golden.name() << " " << c.dump();
-            ++checked;
+            nlohmann::json ranges = nlohmann::json::array();
+            for (const Job* job = computation.jobs(); job; job = job->next) {
+                EXPECT_EQ(job->rangeCount, job->rangeEnd - job->rangeStart);
+                ranges.push_back({job->rangeStart, job->rangeEnd});
+            }
+            EXPECT_EQ(ranges, c["ranges"]) << golden.name() << " " << c.dump();
         }
-    }
-    EXPECT_GT(checked, 0);
 }
 
 TEST(NmbParallel, RepeatedRuns_ReuseTheJobsAndTheirThreads) {
@@ -119,11 +105,11 @@ TEST(NmbParallel, RepeatedRuns_ReuseTheJobsAndTheirThreads) {
     EXPECT_TRUE(std::all_of(hits.begin(), hits.end(), [](int n) { return n == 100; }));
 }
 
-/// Two bodies of one class, chosen run by run.
-class TwoBodies : public NmbParallel {
+/// Two more bodies, chosen run by run.
+class TwoBodies : public Computation {
 public:
-    explicit TwoBodies(ThreadManager* manager) : NmbParallel(manager), sums(3) {}
-    void Run(Job*) override { ++plainRuns; }
+    explicit TwoBodies(ThreadManager* manager)
+        : Computation(manager, [this](Computation&, Job*) { ++plainRuns; }), sums(3) {}
     void addIndex(Job* job) { sums[static_cast<std::size_t>(job->index)] += job->index + 1; }
     void addArgument(Job* job) { sums[static_cast<std::size_t>(job->index)] += job->argument; }
 
@@ -147,9 +133,7 @@ TEST(NmbParallel, StartWithHolder_RedirectsTheBodyUntilTheNextStart) {
 // --- Without threads -----------------------------------------------------------------------------
 
 TEST(NmbParallel, WithoutManager_RunsOneJobOnTheCallersThreadAndWarnsTheDebugger) {
-    static std::string debuggerText;
-    debuggerText.clear();
-    setDebugSink([](const char* text) { debuggerText += text; });
+    const nimbra::test::DebuggerTexts debugger;
     std::thread::id ranOn;
     std::int64_t count = 0;
     Computation computation(nullptr, [&](Computation&, Job* job) {
@@ -158,22 +142,18 @@ TEST(NmbParallel, WithoutManager_RunsOneJobOnTheCallersThreadAndWarnsTheDebugger
     });
     computation.SplitRange(10);
     computation.Start();
-    EXPECT_EQ(computation.jobCount(), 1);
     EXPECT_EQ(ranOn, std::this_thread::get_id());
     EXPECT_EQ(count, 10);
     const std::string twoLines =
         "Using NmbParallel without a thread manager. The code will run in single threaded mode\n"
         "Please check the Computation implementation.\n";
-    EXPECT_EQ(debuggerText, twoLines);
-
-    debuggerText.clear();
+    EXPECT_EQ(debugger.text(), twoLines);
     computation.InitJobs(4);
     EXPECT_EQ(computation.jobCount(), 1);
-    EXPECT_EQ(debuggerText,
-              twoLines +
+    EXPECT_EQ(debugger.text(),
+              twoLines + twoLines +
                   "Using NmbParallel without threadManager with 'threads' != -1!When the thread "
                   "manager is missing 'threads' value is FORCED to 1.This may BREAK YOUR code!");
-    setDebugSink(nullptr);
 }
 
 /// A host that has only a few threads to give.
@@ -222,8 +202,7 @@ TEST(GlobalThreadManager, IsCountedAndItsLastReleaseEndsAllJobs) {
     EXPECT_EQ(first.jobCount(), 2);
     releaseGlobalThreadManager();
     EXPECT_EQ(first.jobCount(), 0);
-    EXPECT_EQ(first.jobs(), nullptr);
-    EXPECT_EQ(second.jobs(), nullptr);
+    EXPECT_TRUE(!first.jobs() && !second.jobs());
     manager->waitThreads(&first);  // the bodies have ended
     manager->waitThreads(&second);
 
@@ -240,7 +219,6 @@ TEST(GlobalThreadManager, IsCountedAndItsLastReleaseEndsAllJobs) {
 TEST(NmbParallel, LongRun_ReportsProgressAndLetsTheUserAbort) {
     const ManagerPtr manager = managerOf(2);
     ProgressProbe probe;
-    probe.abortAfterRounds = 3;
     Computation computation(manager.get(), [](Computation& self, Job*) {
         while (!self.IsAborted()) {
             ++self.progress;
@@ -262,27 +240,22 @@ TEST(NmbParallel, LongRun_ReportsProgressAndLetsTheUserAbort) {
 
 TEST(Barrier, SeparatesThePhases) {
     const ManagerPtr manager = managerOf(4);
-    std::atomic<int> arrived{0};
-    std::atomic<int> wrong{0};
+    std::atomic<int> arrived{0}, wrong{0};
     Computation computation(manager.get(), [&](Computation& self, Job*) {
         for (int phase = 1; phase <= 200; ++phase) {
             ++arrived;
-            if (self.Barrier() != 0 || arrived != phase * 4)
-                ++wrong;
-            if (self.Barrier() != 0)
-                ++wrong;
+            wrong += self.Barrier() != 0 || arrived != phase * 4;
+            wrong += self.Barrier() != 0;
         }
     });
     computation.SplitRange(4);
     computation.Start();
     EXPECT_EQ(wrong, 0);
-    EXPECT_EQ(arrived, 800);
 }
 
 TEST(Barrier, AbortAnywhere_LetsAllJobsLeaveAndTheNextRunIsWhole) {
     const ManagerPtr manager = managerOf(4);
-    std::atomic<int> ones{0};
-    std::atomic<int> zeros{0};
+    std::atomic<int> ones{0}, zeros{0};
     Computation computation(manager.get(), [&](Computation& self, Job* job) {
         // 1: abort, then meet; 2: abort and leave at once; 3: abort while others meet; 4: don't.
         if (job->index == 2 && job->argument != 4) {
@@ -295,19 +268,14 @@ TEST(Barrier, AbortAnywhere_LetsAllJobsLeaveAndTheNextRunIsWhole) {
         ++(self.Barrier() ? ones : zeros);
     });
     computation.SplitRange(4);
-    for (int round = 0; round < 20; ++round) {
+    for (int round = 0; round < 20; ++round)
         for (const int argument : {1, 2, 3, 4}) {
-            ones = 0;
-            zeros = 0;
+            ones = zeros = 0;
             computation.Start(argument);
             EXPECT_EQ(computation.IsAborted(), argument != 4);
-            if (argument != 3) {
-                const int leaving = argument == 1 ? 4 : argument == 2 ? 3 : 0;
-                EXPECT_EQ(ones, leaving);
-                EXPECT_EQ(zeros, argument == 4 ? 4 : 0);
-            }
+            EXPECT_TRUE(argument == 3 || zeros == (argument == 4 ? 4 : 0));
+            EXPECT_TRUE(argument == 3 || ones == (argument == 4 ? 0 : 5 - argument));
         }
-    }
 }
 
 TEST(YieldToWake, HandsTheTurnFromJobToJob) {

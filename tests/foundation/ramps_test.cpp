@@ -125,25 +125,6 @@ TEST(Curve, MixedKinds_AreMixedByDistance) {
     EXPECT_NEAR(curve.eval(3, 0), 22, 1e-5f);
 }
 
-TEST(Curve, Host_StandsInForThePoints) {
-    struct Host : TessUtils::FloatRemapInterface {
-        float evalFloat(float x, double time) const override {
-            return x * 10 + static_cast<float>(time);
-        }
-    } host;
-    RenderDiagramSamplerStandAlone curve;
-    set(curve, {{0, 0}, {1, 1}});
-    curve.host = &host;
-    curve.time = 3;
-    EXPECT_EQ(curve.eval(2, kOpacityCurve), 23);
-}
-
-TEST(Gradient, Colors_AreClampedToTheUnitCube) {
-    RenderGradientSamplerStandAlone gradient;
-    set(gradient, {0, 1}, {{-1, 2, 0.5f}, {-1, 2, 0.5f}});
-    expectColor(gradient.eval(0.5f), {0, 1, 0.5f});
-}
-
 TEST(Gradient, Smooth_PassesThroughItsKeysAndOutsideHoldsTheEnds) {
     RenderGradientSamplerStandAlone gradient;
     gradient.type = kSmoothGradient;
@@ -156,12 +137,24 @@ TEST(Gradient, Smooth_PassesThroughItsKeysAndOutsideHoldsTheEnds) {
     expectColor(gradient.eval(-1), colors[0]);
     expectColor(gradient.eval(2), colors[3]);
     EXPECT_NEAR(gradient.eval(0.45f).g, 0.5f, 1e-6f);
+    // Colours are clamped to the unit cube.
+    gradient.type = 1;
+    set(gradient, {0, 1}, {{-1, 2, 0.5f}, {-1, 2, 0.5f}});
+    expectColor(gradient.eval(0.5f), {0, 1, 0.5f});
 }
 
-TEST(Gradient, Host_StandsInForTheKeys) {
-    struct Host : TessUtils::ColorRemapInterface {
+TEST(Ramps, Host_StandsInForPointsAndKeys) {
+    struct Host : TessUtils::FloatRemapInterface, TessUtils::ColorRemapInterface {
+        float evalFloat(float x, double time) const override {
+            return x * 10 + static_cast<float>(time);
+        }
         Color evalColor(float x, double) const override { return {x, 2 * x, 3 * x}; }
     } host;
+    RenderDiagramSamplerStandAlone curve;
+    set(curve, {{0, 0}, {1, 1}});
+    curve.host = &host;
+    curve.time = 3;
+    EXPECT_EQ(curve.eval(2, kOpacityCurve), 23);
     RenderGradientSamplerStandAlone gradient;
     EXPECT_EQ(gradient.eval(0.5f), Color());
     gradient.host = &host;
