@@ -99,6 +99,7 @@ TriangleMesh displaceMesh(const TriangleMesh& mesh, const Transform& place,
     const ToObject toObject(place);
     TextureContext context;
     context.time = 0.5f;
+    context.object = displacement.object;
     context.hasUVW = mesh.uvw.size() == mesh.positions.size();
     for (std::size_t i = 0; i < moved.positions.size(); ++i) {
         if (i % kPollCount == 0 && progress && progress->getAbort())

@@ -19,6 +19,7 @@ struct Displacement {
     TessUtils::TextureInterface* texture = nullptr;  // null: none
     int type = 0;                                    // DisplacementType
     float amount = 1;
+    PluginBase* object = nullptr;  // whose mesh it is, for the texture
 };
 
 /// Sets the normals of all points to the mean of those of the triangles around, weighted by area.

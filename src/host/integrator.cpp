@@ -158,6 +158,7 @@ TextureContext Integrator::textureContext(const ShadingContext& context,
     t.time = context.ray.time;
     t.threadIndex = context.threadIndex;
     t.rayFlags = context.ray.flags;
+    t.object = scene_.objects[static_cast<std::size_t>(hit.object)].plugin;
     return t;
 }
 

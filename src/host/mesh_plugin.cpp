@@ -78,6 +78,7 @@ MeshPlugin::MeshPlugin(TessUtils::TessraPluginDesc* desc) : PlacedPlugin(desc) {
     paramList->setParamCache("displacement", &displacement_.texture);
     paramList->setParamCache("displacement_type", &displacement_.type);
     paramList->setParamCache("displacement_amount", &displacement_.amount);
+    displacement_.object = this;
 }
 
 PluginInterface* MeshPlugin::getInterface(InterfaceID id) {

@@ -33,7 +33,7 @@ struct PathTracer::State {
 
     void gatherCamera(const TessUtils::TessraFrameData& frame, Scene& plugins);
     void gatherMeshes(Scene& plugins);
-    int addPlaced(const PlacedPlugin& plugin, const MaterialPlugin* material);
+    int addPlaced(PlacedPlugin& plugin, const MaterialPlugin* material);
     void gatherGenerated(TessraRenderer& renderer, Scene& plugins);
     void gatherLights(Scene& plugins);
     void gatherVolumes(TessraRenderer& renderer);
@@ -114,12 +114,13 @@ int PathTracer::State::addObject(const SurfaceObject& object, bool opaque) {
     return static_cast<int>(scene.objects.size()) - 1;
 }
 
-int PathTracer::State::addPlaced(const PlacedPlugin& plugin, const MaterialPlugin* material) {
+int PathTracer::State::addPlaced(PlacedPlugin& plugin, const MaterialPlugin* material) {
     SurfaceObject object;
     object.material = material;
     object.visibleToCamera = plugin.visibleToCamera();
     object.castsShadows = plugin.castsShadows();
     object.identity = &plugin;
+    object.plugin = &plugin;
     return addObject(object, !material || material->isOpaque());
 }
 
@@ -148,6 +149,7 @@ void PathTracer::State::gatherGenerated(TessraRenderer& renderer, Scene& plugins
         instance->compile(&renderer);
         SurfaceObject object;
         object.identity = plugin;
+        object.plugin = plugin;
         if (TessUtils::UserPrimitive* primitive = instance->primitive())
             scene.surfaces.addPrimitive(*primitive, addObject(object, false));
         if (const TessUtils::TriangleMesh* mesh = instance->mesh())

@@ -22,6 +22,7 @@ struct SurfaceObject {
     bool visibleToCamera = true;
     bool castsShadows = true;
     const void* identity = nullptr;  // what rays from here carry as their origin
+    PluginBase* plugin = nullptr;    // what its textures are told to be shaded
 };
 
 struct TraceScene {

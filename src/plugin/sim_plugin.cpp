@@ -15,6 +15,7 @@ using namespace TessUtils;
 
 NimbraSimPlugin::NimbraSimPlugin(TessraPluginDesc* desc) : TessraPlugin(desc) {
     rows_.bind(*paramList);
+    container = static_cast<TessraPlugin*>(this);
 }
 
 NimbraSimPlugin::~NimbraSimPlugin() = default;

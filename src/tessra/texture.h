@@ -20,6 +20,9 @@ struct TextureContext {
     float filterSize = 0;  // width of the looked-up area in scene units; -1: no filtering
     int threadIndex = 0;
     std::uint32_t rayFlags = 0;
+    /// What is shaded: of a surface its plug-in, of a volume its container. It can be asked for
+    /// interfaces like MappedPointInterface. Null where no object is known.
+    PluginBase* object = nullptr;
 };
 
 class TESSRA_API TextureInterface : public PluginInterface {

@@ -58,6 +58,7 @@ void NimbraRenderer::sampleTexture(Color& out, int index, const Vector& uvw,
     context.time = textureState.time;
     context.filterSize = cellScale > 0 ? 1 / cellScale : -1;
     context.threadIndex = textureState.thread;
+    context.object = container;
     out = textures[index]->getTexColor(context).color;
 }
 

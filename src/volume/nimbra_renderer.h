@@ -39,6 +39,8 @@ public:
 
     void release() override;
 
+    /// What its textures are told to be shaded.
+    PluginBase* container = nullptr;
     /// Of the scene, for the current frame; null where nothing is connected.
     TessUtils::TextureInterface* textures[kTextureSlots] = {};
 

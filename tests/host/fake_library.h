@@ -7,6 +7,8 @@
 
 #include <functional>
 #include <map>
+#include <mutex>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -28,6 +30,9 @@ struct Record {
     bool throwBadAlloc = false;
     /// What recorders of these names say that they have loaded.
     std::map<std::string, double> loadedFrames;
+    /// Names of what textures were told to be shaded.
+    std::set<std::string> shaded;
+    std::mutex mutex;  // of shaded
     /// Runs inside every call.
     std::function<void(const std::string&, TessUtils::TessraRenderer*)> hook;
 
@@ -95,7 +100,10 @@ public:
         return found != record_->loadedFrames.end();
     }
 
-    TessUtils::AColor getTexColor(const TessUtils::TextureContext&) override {
+    TessUtils::AColor getTexColor(const TessUtils::TextureContext& context) override {
+        const auto* object = dynamic_cast<Plugin*>(context.object);
+        const std::lock_guard lock(record_->mutex);
+        record_->shaded.insert(object ? object->getPluginName() : "nothing");
         return {{0.25f, 0.5f, 0.75f}, 1};
     }
 

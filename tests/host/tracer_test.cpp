@@ -258,6 +258,17 @@ TEST_F(Tracer, MovingMesh_CoversForPartOfTheTime) {
     EXPECT_NEAR(p.rgba[3], 0.75, 0.01);
 }
 
+TEST_F(Tracer, Textures_AreToldWhatIsShaded) {
+    // The mesh is out of view, so that only its displacement asks for it.
+    render(R"("paint": {"plugin": "Recorder"},
+        "matter": {"plugin": "TessraMaterial", "diffuse": "@paint.out_color"},
+        "far": {"plugin": "TessraMesh", "shape": "Box", "displacement": "@paint.out_color",
+                "transform": {"translate": [100, 0, 0]}},
+        "near": {"plugin": "TessraInstance", "geometry": "@far", "material": "@matter"},
+        "cam": {"plugin": "TessraCamera", "position": [0, 0, 10], "target": [0, 0, 0]})");
+    EXPECT_EQ(registry_.record.shaded, (std::set<std::string>{"far", "near"}));
+}
+
 TEST_F(Tracer, Instances_LookLikeMeshesInTheirPlaces) {
     width_ = 48;
     height_ = 32;

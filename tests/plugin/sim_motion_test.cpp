@@ -158,6 +158,7 @@ TEST_F(SimMotion, Texture_IsAskedInTheWorldAndOverTheGrid) {
     EXPECT_NEAR(texture.asked.position.x, 2 + 17.5, 1e-4);
     EXPECT_EQ(texture.asked.uvw, (Vector{0.25f, 0.5f, 0.75f}));
     EXPECT_EQ(texture.asked.threadIndex, 3);
+    EXPECT_EQ(texture.asked.object, static_cast<TessraPlugin*>(f.sim));
     shader.endTextures();
     shader.sampleTexture(color, 1, {}, {2, 4, 6});
     EXPECT_NEAR(texture.asked.position.x, 2 + 12.5, 1e-4);
