@@ -1,6 +1,5 @@
 // Copyright 2026 The Nimbra Authors
 // SPDX-License-Identifier: Apache-2.0
-//
 #include "cache/smooth_frame.h"
 
 #include "cache/mt_smooth.h"

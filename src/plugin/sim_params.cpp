@@ -1,6 +1,5 @@
 // Copyright 2026 The Nimbra Authors
 // SPDX-License-Identifier: Apache-2.0
-//
 #include "plugin/sim_params.h"
 
 namespace nimbra {

@@ -22,8 +22,6 @@ namespace {
 
 /// In the place of a saved time: nothing was saved.
 constexpr float kNoTime = 1e18f;
-/// From this many shaders on a tree over their boxes pays for itself.
-constexpr int kTreeThreshold = 11;
 /// Kind of a volume's entry in a ray's list of fragments.
 constexpr int kVolumeFragment = 100;
 

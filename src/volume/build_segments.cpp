@@ -20,8 +20,6 @@ using TessUtils::TracePoint;
 
 namespace {
 
-/// From this many shaders on a tree pays for itself.
-constexpr int kTreeThreshold = 11;
 /// Up to here the answers of the tree fit on the stack.
 constexpr int kStackEntries = 1024;
 

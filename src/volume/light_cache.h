@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+
 #include "foundation/array.h"
 #include "tessra/math.h"
 

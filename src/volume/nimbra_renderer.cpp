@@ -1,6 +1,5 @@
 // Copyright 2026 The Nimbra Authors
 // SPDX-License-Identifier: Apache-2.0
-//
 #include "volume/nimbra_renderer.h"
 
 #include "cache/grid_samplers.h"

@@ -10,6 +10,9 @@
 
 namespace nimbra {
 
+/// From this many shaders on a tree pays for itself.
+inline constexpr int kTreeThreshold = 11;
+
 /// A shader whose box is met, and the ray in its grid space, cut to the box.
 struct VolumeShaderBBoxIntersectEntry {
     const VolumeShader* shader;
