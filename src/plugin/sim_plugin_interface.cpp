@@ -77,6 +77,7 @@ void NimbraSimPlugin::readVisibility() {
     } kRows[] = {
         {"generate_gi", kVisibleInGI, true},
         {"receive_gi", kReceivesGI, true},
+        {"generate_caust", kGeneratesCaustics, true},
         {"receive_caust", kReceivesCaustics, true},
         {"shadows_visibility", kNoShadow, false},
         {"camera_visibility", kHiddenFromCamera, false},

@@ -51,6 +51,7 @@ enum ShaderVisibility : std::uint32_t {
     kVisibleInGI = 0x1,
     kReceivesGI = 0x2,
     kNoShadow = 0x4,
+    kGeneratesCaustics = 0x8,
     kReceivesCaustics = 0x10,
     kHiddenFromCamera = 0x20,
     kHiddenFromReflections = 0x40,

@@ -285,6 +285,22 @@ TEST(SimPlugin, Visibility_HidesByRayClass) {
                                    {"refractions_visibility", kRayPath | kRayRefraction, 1},
                                    {"gi_visibility", kRayPath | kRayGI, 1},
                                    {"shadows_visibility", kRayShadow, 1}};
+    // Other rows only set bits that shaders ask for.
+    const std::pair<const char*, std::uint32_t> bits[] = {{"generate_gi", 1},
+                                                          {"receive_gi", 2},
+                                                          {"shadows_visibility", 4},
+                                                          {"generate_caust", 8},
+                                                          {"receive_caust", 0x10},
+                                                          {"camera_visibility", 0x20},
+                                                          {"reflections_visibility", 0x40},
+                                                          {"refractions_visibility", 0x80},
+                                                          {"gi_visibility", 0x100}};
+    for (const auto& [row, bit] : bits) {
+        f.set(row, false);
+        f.sim->preFrameBegin(&f.renderer);
+        EXPECT_EQ(f.sim->getRenderer(0)->visibility, 0x1Bu ^ bit) << row;
+        f.set(row, true);
+    }
     for (const Ray& hidden : rays) {
         f.set(hidden.row, false);
         f.sim->preFrameBegin(&f.renderer);
