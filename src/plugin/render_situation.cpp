@@ -25,7 +25,6 @@ RenderSituation::RenderSituation(TessraRenderer* renderer) {
     useMotionBlur = hasMotionBlur(renderer);
 
     auto* engine = queryRender<InteractiveEngineInterface>(renderer, ids::kInteractiveEngine);
-    hasEngine = engine != nullptr;
     isProgressive = engine && sequence.isInteractive && engine->isProgressive();
     isPlainRT = engine && engine->isRealtime();
     isRealtime = isPlainRT && sequence.isInteractive;

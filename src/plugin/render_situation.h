@@ -16,7 +16,6 @@ struct RenderSituation {
     // Of interactive sequences.
     bool isProgressive = false, isRealtime = false;
     bool isPlainRT = false;  // the engine draws in real time, whatever the sequence says
-    bool hasEngine = false;
     bool isInteractiveAny() const { return isProgressive || isRealtime; }
 
     bool hasUnits = false;

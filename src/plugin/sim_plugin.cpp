@@ -105,6 +105,7 @@ void NimbraSimPlugin::renderBegin(TessraRenderer* renderer) {
     TessraPlugin::renderBegin(renderer);
     joinCollector(renderer);
     renderer_ = renderer;
+    toldOfLightCache_ = false;
 }
 
 void NimbraSimPlugin::frameBegin(TessraRenderer* renderer) {

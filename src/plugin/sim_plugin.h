@@ -118,7 +118,8 @@ private:
     TessUtils::TessraRenderer* renderer_ = nullptr;
     double frameTime_ = 0;  // at which rows are read by name
     TessUtils::TracePoint sceneOffset_;
-    bool movesInFrame_ = false;  // the container is placed at both ends of the motion interval
+    bool toldOfLightCache_ = false;  // that it isn't used, once a render
+    bool movesInFrame_ = false;      // the container is placed at both ends of the motion interval
     TessUtils::Transform frameStartTransform_, frameEndTransform_;
     GridTransforms gridTransforms_;
     float timeScale_ = 1;

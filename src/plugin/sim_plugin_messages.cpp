@@ -90,11 +90,13 @@ void NimbraSimPlugin::reportProblems(const FrameLoad& load) {
     if (has(kLightCache) && volumetric && has(kDiffuse) &&
         !queryRender(load.renderer, ids::kLightCacheEngine) &&
         sequence.imageSamplerType == kProgressiveSampler) {
-        if (!load.situation.isRealtime)
+        if (!load.situation.isRealtime && !toldOfLightCache_) {
             log->printWarning(
                 "[NimbraSimPlugin] Using the Progressive sampler with the Nimbra Light Cache will "
                 "slow down the rendering considerably. The Nimbra Light Cache will not be used for "
                 "this render.\n");
+            toldOfLightCache_ = true;
+        }
         flags &= ~kLightCache;
     }
 

@@ -121,8 +121,12 @@ TEST_F(SimMessages, ProgressiveSampler_HasNoUseForTheLightCache) {
               (Lines{"[NimbraSimPlugin] Using the Progressive sampler with the Nimbra Light Cache "
                      "will slow down the rendering considerably. The Nimbra Light Cache will not "
                      "be used for this render.\n"}));
+    EXPECT_EQ(warnings(), Lines()) << "told once a render";
     EXPECT_FALSE(shader().has(kLightCache));
+    f.sim->renderBegin(&f.renderer);
+    EXPECT_EQ(warnings().size(), 1u);
 
+    f.sim->renderBegin(&f.renderer);
     test::FakeEngine engine;
     engine.realtime = true;
     f.renderer.sequence.addInterface(&engine, false);
