@@ -30,7 +30,6 @@ RenderSituation::RenderSituation(TessraRenderer* renderer) {
     isRealtime = isPlainRT && sequence.isInteractive;
 
     if (auto* units = queryRender<SceneUnitsInterface>(renderer, ids::kSceneUnits)) {
-        hasUnits = true;
         unitScale = units->scale();
         frameDuration = units->frameDuration();
         upAxis = longestAxis(units->upDirection());

@@ -18,7 +18,6 @@ struct RenderSituation {
     bool isPlainRT = false;  // the engine draws in real time, whatever the sequence says
     bool isInteractiveAny() const { return isProgressive || isRealtime; }
 
-    bool hasUnits = false;
     float unitScale = 1;      // metres in one scene unit
     float frameDuration = 0;  // seconds; 0: unknown
     int upAxis = 1;           // the axis nearest to up, the lower one of two

@@ -18,7 +18,7 @@ public:
     virtual int getInt(const char* key) const = 0;  // also of bool rows
     virtual float getFloat(const char* key) const = 0;
     virtual TessUtils::Color getColor(const char* key) const = 0;
-    /// Whether a texture is connected: 0 emission, 1 diffuse, 2 opacity, 3 smoke.
+    /// Whether a texture (TextureSlot) is connected.
     virtual bool hasTexture(int slot) const = 0;
     /// The factor that makes a density per unit of the frame's cells one per world unit. 1 without
     /// a frame.

@@ -10,15 +10,6 @@
 
 namespace nimbra {
 
-/// Textures of a shader, numbered as in sampleTexture.
-enum TextureSlot : int {
-    kEmissionSlot = 0,
-    kDiffuseSlot = 1,
-    kOpacitySlot = 2,
-    kSurfaceSlot = 3,
-    kTextureSlots = 4,
-};
-
 class NimbraRenderer : public VolumeShaderTessra {
 public:
     // What the textures of the calling thread are told beside a position. Textures of one ray are

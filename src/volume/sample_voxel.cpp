@@ -51,7 +51,7 @@ void VolumeShader::sampleVoxel(const Vector& pos, VoxelSample& sample, std::uint
 
 float VolumeShader::smokeFromTexture(const Vector& pos) const {
     Color color;
-    sampleTexture(color, 3, pos, pos);
+    sampleTexture(color, kSmokeTexture, pos, pos);
     return mean(color) * inputScale[kSlotS] + inputOffset[kSlotS];
 }
 

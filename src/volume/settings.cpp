@@ -148,18 +148,19 @@ private:
         darg = params.getInt("darg");
         targ = params.getInt("targ");
         sarg = params.getInt("sarg");
-        const bool texture[4] = {params.hasTexture(0), params.hasTexture(1), params.hasTexture(2),
-                                 params.hasTexture(3)};
-        setFlag(kTexEmissive, earg == kBasedOnTexture && texture[0]);
-        setFlag(kTexDiffuse, darg == kBasedOnTexture && texture[1]);
-        setFlag(kTexOpacity, targ == kBasedOnTexture && texture[2]);
-        setFlag(kTexSmoke, sarg == kBasedOnSmokeTexture && texture[3]);
-        setFlag(kModEmissive, texture[0] && isOn("mod_e"));
-        setFlag(kModDiffuse, texture[1] && isOn("mod_d"));
-        setFlag(kModOpacity, texture[2] && isOn("mod_t"));
-        setFlag(kDiffuse, darg != kBasedOnNothing && (darg != kBasedOnTexture || texture[1]));
-        setFlag(kEmissive, earg != kBasedOnNothing && (earg != kBasedOnTexture || texture[0]));
-        opacityTexture = texture[2];
+        const bool emission = params.hasTexture(kEmissionTexture);
+        const bool diffuse = params.hasTexture(kDiffuseTexture);
+        opacityTexture = params.hasTexture(kOpacityTexture);
+        const bool smoke = params.hasTexture(kSmokeTexture);
+        setFlag(kTexEmissive, earg == kBasedOnTexture && emission);
+        setFlag(kTexDiffuse, darg == kBasedOnTexture && diffuse);
+        setFlag(kTexOpacity, targ == kBasedOnTexture && opacityTexture);
+        setFlag(kTexSmoke, sarg == kBasedOnSmokeTexture && smoke);
+        setFlag(kModEmissive, emission && isOn("mod_e"));
+        setFlag(kModDiffuse, diffuse && isOn("mod_d"));
+        setFlag(kModOpacity, opacityTexture && isOn("mod_t"));
+        setFlag(kDiffuse, darg != kBasedOnNothing && (darg != kBasedOnTexture || diffuse));
+        setFlag(kEmissive, earg != kBasedOnNothing && (earg != kBasedOnTexture || emission));
     }
 
     void takeTables() {

@@ -13,8 +13,6 @@ namespace {
 
 using TessUtils::Color;
 
-enum TextureSlot : int { kEmissionTexture = 0, kDiffuseTexture = 1, kOpacityTexture = 2 };
-
 /// Faint fire leaves the opacity to the smoke.
 constexpr float kFaintestFire = -0.001f;
 

@@ -15,6 +15,15 @@ namespace nimbra {
 
 class INmbGridLightCache;
 
+/// What the textures of a volume stand for, as they are numbered everywhere.
+enum TextureSlot : int {
+    kEmissionTexture = 0,
+    kDiffuseTexture = 1,
+    kOpacityTexture = 2,
+    kSmokeTexture = 3,
+    kTextureSlots = 4,
+};
+
 /// Const operations are called by all render threads at once. Positions are in grid space: voxels,
 /// the centre of voxel i at i. `stepWorld` is the world length of a step.
 class INimbraVolRendSampler {
@@ -40,7 +49,7 @@ public:
     virtual void setTextureThread(int thread) const = 0;
     virtual void setTexturePosition(const TessUtils::Vector& pos) const = 0;
     virtual void endTextures() const = 0;
-    /// Texture `index` (0 emission, 1 diffuse, 2 opacity, 3 smoke) at a position.
+    /// Texture `index` (TextureSlot) at a position.
     virtual void sampleTexture(TessUtils::Color& out, int index, const TessUtils::Vector& uvw,
                                const TessUtils::Vector& pos) const = 0;
     virtual bool hasTexture(int index) const = 0;

@@ -254,7 +254,7 @@ TEST(NimbraVolPlugin, ShadowRaysOfAnotherTime_DontMoveTheTexturesOfTheRay) {
     Container container;
     TimedTexture texture;
     container.renderer().flags |= kTexDiffuse;
-    container.renderer().textures[kDiffuseSlot] = &texture;
+    container.renderer().textures[kDiffuseTexture] = &texture;
     SunThroughVolumes sun(c.plugin);
     c.context.lights = &sun;
     c.context.ray.time = 0.75f;
