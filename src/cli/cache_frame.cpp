@@ -146,9 +146,10 @@ CacheFiles findCacheFiles(const std::string& input, const std::vector<std::strin
     }
     const auto sequence = findSequence(input, extensions);
     if (!sequence) {
-        out.files.push_back({input});
+        out.problem = whyNoSequence(input, extensions);
         return out;
     }
+    out.others = othersText(input, *sequence, "is taken");
     if (sequence->frames.empty()) {
         out.files.push_back({sequence->pattern});
         return out;
@@ -166,6 +167,15 @@ CacheFiles findCacheFiles(const std::string& input, const std::vector<std::strin
     if (!missing.empty())
         out.missing = describeFrames(std::move(missing));
     return out;
+}
+
+void tellOfFiles(const CacheFiles& found, const std::string& input, host::HostLog& log) {
+    if (!found.problem.empty())
+        log.error(found.problem);
+    if (!found.others.empty())
+        log.warning(found.others);
+    if (!found.missing.empty())
+        log.warning(fmt::format("{}: there are no files of frames {}", input, found.missing));
 }
 
 std::string channelName(int channel) {

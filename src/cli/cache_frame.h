@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "cache/frame_data.h"
+#include "host/host_log.h"
 
 namespace nimbra::cli {
 
@@ -52,8 +53,14 @@ struct CacheFiles {
     std::string missing;
     /// Whether a sequence was meant, be it of one file.
     bool isSequence = false;
+    /// For the user: that a folder holds more than what was taken.
+    std::string others;
+    /// Why there is no file, where there is none.
+    std::string problem;
 };
 CacheFiles findCacheFiles(const std::string& input, const std::vector<std::string>& extensions);
+/// Says what the user should know of them: no files, gaps, and what lies beside them.
+void tellOfFiles(const CacheFiles& found, const std::string& input, host::HostLog& log);
 
 /// "smoke", "velocity_x", ...; "channel_11" for those without a name.
 std::string channelName(int channel);

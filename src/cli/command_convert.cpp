@@ -22,6 +22,7 @@
 #include "cli/frame_names.h"
 #include "cli/frame_range.h"
 #include "cli/render_options.h"
+#include "cli/usage.h"
 #include "cli/whole_mapping.h"
 #include "host/atomic_file.h"
 
@@ -54,6 +55,8 @@ public:
                 fmt::format("'{}': the name has to end in .kol or .vdb", o_.output));
         const std::vector<Conversion> work = plan();
         const std::size_t wanted = work.size() + failed_.size();
+        if (work.empty())
+            return summarize(wanted);
         std::string error;
         if (!host::prepareOutputFolder(o_.output, error)) {
             console_.log().error(error);
@@ -76,11 +79,15 @@ private:
         std::vector<std::int64_t> frames;
         for (const CacheFile& file : found.files)
             frames.push_back(file.frame);
-        if (!o_.frames.empty())
+        if (!o_.frames.empty()) {
             frames = parseFrameRange(o_.frames);
-        else if (!found.missing.empty())
-            console_.log().warning(
-                fmt::format("{}: there are no files of frames {}", o_.input, found.missing));
+            found.missing.clear();
+        }
+        tellOfFiles(found, o_.input, console_.log());
+        if (!found.problem.empty()) {
+            failed_.push_back({0, kExitInput});
+            return {};
+        }
         if (!o_.frames.empty() && !found.isSequence)
             throw std::invalid_argument("--frames takes a sequence: give a pattern or a folder");
         std::vector<Conversion> work;
@@ -249,12 +256,14 @@ void addConvertCommand(CLI::App& app, int& exitCode) {
     auto* step = command
                      ->add_option("--step", o->packing.step,
                                   "Values in .kol files: steps of this size in place of --bits")
-                     ->check(CLI::PositiveNumber)
+                     ->check(checkAboveZero)
                      ->excludes(bits);
     command->add_option("--frames", o->frames, "Only these frames, like 1-20x2");
-    command->add_option("--map", o->mapping,
-                        "Which grids of .vdb and .f3d files become which channels, like "
-                        "'2,density;10,flame;'; known names otherwise");
+    command
+        ->add_option("--map", o->mapping,
+                     "Which grids of .vdb and .f3d files become which channels, like "
+                     "'2,density;10,flame;'; known names otherwise")
+        ->check(checkMapping);
     addConsoleOptions(*command, o->console);
     command->callback([o, bits, step, &exitCode] {
         const bool packed = bits->count() > 0 || step->count() > 0;

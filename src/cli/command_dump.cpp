@@ -19,6 +19,7 @@
 #include "cli/frame_json.h"
 #include "cli/json_text.h"
 #include "cli/render_options.h"
+#include "cli/usage.h"
 
 namespace nimbra::cli {
 namespace {
@@ -121,9 +122,9 @@ public:
             const CacheFiles found = findCacheFiles(input, cacheExtensions());
             files.insert(files.end(), found.files.begin(), found.files.end());
             isSequence = isSequence || found.isSequence;
-            if (!found.missing.empty())
-                console_.log().warning(
-                    fmt::format("{}: there are no files of frames {}", input, found.missing));
+            tellOfFiles(found, input, console_.log());
+            if (!found.problem.empty())
+                worst_ = kExitInput;
         }
         if (!o_.arrays.output.empty()) {
             if (files.size() > 1 && !isSequence)
@@ -207,13 +208,15 @@ void addDumpCommand(CLI::App& app, int& exitCode) {
         ->excludes(json);
     command->add_option("--group", o->arrays.group, "Particles of this group in place of voxels")
         ->excludes(json);
-    command->add_option("--map", o->mapping,
-                        "Which grids of .vdb and .f3d files become which channels, like "
-                        "'2,density;1,heat;'; known names otherwise");
+    command
+        ->add_option("--map", o->mapping,
+                     "Which grids of .vdb and .f3d files become which channels, like "
+                     "'2,density;1,heat;'; known names otherwise")
+        ->check(checkMapping);
     command
         ->add_option("--max-voxels", o->arrays.mostVoxels,
                      "Leave channels out that have more cells together")
-        ->check(CLI::PositiveNumber)
+        ->check(checkAboveZero)
         ->capture_default_str();
     addConsoleOptions(*command, o->console);
     command->callback([o, &exitCode] { exitCode = runDump(*o); });

@@ -84,12 +84,12 @@ public:
         int code = kExitDone;
         for (const std::string& input : o_.inputs) {
             const CacheFiles found = findCacheFiles(input, cacheExtensions());
+            if (!found.problem.empty())
+                code = kExitInput;
+            tellOfFiles(found, input, console_.log());
             for (const CacheFile& file : found.files)
                 if (!print(file.path))
                     code = kExitInput;
-            if (!found.missing.empty())
-                console_.log().warning(
-                    fmt::format("{}: there are no files of frames {}", input, found.missing));
         }
         std::cout << std::flush;
         return code;

@@ -2,10 +2,15 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // nimbra render: pictures of a scene file.
+#include <fmt/format.h>
+
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <filesystem>
 #include <memory>
 
+#include "cache/file_patterns.h"
+#include "cli/cache_frame.h"
 #include "cli/commands.h"
 #include "cli/exit_codes.h"
 #include "cli/frame_names.h"
@@ -26,6 +31,12 @@ int runRender(RenderCommand& o) {
     if (!console.logFileProblem().empty()) {
         console.log().error(console.logFileProblem());
         return kExitOutput;
+    }
+    const auto& caches = cacheExtensions();
+    if (std::find(caches.begin(), caches.end(), "." + fileExtension(o.scene)) != caches.end()) {
+        console.log().error(
+            fmt::format("'{}' is a cache; 'nimbra view' makes pictures of it", o.scene));
+        return kExitInput;
     }
     host::SceneDiagnostics faults;
     host::SceneDocument document = host::SceneDocument::load(o.scene, faults);

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <limits>
 #include <memory>
 #include <numeric>
@@ -24,7 +23,9 @@
 #include "cli/grid_summary.h"
 #include "cli/picture_size.h"
 #include "cli/render_job.h"
+#include "cli/usage.h"
 #include "cli/view_scene.h"
+#include "host/atomic_file.h"
 
 namespace nimbra::cli {
 namespace {
@@ -49,6 +50,7 @@ struct ViewInput {
     std::vector<std::string> samples;
     std::string stem;  // for the picture's name
     std::vector<host::FrameNumber> frames;
+    std::string others{};  // what a folder holds beside it
 };
 
 std::string absolutePath(const std::string& path) {
@@ -134,19 +136,20 @@ std::vector<std::string> filesNearest(const FileSequence& sequence, std::int64_t
 ViewInput findInput(const ViewCommand& o) {
     if (isOneFile(o.input) && o.render.frames.empty() && !o.render.time.any())
         return {absolutePath(o.input), {o.input}, stemOf(o.input), {1}};
-    const auto sequence = findSequence(o.input, {".kol", ".vdb", ".f3d"});
+    const std::vector<std::string> extensions = {".kol", ".vdb", ".f3d"};
+    const auto sequence = findSequence(o.input, extensions);
     if (!sequence)
         throw std::runtime_error(
-            fmt::format("'{}': no such cache; give a .kol, .vdb or .f3d file, a folder with some, "
-                        "or a pattern like "
+            fmt::format("{}; give a .kol, .vdb or .f3d file, a folder with some, or a pattern like "
                         "smoke_####.vdb",
-                        o.input));
+                        whyNoSequence(o.input, extensions)));
+    ViewInput in{absolutePath(sequence->pattern),
+                 {sequence->pattern},
+                 stemOf(sequence->pattern),
+                 {1},
+                 othersText(o.input, *sequence, "is shown")};
     if (sequence->frames.empty())
-        return {
-            absolutePath(sequence->pattern), {sequence->pattern}, stemOf(sequence->pattern), {1}};
-    ViewInput in;
-    in.path = absolutePath(sequence->pattern);
-    in.stem = stemOf(sequence->pattern);
+        return in;
     if (o.render.frames.empty())
         in.frames = {frameShowing(o.render.time, sequence->frames[sequence->frames.size() / 2])};
     else
@@ -178,12 +181,12 @@ int upAxisNamed(const std::string& name) {
 }
 
 bool writeSceneFile(const std::string& path, const std::string& text, Console& console) {
-    std::ofstream out(path);
-    if (out << text << std::flush) {
+    std::string error;
+    if (host::prepareOutputFolder(path, error) && host::writeFileAtomically(path, text, error)) {
         console.note("wrote " + path);
         return true;
     }
-    console.log().error("scene file '" + path + "' can't be written");
+    console.log().error(error);
     return false;
 }
 
@@ -273,7 +276,12 @@ bool readSample(const std::vector<std::string>& files, Console& console, std::st
 }
 
 int showCache(ViewCommand& o, Console& console) {
+    if (fileExtension(o.input) == "json")
+        throw std::runtime_error(
+            fmt::format("'{}' is a scene; 'nimbra render' makes pictures of it", o.input));
     ViewInput in = findInput(o);
+    if (!in.others.empty())
+        console.log().warning(in.others);
     PlainAlias alias;
     if (PlainAlias::isNeeded(in.path)) {
         if (!o.writeScene.empty()) {
@@ -351,12 +359,15 @@ void addViewCommand(CLI::App& app, int& exitCode) {
         ->add_option("cache", o->input,
                      "A .kol, .vdb or .f3d file, a folder, or a pattern like smoke_####.vdb")
         ->required();
-    command->add_option("--map", o->wishes.mapping,
-                        "Channel mapping in place of the chosen one, like '2,density;1,heat;'");
+    command
+        ->add_option("--map", o->wishes.mapping,
+                     "Channel mapping in place of the chosen one, like '2,density;1,heat;'")
+        ->check(checkMapping)
+        ->type_name("TEXT");
     command->add_option("--density", o->wishes.densityScale, "Thicker (>1) or thinner (<1) smoke")
-        ->check(CLI::PositiveNumber);
+        ->check(checkAboveZero);
     command->add_option("--fire", o->wishes.fireScale, "Brighter (>1) or darker (<1) fire")
-        ->check(CLI::PositiveNumber);
+        ->check(checkAboveZero);
     command->add_option("--up", o->up, "Which axis points up; chosen from the data if not given")
         ->check(CLI::IsMember({"x", "y", "z"}));
     command->add_option("--azimuth", o->azimuth, "Camera around the up axis, in degrees");

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/frame_names.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cctype>
 #include <charconv>
@@ -9,6 +11,7 @@
 #include <functional>
 #include <map>
 #include <set>
+#include <utility>
 
 #include "cache/file_patterns.h"
 
@@ -251,8 +254,15 @@ std::optional<FileSequence> sequenceOfFolder(const std::string& folder,
             continue;
         FileSequence found = n ? neighbours(folder, name, *n)
                                : FileSequence{(fs::path(folder) / name).string(), {}, {}};
-        if (!best || found.frames.size() > best->frames.size())
+        if (!best) {
             best = std::move(found);
+            continue;
+        }
+        std::vector<std::string> others = std::move(best->others);
+        if (found.frames.size() > best->frames.size())
+            std::swap(found, *best);
+        others.push_back(fs::path(found.pattern).filename().string());
+        best->others = std::move(others);
     }
     return best;
 }
@@ -298,6 +308,30 @@ std::optional<FileSequence> findSequence(const std::string& path,
                  : FileSequence{path, {}, {}};
     }
     return hasFramePattern(path) ? sequenceOfPattern(path) : std::nullopt;
+}
+
+std::string whyNoSequence(const std::string& path, const std::vector<std::string>& extensions) {
+    std::error_code error;
+    if (!fs::is_directory(path, error))
+        return fmt::format("'{}': no such cache", path);
+    fs::directory_iterator(path, error);
+    if (error)
+        return fmt::format("'{}': the folder can't be read: {}", path, error.message());
+    return fmt::format("'{}': the folder holds no {} files", path, fmt::join(extensions, ", "));
+}
+
+std::string othersText(const std::string& folder, const FileSequence& sequence, const char* done) {
+    if (sequence.others.empty())
+        return "";
+    constexpr std::size_t kMost = 5;
+    const std::size_t count = sequence.others.size(), named = std::min(count, kMost);
+    std::string list = fmt::format(
+        "{}", fmt::join(sequence.others.begin(),
+                        sequence.others.begin() + static_cast<std::ptrdiff_t>(named), ", "));
+    if (count > named)
+        list += fmt::format(" and {} more", count - named);
+    return fmt::format("{}: {} {}; beside it are {}", folder,
+                       fs::path(sequence.pattern).filename().string(), done, list);
 }
 
 namespace {

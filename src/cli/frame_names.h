@@ -36,6 +36,8 @@ struct FileSequence {
     std::string pattern;
     std::vector<std::int64_t> frames;
     std::vector<std::string> files;
+    /// What else lies in a folder: names of further files, and patterns of further sequences.
+    std::vector<std::string> others{};
 };
 
 /// The sequence that `path` means: a pattern; a folder (its longest sequence of cache files with
@@ -43,6 +45,13 @@ struct FileSequence {
 /// of the same name and other numbers. Nothing if no such file exists.
 std::optional<FileSequence> findSequence(const std::string& path,
                                          const std::vector<std::string>& extensions);
+
+/// Why nothing was found, for a user who gave that path.
+std::string whyNoSequence(const std::string& path, const std::vector<std::string>& extensions);
+
+/// "FOLDER: A is shown; beside it are B, C", with `done` as "is shown"; empty where the folder
+/// holds nothing else.
+std::string othersText(const std::string& folder, const FileSequence& sequence, const char* done);
 
 /// The output path of one frame. A pattern in `output` is filled; without one, ".####" goes before
 /// the extension when `severalFrames`.

@@ -89,12 +89,16 @@ private:
         const std::vector<std::string> extensions = {".kol", ".vdb", ".f3d"};
         const auto sequence = findSequence(input, extensions);
         const std::string extension = "." + fileExtension(sequence ? sequence->pattern : input);
-        if (std::find(extensions.begin(), extensions.end(), extension) == extensions.end())
+        std::error_code error;
+        if (!fs::is_directory(input, error) &&
+            std::find(extensions.begin(), extensions.end(), extension) == extensions.end())
             return unusable(fmt::format(
                 "'{}': --at takes scenes (.json) and sequences of .kol, .vdb or .f3d files",
                 input));
         if (!sequence)
-            return unusable(fmt::format("'{}': no such cache", input));
+            return unusable(whyNoSequence(input, extensions));
+        if (const std::string others = othersText(input, *sequence, "is told"); !others.empty())
+            console_.log().warning(others);
         CachePlayback playback;
         playback.path = fs::absolute(sequence->pattern).lexically_normal().string();
         playback.isFile = sequence->frames.empty();

@@ -13,6 +13,7 @@
 
 #include "cli/commands.h"
 #include "cli/exit_codes.h"
+#include "cli/usage.h"
 #include "cli/version.h"
 
 namespace {
@@ -47,6 +48,11 @@ int run(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
+        if (const std::string unknown = unknownWords(app);
+            !unknown.empty() && e.get_exit_code() != 0) {
+            std::cerr << "error: " << unknown << "\nRun with --help for more information.\n";
+            return kExitUsage;
+        }
         return app.exit(e, std::cout, std::cerr) == 0 ? kExitDone : kExitUsage;
     }
     return exitCode;

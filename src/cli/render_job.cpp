@@ -121,9 +121,15 @@ Job planJob(const host::RenderSettings& settings, const RenderOptions& o,
     const auto [frames, decimals] = chosenFrames(o.frames, settings);
     job.decimals = decimals;
     job.output = o.output.empty() ? defaultOutput : o.output;
-    if (!isPictureName(job.output))
-        throw JobFailure{kExitUsage,
-                         fmt::format("output '{}': the name must end in .exr or .png", job.output)};
+    if (!isPictureName(job.output)) {
+        std::error_code ignored;
+        const bool folder = job.output.ends_with('/') || fs::is_directory(job.output, ignored);
+        throw JobFailure{
+            kExitUsage,
+            folder ? fmt::format("output '{}' is a folder: give a name in it, like '{}'",
+                                 job.output, (fs::path(job.output) / defaultOutput).string())
+                   : fmt::format("output '{}': the name must end in .exr or .png", job.output)};
+    }
     job.severalFrames = frames.size() > 1 || o.frames == "@slurm";
     if (const auto clash = clashingOutput(job.output, frames, decimals))
         throw JobFailure{kExitUsage, fmt::format("two frames would be written to '{}'", *clash)};
@@ -205,6 +211,16 @@ host::PictureOutputOptions outputOptions(const Job& job, const RenderOptions& o)
     return out;
 }
 
+/// The frames that a render left undone.
+std::string describeUnfinished(const Job& job, const host::SessionResult& result) {
+    std::vector<host::FrameNumber> left = job.session.frames;
+    for (const host::FrameReport& f : result.frames)
+        if (f.status == host::RenderStatus::Complete)
+            std::erase(left, f.frame);
+    return left.size() == 1 ? fmt::format("frame {} isn't rendered", left.front().text())
+                            : fmt::format("frames {} aren't rendered", describeFrames(left));
+}
+
 int runJob(host::Scene& scene, const Job& job, const RenderOptions& o, Console& console) {
     host::PictureOutput output(outputOptions(job, o));
     std::string problem;
@@ -220,6 +236,8 @@ int runJob(host::Scene& scene, const Job& job, const RenderOptions& o, Console& 
     console.log().finish();
     if (const std::string summary = result.failureSummary(); !summary.empty())
         console.log().error(summary);
+    if (result.status == host::RenderStatus::Aborted && abort.reason() > 0)
+        console.log().error("interrupted: " + describeUnfinished(job, result));
     if (o.stats)
         printStatistics(result, o.statsFile, console);
     return exitCodeOf(result, abort);

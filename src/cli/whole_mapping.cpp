@@ -50,6 +50,19 @@ void addVector(const std::vector<AvailableChannels>& available, const Names& nam
         }
 }
 
+/// Three grids, of "name_r" and so on in any of the usual spellings.
+void addComponents(const std::vector<AvailableChannels>& available, const Names& names,
+                   const char* axes, int first, std::vector<GridMapping>& out) {
+    constexpr int kAxes = 3;
+    std::vector<GridMapping> found;
+    for (int a = 0; a < kAxes; ++a)
+        if (!isMapped(out, first + a))
+            for (const char* name : names)
+                addScalar(available, {(std::string(name) + axes[a]).c_str()}, first + a, found);
+    if (found.size() == kAxes)
+        out.insert(out.end(), found.begin(), found.end());
+}
+
 }  // namespace
 
 std::vector<GridMapping> wholeMapping(const std::vector<AvailableChannels>& available,
@@ -59,6 +72,8 @@ std::vector<GridMapping> wholeMapping(const std::vector<AvailableChannels>& avai
     addScalar(available, kFlameNames, kFuel, mappings);
     addVector(available, kVelocityNames, kVelocityX, mappings);
     addVector(available, kColorNames, kColorR, mappings);
+    addComponents(available, kVelocityNames, "xyz", kVelocityX, mappings);
+    addComponents(available, kColorNames, "rgb", kColorR, mappings);
     return mappings;
 }
 

@@ -128,7 +128,7 @@ pid_t ownerOf(std::string_view name) {
     const std::size_t dot = name.rfind('.');
     const std::string_view number = name.substr(dot + 1), file = name.substr(0, dot);
     const auto endsFile = [&](std::string_view extension) { return file.ends_with(extension); };
-    constexpr std::string_view kOurs[] = {".exr", ".png", ".kol", ".vdb", ".npy", ".ply"};
+    constexpr std::string_view kOurs[] = {".exr", ".png", ".kol", ".vdb", ".npy", ".ply", ".json"};
     if (std::none_of(std::begin(kOurs), std::end(kOurs), endsFile))
         return 0;
     pid_t pid = 0;
@@ -180,11 +180,12 @@ bool prepareOutputFolder(const std::string& path, std::string& error) {
     if (!status && !fs::is_directory(folder, status) && !status)
         status = std::make_error_code(std::errc::not_a_directory);
     if (status) {
-        error = folder + ": " + status.message();
+        error = folder + ": the folder can't be made: " + status.message();
         return false;
     }
     sweepTemporaryFiles(folder);
-    return told(folder, TemporaryFile(temporaryName(path)).create(), error);
+    return told(folder + ": no file can be made there", TemporaryFile(temporaryName(path)).create(),
+                error);
 }
 
 int sweepTemporaryFiles(const std::string& folder) {

@@ -146,6 +146,14 @@ TEST_F(CacheCommands, Convert_KeepsVoxelsWithinHalfAStep) {
     EXPECT_LT(fs::file_size(at("coarse.kol")), fs::file_size(original) / 4);
 }
 
+TEST_F(CacheCommands, Convert_CarriesColoursOfThreeGrids) {
+    const std::string plume = NIMBRA_SOURCE_DIR "/examples/caches/plume/fluid_data_0043.vdb";
+    ASSERT_EQ(run("convert " + plume + " " + at("to.kol")).code, 0);
+    const std::vector<float> blue = voxelsOf(at("to.kol"), kColorB);
+    ASSERT_FALSE(blue.empty());
+    EXPECT_NEAR(*std::max_element(blue.begin(), blue.end()), 0.75607f, 1e-4f);
+}
+
 TEST_F(CacheCommands, Convert_CarriesHeaderAndParticles) {
     for (const char* name : {"v5_header_fields", "v5_particle_methods", "v6_packed_colour"}) {
         const std::string from = golden(std::string("kol/") + name + ".kol");
@@ -262,6 +270,24 @@ TEST_F(CacheCommands, UpAxis_IsFoundInRealCaches) {
         const VdbFileInfo info = readVdbInfo(file);
         EXPECT_EQ(chooseLook(summarize(info), {}, upConventionOf(info)).upAxis, kZ) << file;
     }
+}
+
+TEST_F(CacheCommands, Folders_TellWhatElseTheyHoldOrLack) {
+    fs::create_directory(at("mixed"));
+    fs::create_directory(at("empty"));
+    for (const char* name : {"mixed/a_1.kol", "mixed/a_2.kol", "mixed/alone.kol", "mixed/b_1.kol"})
+        fs::copy_file(golden("kol/v5_header_fields.kol"), at(name));
+    for (const char* command :
+         {"info --header-only ", "dump --json --header-only ", "info --at 1 "}) {
+        const Answer mixed = run(command + at("mixed")), empty = run(command + at("empty"));
+        EXPECT_EQ(mixed.code, kExitDone) << command;
+        EXPECT_NE(mixed.err.find("beside it are alone.kol, b_#.kol"), std::string::npos)
+            << command << mixed.err;
+        EXPECT_EQ(empty.code, kExitInput) << command;
+        EXPECT_NE(empty.err.find("the folder holds no .kol"), std::string::npos) << empty.err;
+    }
+    EXPECT_EQ(run("convert " + at("empty") + " " + at("new/a.kol")).code, kExitInput);
+    EXPECT_FALSE(fs::exists(at("new")));
 }
 
 TEST_F(CacheCommands, Failures_LeaveNothingBehind) {

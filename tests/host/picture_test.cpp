@@ -188,7 +188,8 @@ TEST(AtomicFile, PreparedFolderIsMadeSweptAndTried) {
         fs::create_directory(folder / "locked");
         fs::permissions(folder / "locked", fs::perms::owner_read | fs::perms::owner_exec);
         EXPECT_FALSE(prepareOutputFolder(folder / "locked/p.exr", error));
-        EXPECT_EQ(error, (folder / "locked").string() + ": Permission denied");
+        EXPECT_EQ(error,
+                  (folder / "locked").string() + ": no file can be made there: Permission denied");
     }
 }
 
