@@ -132,6 +132,7 @@ void NimbraVolPlugin::listShadersOf(Plugin* plugin, ProgressCallback* progress) 
         return;
     for (int i = 0; NimbraRenderer* renderer = container->getRenderer(i); ++i) {
         renderer->collector = this;
+        // Without memory an array is empty; the other one then is, too.
         if (!shaders.Append(renderer))
             simInterfaces.SetSize(0);
         else if (!simInterfaces.Append(container))

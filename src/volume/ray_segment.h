@@ -20,8 +20,9 @@ class VolumeShader;
 enum SegmentState : std::uint32_t {
     kSegmentFinished = 0x1,       // the end of the stretch has been reached
     kSegmentColored = 0x2,        // gives colour, not only opacity
-    kSegmentStuck = 0x4,          // finished because it took steps without end
     kSegmentProbabilistic = 0x8,  // of the probabilistic colour loop
+    // Bits 0x4 and 0x10 are for shaders with steps of their own.
+    kSegmentStuck = 0x100,  // finished because it took steps without end
 };
 
 /// A ray in the grid space of a shader (voxels), and its span inside the grid's box. The parameter
