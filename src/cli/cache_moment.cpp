@@ -29,7 +29,7 @@ std::vector<CachePlayback::Smoothing> smoothingOf(const host::ParameterView& row
     return smoothing;
 }
 
-WantedFrame findFile(const CachePlayback& playback, std::int64_t frame) {
+WantedFrame findFile(const CachePlayback& playback, std::int64_t frame, bool nearestOfMissing) {
     using NimbraEnum::Mode;
     if (playback.isFile)
         return {frame, true, playback.path, NimbraEnum::kAnyFrame, true};
@@ -40,7 +40,8 @@ WantedFrame findFile(const CachePlayback& playback, std::int64_t frame) {
                                            wanted.file, wanted.found);
     if (!wanted.exists) {
         wanted.found = frame;
-        NimbraEnum::chooseFile(playback.path, frame, Mode::Nearest, wanted.file, wanted.found);
+        if (nearestOfMissing)
+            NimbraEnum::chooseFile(playback.path, frame, Mode::Nearest, wanted.file, wanted.found);
         wanted.file = FilePattern(nativePath(playback.path)).fill(frame);
     }
     wanted.servesAll = wanted.exists && wanted.found == NimbraEnum::kAnyFrame;
@@ -82,7 +83,7 @@ bool CacheMoment::hasFile() const {
     return std::any_of(frames.begin(), frames.end(), std::mem_fn(&WantedFrame::exists));
 }
 
-CacheMoment momentOf(const CachePlayback& p, host::FrameNumber time) {
+CacheMoment momentOf(const CachePlayback& p, host::FrameNumber time, bool nearestOfMissing) {
     CacheMoment m;
     m.time = time;
     m.playback = p;
@@ -96,9 +97,9 @@ CacheMoment momentOf(const CachePlayback& p, host::FrameNumber time) {
     m.outside = m.ticks == kNoTicks || m.mix.first < kFarOut;
     if (p.path.empty() || m.outside)
         return m;
-    m.frames.push_back(findFile(p, m.mix.first));
+    m.frames.push_back(findFile(p, m.mix.first, nearestOfMissing));
     if (m.mix.kind != FrameMix::kWhole)
-        m.frames.push_back(findFile(p, m.mix.second));
+        m.frames.push_back(findFile(p, m.mix.second, nearestOfMissing));
     return m;
 }
 

@@ -62,7 +62,10 @@ struct CacheMoment {
     bool hasFile() const;
 };
 
-CacheMoment momentOf(const CachePlayback& playback, host::FrameNumber time);
+/// `nearestOfMissing`: for a file that isn't there, `found` is the nearest that is, which takes a
+/// look at all names of the folder.
+CacheMoment momentOf(const CachePlayback& playback, host::FrameNumber time,
+                     bool nearestOfMissing = true);
 
 /// Some lines for people, and a JSON object. `input`: the scene or the files that were asked for.
 std::string momentText(const CacheMoment& moment, const std::string& input);

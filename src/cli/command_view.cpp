@@ -14,7 +14,6 @@
 
 #include "cache/file_patterns.h"
 #include "cli/cache_frame.h"
-#include "cli/cache_moment.h"
 #include "cli/commands.h"
 #include "cli/exit_codes.h"
 #include "cli/frame_info.h"
@@ -159,23 +158,6 @@ ViewInput findInput(const ViewCommand& o) {
     return in;
 }
 
-/// Says at which frames there is nothing to see, and why.
-void warnOfMissing(const ViewCommand& o, const ViewInput& in, Console& console) {
-    CachePlayback playback;
-    playback.path = in.path;
-    playback.bend = o.render.time.applied({});
-    std::vector<host::FrameNumber> missing;
-    constexpr std::size_t kMostLookups = 10'000;
-    for (std::size_t i = 0; i < std::min(in.frames.size(), kMostLookups); ++i)
-        if (!momentOf(playback, in.frames[i]).hasFile())
-            missing.push_back(in.frames[i]);
-    if (!missing.empty())
-        console.log().warning(
-            fmt::format("nothing to see at frame{} {}: cache frame {} has no file",
-                        missing.size() == 1 ? "" : "s", describeFrames(missing),
-                        momentOf(playback, missing.front()).cacheFrame()));
-}
-
 int upAxisNamed(const std::string& name) {
     return name.empty() ? -1 : name == "x" ? 0 : name == "y" ? 1 : 2;
 }
@@ -310,7 +292,6 @@ int showCache(ViewCommand& o, Console& console) {
         return kExitInput;
     }
     console.note(fmt::format("{}: {}", sample, look.explanation));
-    warnOfMissing(o, in, console);
     const std::string text = sceneText(makeScene(o, in, look));
     if (!o.writeScene.empty() && !writeSceneFile(o.writeScene, text, console))
         return kExitOutput;

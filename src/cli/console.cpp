@@ -16,15 +16,7 @@
 namespace nimbra::cli {
 namespace {
 
-// The library reports a frame without data as mere information; a user must hear of it.
-bool isAboutMissingData(std::string_view text) {
-    return text.find("No simulation data for ") != std::string_view::npos;
-}
-
-host::LogLevel shownLevel(host::LogLevel level, std::string_view text) {
-    return level == host::LogLevel::Info && isAboutMissingData(text) ? host::LogLevel::Warning
-                                                                     : level;
-}
+constexpr std::string_view kMissing = "No simulation data for ";
 
 host::LogLevel limitOf(const ConsoleOptions& o) {
     if (o.quiet)
@@ -50,11 +42,25 @@ Console::Console(const ConsoleOptions& options)
             fmt::format("log file '{}' can't be opened: {}", options.logFile, std::strerror(errno));
 }
 
+// The library reports a frame without data as mere information; a user must hear of it.
+host::LogLevel Console::shownLevel(host::LogLevel level, std::string_view text) const {
+    const std::size_t at = text.find(kMissing);
+    const bool raised = level == host::LogLevel::Info && at != text.npos &&
+                        !toldMissing_.contains(std::string(text.substr(at + kMissing.size())));
+    return raised ? host::LogLevel::Warning : level;
+}
+
+void Console::expectMissing(const std::vector<host::FrameNumber>& frames) {
+    const std::lock_guard lock(mutex_);
+    for (const host::FrameNumber frame : frames)
+        toldMissing_.insert(fmt::format("frame time {:g}!", frame.time()));
+}
+
 void Console::line(host::LogLevel level, std::string_view text) {
+    const std::lock_guard lock(mutex_);
     level = shownLevel(level, text);
     if (level > limitOf(options_))
         return;
-    const std::lock_guard lock(mutex_);
     printer_.interrupt();
     std::cerr << host::toString(level) << ": " << text << std::endl;
     if (file_) {

@@ -6,10 +6,14 @@
 #pragma once
 
 #include <fstream>
+#include <functional>
 #include <mutex>
+#include <set>
 #include <string>
+#include <vector>
 
 #include "cli/progress_printer.h"
+#include "host/frame_number.h"
 #include "host/host_log.h"
 
 namespace nimbra::cli {
@@ -30,16 +34,20 @@ public:
     host::HostLog& log() { return log_; }
     /// Something the user should see unless quiet, with no level in front.
     void note(const std::string& line);
+    /// Frames of which the user already knows that a cache has nothing for them.
+    void expectMissing(const std::vector<host::FrameNumber>& frames);
     void progress(const ProgressState& state);
     void endProgress();
     const std::string& logFileProblem() const { return logFileProblem_; }
 
 private:
     void line(host::LogLevel level, std::string_view text);
+    host::LogLevel shownLevel(host::LogLevel level, std::string_view text) const;
 
     ConsoleOptions options_;
     std::recursive_mutex mutex_;
     ProgressPrinter printer_;
+    std::set<std::string, std::less<>> toldMissing_;
     std::ofstream file_;
     std::string logFileProblem_;
     host::HostLog log_;

@@ -17,6 +17,7 @@
 #include "cli/frame_names.h"
 #include "cli/frame_range.h"
 #include "cli/render_job.h"
+#include "cli/scene_caches.h"
 #include "host/scene.h"
 #include "tessra/renderer.h"
 
@@ -64,10 +65,7 @@ private:
         if (!scene)
             return unusable(faults);
         TessUtils::setSceneFolder(scene->folder());
-        std::vector<TessUtils::TessraPlugin*> caches;
-        for (TessUtils::TessraPlugin* plugin : scene->pluginsOf<TessUtils::TessraPlugin>())
-            if (plugin->getPluginDesc()->getName() == std::string("NmbShaderCache"))
-                caches.push_back(plugin);
+        const std::vector<TessUtils::TessraPlugin*> caches = cachesOf(*scene);
         if (caches.empty())
             return unusable(path + ": the scene has no cache");
         return tell(path, [&](double time) {

@@ -15,6 +15,7 @@
 #include "cli/frame_range.h"
 #include "cli/job_progress.h"
 #include "cli/picture_size.h"
+#include "cli/scene_caches.h"
 #include "cli/statistics_text.h"
 #include "host/camera_plugin.h"
 #include "host/path_tracer.h"
@@ -285,7 +286,10 @@ int renderDocument(host::SceneDocument& document, const RenderOptions& o,
     Job job = planJob(scene->pluginsOf<host::SettingsPlugin>().front()->read(0), o, defaultOutput);
     if (o.skipExisting)
         leaveOutExisting(job, console);
-    return job.session.frames.empty() ? int(kExitDone) : runJob(*scene, job, o, console);
+    if (job.session.frames.empty())
+        return kExitDone;
+    console.expectMissing(warnOfMissingFiles(*scene, job.session.frames, console.log()));
+    return runJob(*scene, job, o, console);
 } catch (const JobFailure& failure) {
     console.log().error(failure.text);
     return failure.code;

@@ -139,6 +139,7 @@ TEST_F(CacheMoments, Pictures_BetweenFramesHaveTheirNamesAndTimes) {
     for (const char* name : {"v.0002.000.exr", "v.0002.500.exr", "v.0004.000.exr"})
         EXPECT_TRUE(fs::exists(at(name))) << name;
     EXPECT_NE(answer.err.find("nothing to see at frame 9"), std::string::npos) << answer.err;
+    EXPECT_EQ(answer.err.find("No simulation data"), std::string::npos) << "it was told once";
     EXPECT_NE(info({"--at", "2.5", scene}).out.find("cache frame 1.625"), std::string::npos);
     answer = picture("render", {scene, "--frames", "2.5,2.50", "--skip-existing", "--set",
                                 "cache.time_tform=false", "--speed", "2", "-o", at("v_%d.exr")});
