@@ -3,6 +3,7 @@
 
 #include "cache/process_memory.h"
 
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -19,6 +20,15 @@ std::uint64_t memoryOfProcess() {
     if (getrlimit(RLIMIT_AS, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY)
         most = std::min<std::uint64_t>(most, limit.rlim_cur);
     return most;
+}
+
+void giveBack(std::span<std::byte> unused) {
+    const auto pageSize = static_cast<std::uintptr_t>(sysconf(_SC_PAGE_SIZE));
+    const auto begin = reinterpret_cast<std::uintptr_t>(unused.data());
+    const std::uintptr_t first = (begin + pageSize - 1) / pageSize * pageSize;
+    const std::uintptr_t last = (begin + unused.size()) / pageSize * pageSize;
+    if (first < last)
+        madvise(reinterpret_cast<void*>(first), last - first, MADV_DONTNEED);
 }
 
 }  // namespace nimbra

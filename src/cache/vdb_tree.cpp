@@ -17,6 +17,7 @@
 #include <cstring>
 #include <istream>
 #include <limits>
+#include <span>
 #include <streambuf>
 #include <type_traits>
 
@@ -26,30 +27,53 @@ namespace nimbra {
 
 namespace {
 
-/// Bytes in memory as a stream that can be positioned.
+/// Bytes in memory as a stream that can be positioned forwards. What lies behind is given back: a
+/// tree grows as the packed bytes go.
 class SpanBuffer : public std::streambuf {
 public:
-    void set(std::byte* bytes, std::uint64_t size) {
-        char* const begin = reinterpret_cast<char*>(bytes);
-        setg(begin, begin, begin + size);
+    explicit SpanBuffer(std::span<std::byte> bytes)
+        : begin_(reinterpret_cast<char*>(bytes.data())), end_(begin_ + bytes.size()) {
+        open(begin_);
     }
 
 protected:
+    int_type underflow() override {
+        if (gptr() == end_)
+            return traits_type::eof();
+        if (gptr() == egptr())
+            moveOn(gptr());
+        return traits_type::to_int_type(*gptr());
+    }
     pos_type seekoff(off_type offset, std::ios_base::seekdir from,
                      std::ios_base::openmode) override {
         const off_type base = from == std::ios_base::beg   ? 0
-                              : from == std::ios_base::cur ? gptr() - eback()
-                                                           : egptr() - eback();
+                              : from == std::ios_base::cur ? gptr() - begin_
+                                                           : end_ - begin_;
         off_type position = 0;
-        if (__builtin_add_overflow(base, offset, &position) || position < 0 ||
-            position > egptr() - eback())
+        if (__builtin_add_overflow(base, offset, &position) || position < eback() - begin_ ||
+            position > end_ - begin_)
             return pos_type(off_type(-1));
-        setg(eback(), eback() + position, egptr());
+        if (position > egptr() - begin_)
+            moveOn(begin_ + position);
+        else
+            setg(eback(), begin_ + position, egptr());
         return pos_type(position);
     }
     pos_type seekpos(pos_type position, std::ios_base::openmode mode) override {
         return seekoff(off_type(position), std::ios_base::beg, mode);
     }
+
+private:
+    static constexpr std::ptrdiff_t kWindow = 1 << 20;
+
+    void open(char* place) { setg(place, place, place + std::min(kWindow, end_ - place)); }
+    void moveOn(char* place) {
+        giveBack(std::as_writable_bytes(std::span(eback(), place)));
+        open(place);
+    }
+
+    char* const begin_;
+    char* const end_;
 };
 
 /// The library's reader of single grids, which only its archives may use.
@@ -57,17 +81,16 @@ class MemoryArchive : public openvdb::io::Archive {
 public:
     openvdb::GridBase::Ptr read(const VdbHead& file, const VdbDescriptor& grid,
                                 VdbGridBytes& bytes) {
-        SpanBuffer buffer;
-        std::istream in(&buffer);
         std::string head = headOf(file);
-        buffer.set(reinterpret_cast<std::byte*>(head.data()), head.size());
+        SpanBuffer headBuffer(std::as_writable_bytes(std::span(head)));
+        std::istream in(&headBuffer);
         readHeader(in);
         setFormatVersion(in);
         setLibraryVersion(in);
         setDataCompression(in);
 
-        in.clear();
-        buffer.set(bytes.bytes.get(), bytes.size);
+        SpanBuffer buffer({bytes.bytes.get(), bytes.size});
+        in.rdbuf(&buffer);
         const openvdb::GridBase::Ptr out = openvdb::GridBase::createGrid(grid.treeType);
         out->setSaveFloatAsHalf(bytes.head.halfFloats);
         readGrid(out, openvdb::io::GridDescriptor(grid.uniqueName, grid.treeType), in);

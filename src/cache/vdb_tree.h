@@ -19,8 +19,8 @@ bool prepareVdbLibrary();
 
 /// The grid object of the kind's grid class, as a pointer to void from exactly that class; null
 /// (and `problem`) when the values don't unpack or there is no memory; a tree that needs more
-/// than memoryOfProcess isn't begun. `bytes` must have its buffers; some of its metadata is changed
-/// on the way.
+/// than memoryOfProcess isn't begun. `bytes` must have its buffers, and is used up: its memory goes
+/// while the tree grows.
 std::shared_ptr<void> buildVdbTree(const VdbHead& file, const VdbDescriptor& grid,
                                    VdbGridBytes& bytes, std::string& problem);
 
