@@ -179,6 +179,9 @@ struct SurfaceScene::State {
         if (device)
             rtcReleaseDevice(device);
     }
+    /// Before anything is added. A scene without surfaces leaves Embree asleep: starting it costs
+    /// memory.
+    void start();
     /// Turns what Embree noted of this thread into an exception.
     void check(const char* what) const {
         const RTCError error = rtcGetDeviceError(device);
@@ -220,6 +223,18 @@ struct SurfaceScene::State {
     void clear();
 };
 
+void SurfaceScene::State::start() {
+    if (!device)
+        device = rtcNewDevice(kDeviceSettings);
+    if (!device)
+        throw std::runtime_error("geometry: Embree could not start");
+    if (scene)
+        return;
+    scene = rtcNewScene(device);
+    rtcSetSceneFlags(scene, RTC_SCENE_FLAG_ROBUST);
+    check("making a scene");
+}
+
 const SharedMesh& SurfaceScene::State::share(const TriangleMesh& mesh) {
     const auto [entry, isNew] = shared.try_emplace(&mesh);
     SharedMesh& result = entry->second;
@@ -251,20 +266,12 @@ void SurfaceScene::State::clear() {
     parts.clear();
 }
 
-SurfaceScene::SurfaceScene() : state_(std::make_unique<State>()) {
-    state_->device = rtcNewDevice(kDeviceSettings);
-    if (!state_->device)
-        throw std::runtime_error("geometry: Embree could not start");
-    clear();
-}
+SurfaceScene::SurfaceScene() : state_(std::make_unique<State>()) {}
 
 SurfaceScene::~SurfaceScene() = default;
 
 void SurfaceScene::clear() {
     state_->clear();
-    state_->scene = rtcNewScene(state_->device);
-    rtcSetSceneFlags(state_->scene, RTC_SCENE_FLAG_ROBUST);
-    state_->check("making a scene");
 }
 
 void SurfaceScene::addMesh(const TriangleMesh& mesh, const Transform& start, const Transform& end,
@@ -272,6 +279,7 @@ void SurfaceScene::addMesh(const TriangleMesh& mesh, const Transform& start, con
     const std::vector<std::uint32_t> triangles = validTriangles(mesh);
     if (triangles.empty())
         return;
+    state_->start();
     auto part = std::make_unique<Part>();
     part->object = object;
     part->mesh = &mesh;
@@ -290,6 +298,7 @@ void SurfaceScene::addMesh(const TriangleMesh& mesh, const Transform& start, con
 
 void SurfaceScene::addInstance(const TriangleMesh& mesh, const Transform& start,
                                const Transform& end, int object) {
+    state_->start();
     const SharedMesh& shared = state_->share(mesh);
     if (!shared.scene)
         return;
@@ -316,6 +325,7 @@ void SurfaceScene::addInstance(const TriangleMesh& mesh, const Transform& start,
 }
 
 void SurfaceScene::addPrimitive(UserPrimitive& primitive, int object) {
+    state_->start();
     auto part = std::make_unique<Part>();
     part->object = object;
     part->primitive = &primitive;
@@ -329,6 +339,8 @@ void SurfaceScene::addPrimitive(UserPrimitive& primitive, int object) {
 }
 
 void SurfaceScene::commit() {
+    if (empty())
+        return;
     rtcCommitScene(state_->scene);
     state_->check("building the search tree");
 }
