@@ -82,6 +82,9 @@ public:
         return 0;
     }
     int append(std::string_view bytes) { return writeAll(fd_, bytes) ? 0 : errno; }
+    int seek(std::uint64_t place) {
+        return ::lseek(fd_, static_cast<off_t>(place), SEEK_SET) >= 0 ? 0 : errno;
+    }
     int close() {
         const int fault = ::fsync(fd_) == 0 ? 0 : errno;
         const int closed = ::close(std::exchange(fd_, -1)) == 0 ? 0 : errno;
@@ -157,6 +160,10 @@ bool AtomicFile::open(std::string& error) {
 
 bool AtomicFile::write(std::string_view bytes, std::string& error) {
     return told(path_, file_->append(bytes), error);
+}
+
+bool AtomicFile::seek(std::uint64_t place, std::string& error) {
+    return told(path_, file_->seek(place), error);
 }
 
 bool AtomicFile::commit(std::string& error) {

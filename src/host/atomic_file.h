@@ -4,6 +4,7 @@
 // Files that appear under their name only when they are complete.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -22,6 +23,8 @@ public:
     // Each answers false, with "path: reason" in `error`, and may not be followed by another then.
     bool open(std::string& error);
     bool write(std::string_view bytes, std::string& error);
+    /// Where the next bytes go, in bytes from the beginning.
+    bool seek(std::uint64_t place, std::string& error);
     /// Has the system put the bytes on the disk and renames.
     bool commit(std::string& error);
 

@@ -7,17 +7,17 @@
 #include <OpenEXR/ImfFrameBuffer.h>
 #include <OpenEXR/ImfFramesPerSecond.h>
 #include <OpenEXR/ImfHeader.h>
+#include <OpenEXR/ImfIO.h>
 #include <OpenEXR/ImfInputFile.h>
 #include <OpenEXR/ImfIntAttribute.h>
 #include <OpenEXR/ImfMatrixAttribute.h>
 #include <OpenEXR/ImfOutputFile.h>
 #include <OpenEXR/ImfStandardAttributes.h>
-#include <OpenEXR/ImfStdIO.h>
 #include <OpenEXR/ImfStringAttribute.h>
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
+#include <stdexcept>
 
 #include "host/atomic_file.h"
 #include "host/picture.h"
@@ -27,18 +27,13 @@ namespace nimbra::host {
 
 namespace {
 
-constexpr float kLargestHalf = 65504;
-constexpr std::int64_t kMostPixels = std::int64_t(1) << 28;
+constexpr int kBlockRows = 16;  // what the compression takes at once
+constexpr std::int64_t kMostPixels = std::int64_t(1) << 28, kMostValues = 8 * kMostPixels;
 
-bool isColorChannel(const std::string& name) {
-    const std::size_t dot = name.rfind('.');
-    return dot != std::string::npos && name.size() == dot + 2 &&
-           std::string("RGBA").find(name[dot + 1]) != std::string::npos;
-}
-
-half toHalf(float value) {
-    // What doesn't fit would become infinite.
-    return half(std::clamp(value, -kLargestHalf, kLargestHalf));
+bool isColor(const std::string& channel) {
+    const std::size_t last = channel.size() - 1;
+    return std::string("RGBA").find(channel[last]) != std::string::npos &&
+           (last == 0 || channel[last - 1] == '.');
 }
 
 struct InsertAttribute {
@@ -73,49 +68,81 @@ Imf::Header makeHeader(const FrameBuffer& pixels, const PictureMetadata& metadat
     return header;
 }
 
-/// The picture's channels in the order of their memory, each with its own type.
-class ChannelStore {
+/// A file on its way to its place, as OpenEXR writes it. OpenEXR goes on after a fault, and hides
+/// some: the first stays in `error`, and nothing is written any more.
+class FileStream final : public Imf::OStream {
 public:
-    explicit ChannelStore(const FrameBuffer& pixels) : pixels_(pixels) {
-        colors_.reserve(pixels.rgba.size());
-        for (const float value : pixels.rgba)
-            colors_.push_back(toHalf(value));
-    }
+    FileStream(const std::string& path, AtomicFile& file, std::string& error)
+        : Imf::OStream(path.c_str()), file_(file), error_(error) {}
 
-    void add(Imf::Header& header, Imf::FrameBuffer& frame) {
-        for (int c = 0; c < 4; ++c)
-            insert(header, frame, std::string(1, "RGBA"[c]), Imf::HALF, colors_.data() + c, 4);
-        const std::size_t stride = pixels_.layerNames.size();
-        // Pointers into it are handed out: it must not move.
-        halves_.reserve(stride);
-        for (std::size_t layer = 0; layer < stride; ++layer) {
-            const std::string& name = pixels_.layerNames[layer];
-            if (!isColorChannel(name)) {
-                auto* first = const_cast<float*>(pixels_.layers.data() + layer);
-                insert(header, frame, name, Imf::FLOAT, first, stride);
-                continue;
-            }
-            std::vector<half>& values = halves_.emplace_back();
-            for (std::size_t i = layer; i < pixels_.layers.size(); i += stride)
-                values.push_back(toHalf(pixels_.layers[i]));
-            insert(header, frame, name, Imf::HALF, values.data(), 1);
-        }
+    void write(const char bytes[], int count) override {
+        const auto size = static_cast<std::size_t>(count);
+        check(error_.empty() && file_.write({bytes, size}, error_));
+        place_ += size;
+    }
+    std::uint64_t tellp() override { return place_; }
+    void seekp(std::uint64_t place) override {
+        check(error_.empty() && file_.seek(place, error_));
+        place_ = place;
     }
 
 private:
-    template <class T>
-    void insert(Imf::Header& header, Imf::FrameBuffer& frame, const std::string& name,
-                Imf::PixelType type, T* first, std::size_t stride) {
-        header.channels().insert(name, Imf::Channel(type));
-        frame.insert(
-            name, Imf::Slice::Make(type, first, header.dataWindow(), stride * sizeof(T),
-                                   stride * sizeof(T) * static_cast<std::size_t>(pixels_.width)));
+    void check(bool done) const {
+        if (!done)
+            throw std::runtime_error(error_);
     }
 
-    const FrameBuffer& pixels_;
-    std::vector<half> colors_;
-    std::vector<std::vector<half>> halves_;
+    AtomicFile& file_;
+    std::string& error_;
+    std::uint64_t place_ = 0;
 };
+
+/// Some rows of a channel, in the type that files have for it.
+class ChannelRows {
+public:
+    explicit ChannelRows(const PictureChannel& channel) : channel_(channel) {}
+
+    const std::string& name() const { return channel_.name(); }
+    Imf::PixelType type() const { return isColor(name()) ? Imf::HALF : Imf::FLOAT; }
+    /// The rows of `place`, which begin with value `first`; valid until the next call.
+    Imf::Slice read(std::size_t first, const Imath::Box2i& place) {
+        const std::size_t count = std::size_t(place.size().x + 1) * std::size_t(place.size().y + 1);
+        if (type() == Imf::FLOAT) {
+            floats_.resize(count);
+            for (std::size_t i = 0; i < count; ++i)
+                floats_[i] = channel_.at(first + i);
+            return Imf::Slice::Make(Imf::FLOAT, floats_.data(), place);
+        }
+        halves_.resize(count);
+        for (std::size_t i = 0; i < count; ++i)
+            halves_[i] = channel_.halfAt(first + i);
+        return Imf::Slice::Make(Imf::HALF, halves_.data(), place);
+    }
+
+private:
+    const PictureChannel& channel_;
+    std::vector<std::uint16_t> halves_;
+    std::vector<float> floats_;
+};
+
+/// Block by block, so that no second picture stands beside the one that is written.
+void writePixels(Imf::OStream& stream, const FrameBuffer& pixels, const PictureMetadata& metadata) {
+    Imf::Header header = makeHeader(pixels, metadata);
+    std::vector<ChannelRows> channels(pixels.channels.begin(), pixels.channels.end());
+    for (const ChannelRows& channel : channels)
+        header.channels().insert(channel.name(), Imf::Channel(channel.type()));
+    Imf::OutputFile file(stream, header);
+    const int end = pixels.y0 + pixels.height;
+    for (int y = pixels.y0; y < end; y += kBlockRows) {
+        const int rows = std::min(kBlockRows, end - y);
+        const Imath::Box2i place({pixels.x0, y}, {pixels.x0 + pixels.width - 1, y + rows - 1});
+        Imf::FrameBuffer frame;
+        for (ChannelRows& channel : channels)
+            frame.insert(channel.name(), channel.read(pixels.index(pixels.x0, y), place));
+        file.setFrameBuffer(frame);
+        file.writePixels(rows);
+    }
+}
 
 std::string textOf(const Imf::Attribute& attribute) {
     if (const auto* s = dynamic_cast<const Imf::StringAttribute*>(&attribute))
@@ -139,24 +166,20 @@ std::string textOf(const Imf::Attribute& attribute) {
 
 bool writeExr(const std::string& path, const FrameBuffer& pixels, const PictureMetadata& metadata,
               std::string& error) {
+    AtomicFile file(path);
+    error.clear();
+    if (!file.open(error))
+        return false;
     try {
-        Imf::StdOSStream stream;
-        {
-            Imf::Header header = makeHeader(pixels, metadata);
-            Imf::FrameBuffer frame;
-            ChannelStore store(pixels);
-            store.add(header, frame);
-            Imf::OutputFile file(stream, header);
-            file.setFrameBuffer(frame);
-            file.writePixels(pixels.height);
-        }
-        return writeFileAtomically(path, stream.str(), error);
+        FileStream stream(path, file, error);
+        writePixels(stream, pixels, metadata);
     } catch (const std::bad_alloc&) {
         throw;
     } catch (const std::exception& fault) {
-        error = path + ": " + fault.what();
-        return false;
+        if (error.empty())
+            error = path + ": " + fault.what();
     }
+    return error.empty() && file.commit(error);
 }
 
 bool readExr(const std::string& path, Picture& picture, std::string& error) {
@@ -166,28 +189,23 @@ bool readExr(const std::string& path, Picture& picture, std::string& error) {
         const Imath::Box2i data = header.dataWindow(), display = header.displayWindow();
         const std::int64_t width = std::int64_t(data.max.x) - data.min.x + 1;
         const std::int64_t height = std::int64_t(data.max.y) - data.min.y + 1;
-        if (width > kMostPixels || height > kMostPixels || width * height > kMostPixels) {
-            error = path + ": too large";
-            return false;
-        }
         std::vector<std::string> names;
         for (auto c = header.channels().begin(); c != header.channels().end(); ++c)
             if (std::string name = c.name();
                 name != "R" && name != "G" && name != "B" && name != "A")
                 names.push_back(name);
+        const auto channels = static_cast<std::int64_t>(names.size()) + 4;
+        if (width > kMostPixels || height > kMostPixels || width * height > kMostPixels ||
+            width * height > kMostValues / channels) {
+            error = path + ": too large";
+            return false;
+        }
         FrameBuffer& pixels = picture.pixels;
         pixels.resize(display.max.x + 1, display.max.y + 1, data.min.x, data.min.y,
                       static_cast<int>(width), static_cast<int>(height), names);
         Imf::FrameBuffer frame;
-        const auto insert = [&](const std::string& name, float* first, std::size_t stride) {
-            frame.insert(
-                name, Imf::Slice::Make(Imf::FLOAT, first, data, stride * sizeof(float),
-                                       stride * sizeof(float) * static_cast<std::size_t>(width)));
-        };
-        for (int c = 0; c < 4; ++c)
-            insert(std::string(1, "RGBA"[c]), pixels.rgba.data() + c, 4);
-        for (std::size_t layer = 0; layer < names.size(); ++layer)
-            insert(names[layer], pixels.layers.data() + layer, names.size());
+        for (PictureChannel& channel : pixels.channels)
+            frame.insert(channel.name(), Imf::Slice::Make(Imf::FLOAT, channel.floats(), data));
         file.setFrameBuffer(frame);
         file.readPixels(data.min.y, data.max.y);
         for (auto a = header.begin(); a != header.end(); ++a)

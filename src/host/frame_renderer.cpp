@@ -19,20 +19,6 @@ namespace nimbra::host {
 
 using TessUtils::Color;
 
-void FrameBuffer::resize(int fullW, int fullH, int left, int top, int w, int h,
-                         std::vector<std::string> names) {
-    fullWidth = fullW;
-    fullHeight = fullH;
-    x0 = left;
-    y0 = top;
-    width = w;
-    height = h;
-    layerNames = std::move(names);
-    const std::size_t pixels = std::size_t(w) * std::size_t(h);
-    rgba.assign(pixels * 4, 0.0f);
-    layers.assign(pixels * layerNames.size(), 0.0f);
-}
-
 namespace {
 
 /// Place of cell `index` on a Hilbert curve that fills a square of `size` (a power of two):
@@ -131,15 +117,15 @@ bool isFinite(const SampleValue& value) {
 /// The threads of one frame and what they share.
 class TileCrew {
 public:
-    TileCrew(const FrameRenderJob& job, const CropWindow& window, FrameBuffer& out)
+    TileCrew(const FrameRenderJob& job, const CropWindow& window,
+             const std::vector<std::string>& layers, FrameBuffer& out)
         : job_(job),
           out_(out),
           tiles_(makeTiles(window, std::max(1, job.settings.tileSize))),
           offsets_(job.settings.pixelFilter, job.settings.filterWidth),
-          channels_(out.layerNames.size()),
-          depthChannel_(static_cast<std::size_t>(
-              std::find(out.layerNames.begin(), out.layerNames.end(), "Z") -
-              out.layerNames.begin())) {}
+          layers_(layers.size()),
+          depthLayer_(static_cast<std::size_t>(std::find(layers.begin(), layers.end(), "Z") -
+                                               layers.begin())) {}
 
     void run(FrameRenderResult& result) {
         runThreads();
@@ -247,27 +233,29 @@ private:
 
     void renderTiles(int threadIndex) {
         Scratch scratch;
-        scratch.value.layers.resize(channels_);
-        scratch.layerSums.resize(channels_);
+        scratch.value.layers.resize(layers_);
+        scratch.layerSums.resize(layers_);
         while (!stopped()) {
             const std::size_t index = next_.fetch_add(1);
             if (index >= tiles_.size())
                 return;
-            if (renderTile(tiles_[index], threadIndex, scratch))
-                done_.fetch_add(1);
-            else
-                clear(tiles_[index]);
+            if (!renderTile(tiles_[index], threadIndex, scratch))
+                return;
+            keep(tiles_[index], scratch.pixels);
+            done_.fetch_add(1);
         }
     }
 
-    /// What one thread needs again for every pixel.
+    /// What one thread needs again for every tile.
     struct Scratch {
         SampleValue value;
         std::vector<double> layerSums;
+        std::vector<float> pixels;  // of the tile: colour, alpha and layers of each
     };
 
     bool renderTile(const Tile& tile, int threadIndex, Scratch& scratch) {
         std::uint64_t invalid = 0;
+        scratch.pixels.clear();
         for (int y = tile.y0; y < tile.y1; ++y)
             for (int x = tile.x0; x < tile.x1; ++x) {
                 if (!renderPixel(x, y, threadIndex, scratch, invalid))
@@ -279,14 +267,15 @@ private:
         return true;
     }
 
-    /// False when the render is to stop; adds the samples that were not finite to `invalid`.
+    /// False when the render is to stop; else the tile has one pixel more. Adds the samples that
+    /// were not finite to `invalid`.
     bool renderPixel(int x, int y, int threadIndex, Scratch& scratch, std::uint64_t& invalid) {
         const RenderSettings& settings = job_.settings;
         const int count = std::max(1, settings.samples);
         double sums[4] = {};
         std::fill(scratch.layerSums.begin(), scratch.layerSums.end(), 0.0);
-        if (depthChannel_ < channels_)
-            scratch.layerSums[depthChannel_] = double(kNoDepth) * count;
+        if (depthLayer_ < layers_)
+            scratch.layerSums[depthLayer_] = double(kNoDepth) * count;
         PixelSampler random;
         SampleValue& value = scratch.value;
         for (int s = 0; s < count; ++s) {
@@ -311,10 +300,10 @@ private:
             for (int c = 0; c < 3; ++c)
                 sums[c] += value.color[c];
             sums[3] += value.alpha;
-            for (std::size_t c = 0; c < channels_; ++c)
+            for (std::size_t c = 0; c < layers_; ++c)
                 addLayer(c, value.layers[c], count, scratch.layerSums[c]);
         }
-        store(x, y, sums, scratch.layerSums, 1.0 / count);
+        store(sums, 1.0 / count, scratch);
         return true;
     }
 
@@ -323,7 +312,7 @@ private:
     void addLayer(std::size_t channel, float value, int count, double& sum) const {
         if (!std::isfinite(value))
             return;
-        sum = channel == depthChannel_ ? std::min(sum, double(value) * count) : sum + value;
+        sum = channel == depthLayer_ ? std::min(sum, double(value) * count) : sum + value;
     }
 
     void limitIntensity(Color& color) const {
@@ -333,30 +322,31 @@ private:
             color = color * (limit / most);
     }
 
-    void store(int x, int y, const double* sums, const std::vector<double>& layers, double weight) {
-        float* pixel = out_.pixel(x, y);
+    static void store(const double* sums, double weight, Scratch& scratch) {
         for (int c = 0; c < 4; ++c)
-            pixel[c] = static_cast<float>(sums[c] * weight);
-        const std::size_t index =
-            std::size_t(y - out_.y0) * std::size_t(out_.width) + std::size_t(x - out_.x0);
-        for (std::size_t c = 0; c < channels_; ++c)
-            out_.layers[index * channels_ + c] = static_cast<float>(layers[c] * weight);
+            scratch.pixels.push_back(static_cast<float>(sums[c] * weight));
+        for (const double sum : scratch.layerSums)
+            scratch.pixels.push_back(static_cast<float>(sum * weight));
     }
 
-    void clear(const Tile& tile) {
-        const double zero[4] = {};
-        const std::vector<double> layers(channels_);
-        for (int y = tile.y0; y < tile.y1; ++y)
-            for (int x = tile.x0; x < tile.x1; ++x)
-                store(x, y, zero, layers, 0);
+    /// Puts a finished tile into the picture.
+    void keep(const Tile& tile, const std::vector<float>& pixels) {
+        std::lock_guard lock(mutex_);
+        const std::size_t stride = 4 + layers_;
+        for (std::size_t c = 0; c < out_.channels.size(); ++c) {
+            const float* value = pixels.data() + c;
+            for (int y = tile.y0; y < tile.y1; ++y)
+                for (int x = tile.x0; x < tile.x1; ++x, value += stride)
+                    out_.channels[c].set(out_.index(x, y), *value);
+        }
     }
 
     const FrameRenderJob& job_;
     FrameBuffer& out_;
     const std::vector<Tile> tiles_;
     const FilterOffsets offsets_;
-    const std::size_t channels_;
-    const std::size_t depthChannel_;
+    const std::size_t layers_;
+    const std::size_t depthLayer_;
     std::atomic<std::size_t> next_{0}, done_{0};
     double toldShare_ = -1;
     std::atomic<std::uint64_t> samples_{0}, invalid_{0};
@@ -389,9 +379,11 @@ FrameRenderResult renderFrame(const FrameRenderJob& job, FrameBuffer& out) {
         return result;
     }
     try {
+        const std::vector<std::string> layers = job.tracer->layerNames();
         out.resize(job.settings.width, job.settings.height, window.x0, window.y0,
-                   window.x1 - window.x0, window.y1 - window.y0, job.tracer->layerNames());
-        TileCrew(job, window, out).run(result);
+                   window.x1 - window.x0, window.y1 - window.y0,
+                   job.needs.layers ? layers : std::vector<std::string>(), job.needs.colors);
+        TileCrew(job, window, layers, out).run(result);
     } catch (const std::bad_alloc&) {
         result.status = RenderStatus::Failed;
         result.outOfMemory = true;

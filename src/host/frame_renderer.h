@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "host/abort_flag.h"
+#include "host/frame_buffer.h"
 #include "host/pixel_sampler.h"
 #include "host/render_settings.h"
 #include "tessra/math.h"
@@ -24,32 +25,11 @@ struct CameraSample {
     PixelSampler* random = nullptr;  // next numbers of this sample: lens, time, then all bounces
 };
 
-/// Value of layer "Z" where nothing was met.
-inline constexpr float kNoDepth = 1e10f;
-
 /// What a tracer answers for one camera sample. `layers` has the size that the tracer announced.
 struct SampleValue {
     TessUtils::Color color;  // associated with alpha
     float alpha = 0;
     std::vector<float> layers;
-};
-
-/// A picture or a part of it. Rows go down; values are averages over the samples of a pixel, in
-/// layer "Z" the nearest of them.
-struct FrameBuffer {
-    int fullWidth = 0, fullHeight = 0;    // the whole picture
-    int x0 = 0, y0 = 0;                   // upper left corner of the part that is held
-    int width = 0, height = 0;            // its size
-    std::vector<float> rgba;              // 4 a pixel, scene-linear, associated alpha
-    std::vector<std::string> layerNames;  // channel names like "Z" or "diffuse.R"
-    std::vector<float> layers;            // layerNames.size() a pixel
-
-    void resize(int fullW, int fullH, int left, int top, int w, int h,
-                std::vector<std::string> names);
-    float* pixel(int x, int y) { return &rgba[(std::size_t(y - y0) * width + (x - x0)) * 4]; }
-    const float* pixel(int x, int y) const {
-        return &rgba[(std::size_t(y - y0) * width + (x - x0)) * 4];
-    }
 };
 
 /// What looks along camera rays. `radiance` is called on all render threads.
@@ -67,6 +47,12 @@ struct CropWindow {
     bool empty() const { return x1 <= x0 || y1 <= y0; }
 };
 
+/// What of a picture will be used.
+struct PictureNeeds {
+    ChannelDepth colors = ChannelDepth::Float;
+    bool layers = true;
+};
+
 enum class RenderStatus { Complete, Aborted, Failed };
 
 struct FrameRenderJob {
@@ -75,6 +61,7 @@ struct FrameRenderJob {
     RenderSettings settings;
     int threadCount = 1;
     CropWindow crop;
+    PictureNeeds needs;
     /// Called on the calling thread, ten times a second at most: share of the work done, 0 to 1.
     std::function<void(double share)> progress;
 };
@@ -89,7 +76,8 @@ struct FrameRenderResult {
 };
 
 /// Renders all tiles on `threadCount` threads of its own and returns when they have ended. Values
-/// that aren't finite count as black. After an abort the pixels of unfinished tiles are zero.
+/// that aren't finite count as black. After an abort unfinished tiles are as if nothing was met
+/// there.
 FrameRenderResult renderFrame(const FrameRenderJob& job, FrameBuffer& out);
 
 }  // namespace nimbra::host

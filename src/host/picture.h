@@ -10,7 +10,7 @@
 #include <variant>
 
 #include "host/camera.h"
-#include "host/frame_renderer.h"
+#include "host/frame_buffer.h"
 
 namespace nimbra::host {
 

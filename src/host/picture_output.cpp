@@ -42,6 +42,17 @@ bool PictureOutput::prepare(const std::vector<FrameNumber>& frames, std::string&
     return true;
 }
 
+PictureNeeds PictureOutput::needs(FrameNumber frame) const {
+    PictureNeeds needs{ChannelDepth::Half, false};
+    for (const std::string& path : options_.paths(frame)) {
+        if (path.ends_with(".exr"))
+            needs.layers = true;
+        else
+            needs.colors = ChannelDepth::Float;
+    }
+    return needs;
+}
+
 PictureMetadata PictureOutput::metadata(const FinishedFrame& frame) const {
     PictureMetadata m;
     m.framesPerSecond = frame.settings.framesPerSecond;

@@ -27,6 +27,7 @@ public:
 
     /// Finds out whether the files of all frames can be written; call before the first frame.
     bool prepare(const std::vector<FrameNumber>& frames, std::string& error) const;
+    PictureNeeds needs(FrameNumber frame) const override;
     bool write(const FinishedFrame& frame, std::string& error) override;
 
 private:

@@ -43,7 +43,8 @@ std::uint8_t toByte(float value) {
 }
 
 /// One pixel, colours and alpha.
-void encodePixel(const float* rgba, const PngOptions& options, float exposure, std::uint8_t* out) {
+void encodePixel(const std::array<float, 4>& rgba, const PngOptions& options, float exposure,
+                 std::uint8_t* out) {
     float shown[3];
     for (int c = 0; c < 3; ++c)
         shown[c] = displayValue(rgba[c] * exposure, options.filmic);
@@ -75,10 +76,12 @@ bool writePng(const std::string& path, const FrameBuffer& pixels, const PngOptio
               std::string& error) {
     const int channels = options.alpha == PngAlpha::Keep ? 4 : 3;
     const float exposure = std::exp2(options.exposure);
-    std::vector<std::uint8_t> bytes(pixels.rgba.size() / 4 * static_cast<std::size_t>(channels));
-    for (std::size_t i = 0; i < pixels.rgba.size() / 4; ++i)
-        encodePixel(&pixels.rgba[i * 4], options, exposure,
-                    &bytes[i * static_cast<std::size_t>(channels)]);
+    std::vector<std::uint8_t> bytes(std::size_t(pixels.width) * std::size_t(pixels.height) *
+                                    static_cast<std::size_t>(channels));
+    std::uint8_t* next = bytes.data();
+    for (int y = pixels.y0; y < pixels.y0 + pixels.height; ++y)
+        for (int x = pixels.x0; x < pixels.x0 + pixels.width; ++x, next += channels)
+            encodePixel(pixels.pixel(x, y), options, exposure, next);
 
     PngImage png(static_cast<png_uint_32>(pixels.width), static_cast<png_uint_32>(pixels.height),
                  channels == 4 ? PNG_FORMAT_RGBA : PNG_FORMAT_RGB);
@@ -113,9 +116,9 @@ bool readPng(const std::string& path, Picture& picture, std::string& error) {
         return false;
     }
     const int width = static_cast<int>(image.width), height = static_cast<int>(image.height);
-    picture.pixels.resize(width, height, 0, 0, width, height, {});
+    picture.pixels.resize(width, height, 0, 0, width, height);
     for (std::size_t i = 0; i < bytes.size(); ++i)
-        picture.pixels.rgba[i] = static_cast<float>(bytes[i]) / 255;
+        picture.pixels.channels[i % 4].set(i / 4, static_cast<float>(bytes[i]) / 255);
     return true;
 }
 

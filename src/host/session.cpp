@@ -180,6 +180,7 @@ void RenderSession::State::trace(const RenderSettings& settings, FrameReport& re
     job.settings.seed = frameSeed(settings.seed, report.frame);
     job.threadCount = threadCount;
     job.crop = options.crop;
+    job.needs = output.needs(report.frame);
     const auto start = Clock::now();
     job.progress = [&](double share) {
         const double elapsed = secondsSince(start);

@@ -79,6 +79,8 @@ struct FinishedFrame {
 class FrameOutput {
 public:
     virtual ~FrameOutput() = default;
+    /// What write() will read of a frame's picture.
+    virtual PictureNeeds needs(FrameNumber /*frame*/) const { return {}; }
     /// Writes a complete frame; false with `error` when it could not be written.
     virtual bool write(const FinishedFrame& frame, std::string& error) = 0;
 };

@@ -7,7 +7,6 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
-#include <cstring>
 #include <new>
 #include <thread>
 
@@ -57,10 +56,9 @@ TEST(FrameRenderer, ThreadsAndTiles_DoNotChangeThePicture) {
         const FrameRenderResult result =
             renderFrame(makeJob(tracer, 61, 37, 6, threads, tile), other);
         EXPECT_EQ(result.cameraSamples, 61u * 37u * 6u);
-        EXPECT_EQ(first.rgba, other.rgba) << threads << " threads, tiles of " << tile;
-        EXPECT_EQ(first.layers, other.layers) << threads << " threads, tiles of " << tile;
+        EXPECT_EQ(first.channels, other.channels) << threads << " threads, tiles of " << tile;
     }
-    EXPECT_EQ(first.layers[1], 2.5f);  // the mean sample number of 0 to 5
+    EXPECT_EQ(first.channels[5].at(0), 2.5f);  // the mean sample number of 0 to 5
 }
 
 TEST(FrameRenderer, Crop_IsAPartOfTheWholePicture) {
@@ -74,7 +72,8 @@ TEST(FrameRenderer, Crop_IsAPartOfTheWholePicture) {
     ASSERT_EQ(part.height, 4);
     EXPECT_EQ(part.fullWidth, 40);
     for (int y = 5; y < 9; ++y)
-        EXPECT_EQ(std::memcmp(part.pixel(11, y), whole.pixel(11, y), 29 * 4 * sizeof(float)), 0);
+        for (int x = 11; x < 40; ++x)
+            EXPECT_EQ(part.pixel(x, y), whole.pixel(x, y));
     job.crop = {50, 5, 60, 9};
     EXPECT_EQ(renderFrame(job, part).status, RenderStatus::Failed);
 }
@@ -119,7 +118,8 @@ TEST(FrameRenderer, NonFiniteSamples_CountAsBlack) {
     FrameBuffer out;
     const FrameRenderResult result = renderFrame(makeJob(tracer, 2, 1, 4, 1, 8), out);
     EXPECT_EQ(result.invalidSamples, 4u);
-    EXPECT_EQ(out.rgba, std::vector<float>(8, 0.5f));
+    for (int x = 0; x < 2; ++x)
+        EXPECT_EQ(out.pixel(x, 0), (std::array<float, 4>{0.5f, 0.5f, 0.5f, 0.5f}));
 }
 
 TEST(FrameRenderer, ThrowWhileReporting_WaitsForTheThreads) {
@@ -176,8 +176,8 @@ TEST(FrameRenderer, Abort_EndsWithinOneSampleAndClearsOpenTiles) {
     // Each of three threads ends its sample.
     EXPECT_LE(calls, 50 + 3);
     EXPECT_LT(std::chrono::duration<double>(Clock::now() - asked).count(), 2.0);
-    for (const float value : out.rgba)
-        ASSERT_EQ(value, 0.0f);
+    for (std::size_t i = 0; i < out.channels[0].size(); ++i)
+        ASSERT_EQ(out.channels[0].at(i), 0.0f);
 }
 
 }  // namespace

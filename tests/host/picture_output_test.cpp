@@ -70,23 +70,24 @@ TEST_F(PictureOutputTest, WritesEveryFrameWithItsMetadata) {
     // The camera's place in the world, not in the shifted space of the rays.
     EXPECT_EQ(a["worldToCamera"], "1 0 0 0 0 1 0 0 0 0 -1 0 0 0 10 1");
     EXPECT_TRUE(a.contains("worldToNDC"));
-    EXPECT_EQ(picture.pixels.layerNames, std::vector<std::string>{"Z"});
+    ASSERT_EQ(picture.pixels.channels.size(), 5u);
+    EXPECT_EQ(picture.pixels.channels[4].name(), "Z");
     EXPECT_TRUE(fs::exists(folder_ / "f4.png"));
 }
 
 TEST_F(PictureOutputTest, PngIsOpaqueOnlyWithABackground) {
     PictureOutput output(options());
     renderTo(output, std::string(kFront) + kSmoke, "");
-    EXPECT_EQ(read("f1.png").pixels.rgba[3], 128 / 255.0f);
+    EXPECT_EQ(read("f1.png").pixels.pixel(0, 0)[3], 128 / 255.0f);
     renderTo(output, std::string(kFront) + kSmoke, R"("background": [1, 1, 1])");
     Picture picture = read("f1.png");
-    EXPECT_EQ(picture.pixels.rgba[3], 1);
-    EXPECT_EQ(picture.pixels.rgba[0], 188 / 255.0f);  // half the light, in sRGB
+    EXPECT_EQ(picture.pixels.pixel(0, 0)[3], 1);
+    EXPECT_EQ(picture.pixels.pixel(0, 0)[0], 188 / 255.0f);  // half the light, in sRGB
     renderTo(
         output,
         std::string(kFront) + kSmoke + R"(, "sky": {"plugin": "TessraLightSky", "visible": true})",
         "");
-    EXPECT_EQ(read("f1.png").pixels.rgba[3], 1);
+    EXPECT_EQ(read("f1.png").pixels.pixel(0, 0)[3], 1);
 }
 
 TEST_F(PictureOutputTest, DeterministicFilesAreTheSameToTheByte) {

@@ -26,10 +26,10 @@ using nimbra::test::TempFolder;
 FrameBuffer makePicture() {
     FrameBuffer p;
     p.resize(64, 48, 10, 20, 5, 3, {"Z", "diffuse.R", "velocity.X"});
-    for (std::size_t i = 0; i < p.rgba.size(); ++i)
-        p.rgba[i] = static_cast<float>(i) / 16;
-    for (std::size_t i = 0; i < p.layers.size(); ++i)
-        p.layers[i] = 1000 + static_cast<float>(i) / 3;
+    for (std::size_t c = 0; c < p.channels.size(); ++c)
+        for (std::size_t i = 0; i < p.channels[c].size(); ++i)
+            p.channels[c].set(i, c < 4 ? static_cast<float>(i * 4 + c) / 16
+                                       : 1000 + static_cast<float>(i * 3 + c) / 3);
     return p;
 }
 
@@ -44,8 +44,8 @@ TEST(ExrFile, RoundTripKeepsWindowsChannelsAndMetadata) {
     const TempFolder folder;
     const std::string path = folder / "a.exr";
     FrameBuffer pixels = makePicture();
-    pixels.rgba[0] = 1e9f;
-    pixels.rgba[1] = -1e9f;
+    pixels.channels[0].set(0, 1e9f);
+    pixels.channels[1].set(0, -1e9f);
     PictureMetadata metadata;
     metadata.framesPerSecond = 23.976f;
     metadata.values["nimbra/scene"] = std::string("s.json");
@@ -66,16 +66,17 @@ TEST(ExrFile, RoundTripKeepsWindowsChannelsAndMetadata) {
     EXPECT_EQ(back.pixels.y0, 20);
     EXPECT_EQ(back.pixels.width, 5);
     EXPECT_EQ(back.pixels.height, 3);
-    EXPECT_EQ(back.pixels.rgba[0], 65504.0f) << "too bright for a half, and not infinite";
-    EXPECT_EQ(back.pixels.rgba[1], -65504.0f);
-    for (std::size_t i = 2; i < pixels.rgba.size(); ++i)
-        EXPECT_EQ(back.pixels.rgba[i], pixels.rgba[i]) << i;  // sixteenths are exact in a half
-    EXPECT_EQ(back.pixels.layerNames, (std::vector<std::string>{"Z", "diffuse.R", "velocity.X"}));
-    for (std::size_t i = 0; i < pixels.layers.size(); ++i)
-        if (i % 3 == 1)
-            EXPECT_NEAR(back.pixels.layers[i], pixels.layers[i], 0.5) << i;  // a half's step
-        else
-            EXPECT_EQ(back.pixels.layers[i], pixels.layers[i]) << i;
+    // Too bright for a half, and not infinite.
+    pixels.channels[0].set(0, 65504);
+    pixels.channels[1].set(0, -65504);
+    ASSERT_EQ(back.pixels.channels.size(), 7u);
+    for (std::size_t c = 0; c < 7; ++c) {
+        const PictureChannel &read = back.pixels.channels[c], &written = pixels.channels[c];
+        EXPECT_EQ(read.name(), written.name());
+        // Sixteenths are exact in a half, whose step at 1000 is 0.5.
+        for (std::size_t i = 0; i < written.size(); ++i)
+            EXPECT_NEAR(read.at(i), written.at(i), written.name() == "diffuse.R" ? 0.5 : 0) << i;
+    }
 
     EXPECT_EQ(back.attributes["nimbra/scene"], "s.json");
     EXPECT_EQ(back.attributes["nimbra/frame"], "12");
@@ -85,20 +86,45 @@ TEST(ExrFile, RoundTripKeepsWindowsChannelsAndMetadata) {
     EXPECT_TRUE(back.attributes.contains("chromaticities"));
 }
 
+TEST(ExrFile, PicturesHeldAsHalvesAreTheSameToTheByte) {
+    const TempFolder folder;
+    std::string error, bytes[2];
+    for (const ChannelDepth depth : {ChannelDepth::Float, ChannelDepth::Half}) {
+        FrameBuffer pixels;
+        pixels.resize(8, 40, 1, 2, 7, 37, {"Z"}, depth);  // blocks of 16, 16 and 5 rows
+        for (std::size_t i = 0; i < 7 * 37; ++i) {
+            pixels.channels[0].set(i,
+                                   std::ldexp(std::sin(static_cast<float>(i)), int(i % 60) - 30));
+            pixels.channels[1].set(i, i % 2 ? 1e6f : -1e6f);
+            pixels.channels[2].set(i, -0.0f);  // alpha and Z stay as they begin
+        }
+        const std::string path = folder / "a.exr";
+        ASSERT_TRUE(writeExr(path, pixels, {}, error)) << error;
+        bytes[depth == ChannelDepth::Half] = nimbra::test::readFile(path);
+        Picture back;
+        ASSERT_TRUE(readPicture(path, back, error)) << error;
+        EXPECT_EQ(back.pixels.channels[4].at(0), kNoDepth);
+        EXPECT_TRUE(std::signbit(back.pixels.pixel(7, 38)[2]));
+    }
+    EXPECT_EQ(bytes[0], bytes[1]);
+}
+
 TEST(PngFile, OpaquePictureIsEncodedForTheDisplay) {
     const TempFolder folder;
     const std::string path = folder / "a.png";
     FrameBuffer pixels;
     pixels.resize(3, 1, 0, 0, 3, 1, {});
     // 0.2158605 is 128 / 255 in sRGB; what is brighter than 1 or NaN must not wrap.
-    pixels.rgba = {0.2158605f, 1, 0, 0.25f, 7, -3, 0.0031308f, 1, NAN, 1e30f, INFINITY, 0};
+    const float values[] = {0.2158605f, 1, 0, 0.25f, 7, -3, 0.0031308f, 1, NAN, 1e30f, INFINITY, 0};
+    for (std::size_t i = 0; i < 12; ++i)
+        pixels.channels[i % 4].set(i / 4, values[i]);
     std::string error;
     ASSERT_TRUE(writePng(path, pixels, {}, error)) << error;
     Picture back;
     ASSERT_TRUE(readPicture(path, back, error)) << error;
     const float expected[] = {128, 255, 0, 255, 255, 0, 10, 255, 0, 255, 255, 255};
     for (int i = 0; i < 12; ++i)
-        EXPECT_EQ(back.pixels.rgba[i] * 255, expected[i]) << i;
+        EXPECT_EQ(back.pixels.pixel(i / 4, 0)[i % 4] * 255, expected[i]) << i;
 }
 
 TEST(PictureFiles, CutOnesAreNotRead) {
@@ -145,10 +171,17 @@ TEST(AtomicFile, FullDiskKeepsTheOldFileAndRemovesTheNew) {
     const rlimit small{1000, before.rlim_max};
     ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
     const bool written = writeFileAtomically(path, std::string(100000, 'x'), error);
+    std::string fault;
+    FrameBuffer pixels;
+    pixels.resize(99, 99, 0, 0, 99, 99);
+    for (std::size_t i = 0; i < 99 * 99; ++i)
+        pixels.channels[0].set(i, std::sin(static_cast<float>(i)));
+    const bool pictured = writeExr(path, pixels, {}, fault);
     ::setrlimit(RLIMIT_FSIZE, &before);
     ::signal(SIGXFSZ, handler);
-    EXPECT_FALSE(written);
+    EXPECT_FALSE(written || pictured);
     EXPECT_EQ(error, path + ": File too large");
+    EXPECT_EQ(fault, error);
     EXPECT_EQ(nimbra::test::readFile(path), "old");
     EXPECT_EQ(filesIn(folder), std::vector<std::string>{"p.exr"});
 }

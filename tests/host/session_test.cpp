@@ -46,7 +46,7 @@ public:
     bool write(const FinishedFrame& frame, std::string& error) override {
         record_.call("output.write", nullptr);
         frames.push_back(frame.frame);
-        firstPixels.push_back(frame.pixels.rgba[0]);
+        firstPixels.push_back(frame.pixels.channels[0].at(0));
         cacheTimes = frame.cacheTimes;
         warnings = frame.warnings;
         if (throwing)

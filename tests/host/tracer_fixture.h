@@ -239,7 +239,7 @@ protected:
     }
     /// The middle pixel.
     static TessUtils::Color centre(const FrameBuffer& p) {
-        const float* v = p.pixel(p.width / 2, p.height / 2);
+        const auto v = p.pixel(p.width / 2, p.height / 2);
         return {v[0], v[1], v[2]};
     }
     TessUtils::Color centreOf(const std::string& plugins, const std::string& settings = "") {

@@ -70,7 +70,7 @@ TEST_F(Tracer, PointLight_FallsOffWithSquareAndCosine) {
             // Film of width 2: the pixels' centres are 0.4 apart.
             const double dx = (x - 2) * 0.4 - 0.3, dz = (y - 2) * 0.4, d2 = dx * dx + dz * dz + 4;
             const double light = 6 / d2 * 2 / std::sqrt(d2);
-            const float* v = p.pixel(x, y);
+            const auto v = p.pixel(x, y);
             EXPECT_NEAR(v[0], 0.8 * light, 1e-4);
             EXPECT_NEAR(v[1], 0.4 * light * 0.5, 1e-4);
             EXPECT_NEAR(v[2], 0.2 * light * 2, 1e-4);
@@ -126,11 +126,11 @@ TEST_F(Tracer, ConvexBodyInTheSky_HasNoDarkOrBrightSpots) {
             scene.append(x).append(R"(, 0, 0], "position": [)").append(x).append(", 0, 8]}");
             const FrameBuffer p = render(scene, R"("samples": 4)");
             int covered = 0;
-            for (std::size_t i = 0; i < p.rgba.size(); i += 4)
-                if (p.rgba[i + 3] == 1) {
+            for (std::size_t i = 0; i < p.channels[0].size(); ++i)
+                if (p.channels[3].at(i) == 1) {
                     ++covered;
                     // On facets the smooth normal may look below the surface.
-                    EXPECT_NEAR(p.rgba[i], 0.5f, shape[0] == 'B' ? 1e-4 : 0.13) << i;
+                    EXPECT_NEAR(p.channels[0].at(i), 0.5f, shape[0] == 'B' ? 1e-4 : 0.13) << i;
                 }
             EXPECT_GT(covered, 1000);
         }
@@ -202,7 +202,9 @@ TEST_F(Tracer, Background_ShowsThroughWithItsAlpha) {
     EXPECT_EQ(p.pixel(1, 1)[3], 1);
     // An empty scene is transparent, without a word of nothing.
     p = render(kFront);
-    EXPECT_EQ(p.rgba, std::vector<float>(36, 0.0f));
+    for (const PictureChannel& channel : p.channels)
+        for (std::size_t i = 0; i < channel.size(); ++i)
+            EXPECT_EQ(channel.at(i), channel.name() == "Z" ? kNoDepth : 0.0f);
 }
 
 TEST_F(Tracer, GeneratedPrimitive_IsMetTwiceAndSeenThrough) {
@@ -210,8 +212,8 @@ TEST_F(Tracer, GeneratedPrimitive_IsMetTwiceAndSeenThrough) {
     const FrameBuffer p =
         render(all({kFront, R"("ball": {"plugin": "Ball"})", card("c", -2, 3, 1)}));
     // Front (normal 1), back (normal -1), then the card.
-    EXPECT_NEAR(p.rgba[0], 1 - 0.5 + 0.25 * 3, 1e-5);
-    EXPECT_NEAR(p.layers[0], 9, 1e-5);
+    EXPECT_NEAR(p.pixel(0, 0)[0], 1 - 0.5 + 0.25 * 3, 1e-5);
+    EXPECT_NEAR(p.channels[4].at(0), 9, 1e-5);
     // Its shadow: half for each side.
     const Color c = centreOf(
         all({kFloor, R"("ball": {"plugin": "Ball"}, "l": {"plugin": "TessraLightDirectional"},
@@ -230,16 +232,16 @@ TEST_F(Tracer, DepthIsAlongTheViewAndTheNearestOfThePixel) {
         render(all({R"("cam": {"plugin": "TessraCamera", "position": [0, 0, 10], "fov": 90})",
                     card("c", 4, 1, 1)}));
     for (int x = 0; x < 5; ++x)
-        EXPECT_NEAR(p.layers[x], 6, 1e-4) << x;
+        EXPECT_NEAR(p.channels[4].at(x), 6, 1e-4) << x;
     // The edge of a card in the middle of a pixel: the card's depth, no mean with the far away.
     width_ = 1;
     const FrameBuffer edge =
         render(all({kFront, R"("half": {"plugin": "TessraMesh", "shape": "Box", "size": [10, 10, 2],
             "transform": {"translate": [5, 0, 0]}})"}),
                R"("samples": 16, "filter_width": 1, "pixel_filter": 0)");
-    EXPECT_NEAR(edge.rgba[3], 0.5, 0.05);
-    EXPECT_NEAR(edge.layers[0], 9, 1e-4);
-    EXPECT_EQ(render(kFront).layers[0], kNoDepth);
+    EXPECT_NEAR(edge.pixel(0, 0)[3], 0.5, 0.05);
+    EXPECT_NEAR(edge.channels[4].at(0), 9, 1e-4);
+    EXPECT_EQ(render(kFront).channels[4].at(0), kNoDepth);
 }
 
 TEST_F(Tracer, MovingMesh_CoversForPartOfTheTime) {
@@ -255,7 +257,7 @@ TEST_F(Tracer, MovingMesh_CoversForPartOfTheTime) {
                                  R"("motion_blur": true, "shutter_interval": 1, "samples": 256,
         "shutter_center": 0.5, "first_frame": 0)");
     // Between time 0 and 1 the card goes 10 units: it reaches x = 2.5 after a quarter.
-    EXPECT_NEAR(p.rgba[3], 0.75, 0.01);
+    EXPECT_NEAR(p.pixel(0, 0)[3], 0.75, 0.01);
 }
 
 TEST_F(Tracer, Textures_AreToldWhatIsShaded) {
@@ -295,17 +297,17 @@ TEST_F(Tracer, Instances_LookLikeMeshesInTheirPlaces) {
                        "segments": 24, "material": "@red")")}),
                settings);
     int different = 0, covered = 0;
-    for (std::size_t i = 0; i < meshes.rgba.size(); i += 4) {
-        covered += meshes.rgba[i + 3] > 0;
+    for (std::size_t i = 0; i < meshes.channels[0].size(); ++i) {
+        covered += meshes.channels[3].at(i) > 0;
         for (int c = 0; c < 4; ++c)
-            different += std::fabs(meshes.rgba[i + c] - instances.rgba[i + c]) > 1e-4f;
+            different += std::fabs(meshes.channels[c].at(i) - instances.channels[c].at(i)) > 1e-4f;
     }
     EXPECT_GT(covered, 150);
     // Rounding may decide otherwise on a few edges.
     EXPECT_LE(different, 8);
     // An instance of nothing shows nothing.
-    EXPECT_EQ(render(all({kFront, R"("i": {"plugin": "TessraInstance"})"})).rgba,
-              std::vector<float>(48 * 32 * 4, 0.0f));
+    EXPECT_EQ(render(all({kFront, R"("i": {"plugin": "TessraInstance"})"})).channels,
+              render(kFront).channels);
 }
 
 TEST_F(Tracer, SameScene_WithAnyNumberOfThreads) {
@@ -321,9 +323,8 @@ TEST_F(Tracer, SameScene_WithAnyNumberOfThreads) {
     const std::string settings = R"("samples": 4, "gi": true, "gi_bounces": 2, "tile_size": 8)";
     const FrameBuffer one = render(scene, settings, 1), three = render(scene, settings, 3),
                       eight = render(scene, settings, 8);
-    EXPECT_EQ(one.rgba, three.rgba);
-    EXPECT_EQ(one.rgba, eight.rgba);
-    EXPECT_EQ(one.layers, eight.layers);
+    EXPECT_EQ(one.channels, three.channels);
+    EXPECT_EQ(one.channels, eight.channels);
 }
 
 TEST_F(Tracer, SceneFaults_AreSaid) {

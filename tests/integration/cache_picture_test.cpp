@@ -112,6 +112,13 @@ protected:
         }
         return output.pictures.empty() ? FrameBuffer() : output.pictures.front();
     }
+    static void expectSame(const FrameBuffer& a, const FrameBuffer& b) {
+        ASSERT_FALSE(a.channels.empty());
+        ASSERT_EQ(a.channels.size(), b.channels.size());
+        for (std::size_t c = 0; c < a.channels.size(); ++c)
+            for (std::size_t i = 0; i < a.channels[c].size(); ++i)
+                EXPECT_NEAR(a.channels[c].at(i), b.channels[c].at(i), 1e-5) << i;
+    }
     double middle(const FrameBuffer& picture) { return picture.pixel(8, 6)[0]; }
 
     test::TempFolder folder_;
@@ -146,17 +153,15 @@ TEST_F(CachePicture, OverlappingContainers_MultiplyInAnyOrder) {
 TEST_F(CachePicture, ThreadsAndTiles_ChangeNothing) {
     const std::string body = scene(container("a", 0.5, 50));
     const FrameBuffer one = picture(body, 1, 1), many = picture(body, 1, 8);
-    EXPECT_EQ(one.rgba, many.rgba);
+    EXPECT_EQ(one.channels, many.channels);
 }
 
 TEST_F(CachePicture, Field3dAndOpenVdb_ShowTheSame) {
     writeRamps(folder_ / "ramp_0001.vdb", folder_ / "ramp_0001.f3d");
     const FrameBuffer vdb = picture(scene(container("a", 0.3, 50, "ramp_####.vdb")));
     const FrameBuffer f3d = picture(scene(container("a", 0.3, 50, "ramp_####.f3d")));
-    ASSERT_EQ(vdb.rgba.size(), f3d.rgba.size());
+    expectSame(vdb, f3d);
     EXPECT_GT(vdb.pixel(2, 6)[0], vdb.pixel(13, 6)[0] + 0.03);
-    for (std::size_t i = 0; i < vdb.rgba.size(); ++i)
-        EXPECT_NEAR(vdb.rgba[i], f3d.rgba[i], 1e-5) << i;
 }
 
 TEST_F(CachePicture, BetweenFrames_Field3dAndOpenVdbShowTheSame) {
@@ -172,9 +177,7 @@ TEST_F(CachePicture, BetweenFrames_Field3dAndOpenVdbShowTheSame) {
     for (const int method : {0, 1}) {
         byMethod[method] = between("ramp_####.vdb", method);
         const FrameBuffer f3d = between("ramp_####.f3d", method);
-        ASSERT_EQ(byMethod[method].rgba.size(), f3d.rgba.size());
-        for (std::size_t i = 0; i < f3d.rgba.size(); ++i)
-            EXPECT_NEAR(byMethod[method].rgba[i], f3d.rgba[i], 1e-5) << i;
+        expectSame(byMethod[method], f3d);
     }
     EXPECT_GT(std::fabs(byMethod[0].pixel(2, 6)[0] - byMethod[1].pixel(2, 6)[0]), 0.01);
     for (const std::string& line : lines_)
@@ -194,8 +197,9 @@ TEST_F(CachePicture, ValuesThatArentFinite_AreSaidOnceForASequence) {
                 std::string::npos;
     EXPECT_EQ(said, 1);
     for (const FrameBuffer& picture : output.pictures)
-        for (const float v : picture.rgba)
-            EXPECT_TRUE(std::isfinite(v));
+        for (const PictureChannel& channel : picture.channels)
+            for (std::size_t i = 0; i < channel.size(); ++i)
+                EXPECT_TRUE(std::isfinite(channel.at(i)));
 }
 
 TEST_F(CachePicture, MissingFrame_RendersWithoutItAndIsSaid) {

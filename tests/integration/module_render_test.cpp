@@ -40,10 +40,10 @@ TEST_F(ModuleTest, ContainerWithoutAGrid_LeavesTheSceneAsItIs) {
     ASSERT_EQ(output.frames, (std::vector<FrameNumber>{1, 2}));
     const FrameBuffer& picture = output.pictures[0];
     // A light's intensity is what a white surface shows that faces it; this one has half of white.
-    const float* floor = picture.pixel(16, 12);
+    const auto floor = picture.pixel(16, 12);
     EXPECT_NEAR(floor[0], 0.5 * 3, 1e-4);
     EXPECT_EQ(floor[3], 1.0f);
-    const float* sky = picture.pixel(16, 0);
+    const auto sky = picture.pixel(16, 0);
     EXPECT_EQ(sky[0], 0.0f);
     EXPECT_EQ(sky[3], 0.0f);
 }

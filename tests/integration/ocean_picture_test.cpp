@@ -32,7 +32,7 @@ TEST_F(ModuleTest, OceanInColorAndDisplacementSlots_AgreesAndLoops) {
         for (int x = 0; x < 24; ++x) {
             for (const FrameBuffer& picture : output.pictures) {
                 const float height = picture.pixel(x, y)[0];
-                const float depth = picture.layers[static_cast<std::size_t>(y * 24 + x)];
+                const float depth = picture.channels[4].at(picture.index(x, y));
                 EXPECT_NEAR(depth, 10 - height, 2e-3f);  // triangles of 0.05 units are flat
                 low = std::min(low, height);
                 high = std::max(high, height);
