@@ -85,11 +85,6 @@ void loadParticles(const std::string& path, bool headerOnly, NimbraFrameData& da
         frame.problem = problemOf(frame.status, path);
 }
 
-bool isCacheName(const std::string& path) {
-    const auto& known = cacheExtensions();
-    return std::find(known.begin(), known.end(), "." + fileExtension(path)) != known.end();
-}
-
 }  // namespace
 
 const std::vector<std::string>& cacheExtensions() {
@@ -112,8 +107,8 @@ CacheFrame loadCacheFrame(const std::string& path, const std::string& mapping, b
         frame.problem = path + ": " + file.problem();
         return frame;
     }
-    if (!isCacheName(path)) {
-        frame.problem = path + ": not a cache; .kol, .vdb, .f3d and .prt files can be read";
+    if (const std::string problem = wrongExtension(path, cacheExtensions()); !problem.empty()) {
+        frame.problem = path + ": " + problem;
         return frame;
     }
     std::int64_t number = 0;

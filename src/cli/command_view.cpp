@@ -133,9 +133,12 @@ std::vector<std::string> filesNearest(const FileSequence& sequence, std::int64_t
 
 // Of a sequence without a wish, the frame in the middle: it shows most of what goes on.
 ViewInput findInput(const ViewCommand& o) {
+    const std::vector<std::string> extensions = {".kol", ".vdb", ".f3d"};
+    if (const std::string problem = wrongExtension(o.input, extensions);
+        isOneFile(o.input) && !problem.empty())
+        throw std::runtime_error(fmt::format("{}: {}", o.input, problem));
     if (isOneFile(o.input) && o.render.frames.empty() && !o.render.time.any())
         return {absolutePath(o.input), {o.input}, stemOf(o.input), {1}};
-    const std::vector<std::string> extensions = {".kol", ".vdb", ".f3d"};
     const auto sequence = findSequence(o.input, extensions);
     if (!sequence)
         throw std::runtime_error(
@@ -351,9 +354,11 @@ void addViewCommand(CLI::App& app, int& exitCode) {
         ->check(checkAboveZero);
     command->add_option("--up", o->up, "Which axis points up; chosen from the data if not given")
         ->check(CLI::IsMember({"x", "y", "z"}));
-    command->add_option("--azimuth", o->azimuth, "Camera around the up axis, in degrees");
-    command->add_option("--elevation", o->elevation, "Camera above the horizon, in degrees")
-        ->check(CLI::Range(-89.0, 89.0));
+    command->add_option("--azimuth", o->azimuth, "Camera around the up axis, in degrees")
+        ->check(checkBetween(-3600, 3600));
+    command
+        ->add_option("--elevation", o->elevation, "Camera above the horizon, in degrees, -89 to 89")
+        ->check(checkBetween(-89, 89));
     command->add_flag("--ground", o->ground, "A floor that catches shadows");
     command->add_option("--write-scene", o->writeScene, "Write the scene too, to go on from there")
         ->type_name("FILE");

@@ -310,6 +310,18 @@ std::optional<FileSequence> findSequence(const std::string& path,
     return hasFramePattern(path) ? sequenceOfPattern(path) : std::nullopt;
 }
 
+std::string wrongExtension(const std::string& path, const std::vector<std::string>& extensions) {
+    const auto isKnown = [&](const std::string& extension) {
+        return std::find(extensions.begin(), extensions.end(), extension) != extensions.end();
+    };
+    const std::string lower = "." + fileExtension(path);
+    if (isKnown(fs::path(path).extension().string()))
+        return "";
+    if (isKnown(lower))
+        return "caches are known by extensions in lower case: " + lower;
+    return fmt::format("can't be taken; {} files can", fmt::join(extensions, ", "));
+}
+
 std::string whyNoSequence(const std::string& path, const std::vector<std::string>& extensions) {
     std::error_code error;
     if (!fs::is_directory(path, error))

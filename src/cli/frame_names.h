@@ -46,6 +46,9 @@ struct FileSequence {
 std::optional<FileSequence> findSequence(const std::string& path,
                                          const std::vector<std::string>& extensions);
 
+/// Why a file isn't one of these by its name; empty if it is.
+std::string wrongExtension(const std::string& path, const std::vector<std::string>& extensions);
+
 /// Why nothing was found, for a user who gave that path.
 std::string whyNoSequence(const std::string& path, const std::vector<std::string>& extensions);
 

@@ -64,6 +64,15 @@ std::string checkAboveZero(const std::string& text) {
     return fmt::format("found '{}', allowed is a number above 0", text);
 }
 
+std::function<std::string(const std::string&)> checkBetween(double low, double high) {
+    return [=](const std::string& text) -> std::string {
+        double number = 0;
+        if (readWhole(text, number) && number >= low && number <= high)
+            return "";
+        return fmt::format("found '{}', allowed is a number from {} to {}", text, low, high);
+    };
+}
+
 std::string checkMapping(const std::string& text) {
     std::istringstream entries(text);
     bool good = text.ends_with(';');

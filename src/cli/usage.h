@@ -4,6 +4,7 @@
 // What is said of a command line that can't be followed.
 #pragma once
 
+#include <functional>
 #include <string>
 
 namespace CLI {
@@ -18,6 +19,7 @@ std::string unknownWords(const CLI::App& app);
 
 /// Checks of option values: empty, or what was found and what is allowed.
 std::string checkAboveZero(const std::string& text);
+std::function<std::string(const std::string&)> checkBetween(double low, double high);
 /// Channel mappings like "2,density;1,heat;".
 std::string checkMapping(const std::string& text);
 

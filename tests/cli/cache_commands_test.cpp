@@ -295,6 +295,7 @@ TEST_F(CacheCommands, Failures_LeaveNothingBehind) {
     folder_.write("old.kol", "what was there");
     folder_.write("old.dat", "anything");
     folder_.write("bad.vdb", "no tree");
+    folder_.write("upper.VDB", "no tree");
     folder_.write("bad.kol", "no cache at all");
     folder_.write("bad.json", "{\"nimbra\": 1}");
     fs::create_directory(at("folder.kol"));
@@ -306,7 +307,10 @@ TEST_F(CacheCommands, Failures_LeaveNothingBehind) {
         {"convert BAD.vdb OLD.kol", kExitInput, "bad.vdb: "},
         {"convert BAD.kol OLD.kol", kExitInput, "bad.kol: "},
         {"convert /dev/null OLD.kol", kExitInput, "/dev/null: is a"},
-        {"convert OLD.dat OLD.kol", kExitInput, "not a cache"},
+        {"convert OLD.dat OLD.kol", kExitInput, ".prt files can"},
+        {"convert UPPER.VDB OLD.kol", kExitInput, "in lower case: .vdb"},
+        {"view UPPER.VDB -o OLD.png", kExitInput, "in lower case: .vdb"},
+        {"view --azimuth nan GOOD -o OLD.png", kExitUsage, "from -3600 to 3600"},
         {"convert GOOD OLD.txt", kExitUsage, "has to end in .kol or .vdb"},
         {"convert --bits 8 GOOD OUT.vdb", kExitUsage, "go with .kol files"},
         {"convert --bits 0 GOOD OLD.kol", kExitUsage, "--bits"},
@@ -333,11 +337,9 @@ TEST_F(CacheCommands, Failures_LeaveNothingBehind) {
     const std::vector<std::string> before = files();
     for (const auto& c : cases) {
         std::string line = c.line;
-        const std::pair<std::string, std::string> names[] = {{"BAD", at("bad")},
-                                                             {"GOOD", good},
-                                                             {"OLD", at("old")},
-                                                             {"OUT", at("out")},
-                                                             {"DIR", at("folder")}};
+        const std::pair<std::string, std::string> names[] = {
+            {"BAD", at("bad")}, {"GOOD", good},     {"UPPER", at("upper")},
+            {"OLD", at("old")}, {"OUT", at("out")}, {"DIR", at("folder")}};
         for (const auto& [word, name] : names)
             for (std::size_t p; (p = line.find(word)) != std::string::npos;)
                 line.replace(p, word.size(), name);
