@@ -80,13 +80,14 @@ float weighTree(const GridStorage& s, const Taps& taps) {
 /// A filter finds the place and the weights of a position once, and is applied to any number of
 /// channels. Away from the borders `inside` holds: then Dense, made of the filter, reads arrays,
 /// and tree() reads trees. Elsewhere taps() tells which cells count.
+/// Dense answers the parts of a value; sum() adds them up, sumEach() those of four values at once.
 struct BoxFilter {
     static constexpr bool inside = true;
     __m128i cell;
 
-    BoxFilter(const GridStorage& s, const float* position) {
+    BoxFilter(const GridStorage& s, __m128 position) {
         const __m128 last = _mm_loadu_ps(s.lastCellFloat);
-        __m128 p = _mm_add_ps(load3(position), _mm_set1_ps(0.5f));
+        __m128 p = _mm_add_ps(position, _mm_set1_ps(0.5f));
         // The order of the operands sends NaN to 0.
         p = _mm_min_ps(_mm_max_ps(p, _mm_setzero_ps()), last);
         cell = _mm_cvttps_epi32(p);
@@ -95,7 +96,11 @@ struct BoxFilter {
     struct Dense {
         std::int64_t index;
         Dense(const BoxFilter& f, const GridStorage& s) : index(indexOf(s, toCell(f.cell))) {}
-        float operator()(const GridStorage& s) const { return s.voxels[index]; }
+        __m128 parts(const GridStorage& s) const { return _mm_load_ss(s.voxels.data + index); }
+        static float sum(__m128 parts) { return _mm_cvtss_f32(parts); }
+        static __m128 sumEach(__m128 a, __m128 b, __m128 c, __m128 d) {
+            return _mm_movelh_ps(_mm_unpacklo_ps(a, b), _mm_unpacklo_ps(c, d));
+        }
     };
     float tree(const GridStorage& s) const {
         const Cell c = toCell(cell);
@@ -114,16 +119,16 @@ inline __m128 wrappedLanes() {
 }
 
 template <int Wrap, int Axis>
-inline float onAxis(const GridStorage& s, const float* position) {
-    const float p = position[Axis];
+inline float onAxis(const GridStorage& s, __m128 position) {
+    const float p = _mm_cvtss_f32(splat<Axis>(position));
     return Wrap >> Axis & 1 ? wrapToAxis(p, s.size[Axis], s.lastCellFloat[Axis]) : p;
 }
 
 /// The position with wrapped axes brought into the grid.
 template <int Wrap>
-inline __m128 loadPosition(const GridStorage& s, const float* position) {
+inline __m128 wrapPosition(const GridStorage& s, __m128 position) {
     if constexpr (Wrap == 0)
-        return load3(position);
+        return position;
     return _mm_set_ps(0.0f, onAxis<Wrap, 2>(s, position), onAxis<Wrap, 1>(s, position),
                       onAxis<Wrap, 0>(s, position));
 }
@@ -141,8 +146,8 @@ struct LinearFilter {
     __m128 t;
     bool inside;
 
-    LinearFilter(const GridStorage& s, const float* position) {
-        __m128 p = loadPosition<Wrap>(s, position);
+    LinearFilter(const GridStorage& s, __m128 position) {
+        __m128 p = wrapPosition<Wrap>(s, position);
         __m128 high = _mm_loadu_ps(s.lastCellFloat);
         if constexpr (Wrap != 0) {
             // A wrapped position may lie between the last cell and the first.
@@ -159,14 +164,18 @@ struct LinearFilter {
         std::int64_t index;
         EightWeights<0> weights;
 
-        Dense(const LinearFilter& f, const GridStorage& s)
+        [[gnu::always_inline]] Dense(const LinearFilter& f, const GridStorage& s)
             : index(indexOf(s, toCell(f.cell))), weights(f.t) {}
-        float operator()(const GridStorage& s) const {
+        [[gnu::always_inline]] __m128 parts(const GridStorage& s) const {
             const float* const v = s.voxels.data + index;
-            return weights.sum([&](int k, int j) {
+            return weights.products([&](int k, int j) {
                 const float* const row = v + k * s.strideZ + j * s.strideY;
                 return _mm_loadl_pi(_mm_setzero_ps(), reinterpret_cast<const __m64*>(row));
             });
+        }
+        static float sum(__m128 parts) { return sumLanes(parts); }
+        static __m128 sumEach(__m128 a, __m128 b, __m128 c, __m128 d) {
+            return sumLanesEach(a, b, c, d);
         }
     };
     float tree(const GridStorage& s) const { return linearTree(s, cell, t); }
@@ -198,8 +207,8 @@ struct SphericalFilter {
     SplineWeights weights;
     bool inside;
 
-    SphericalFilter(const GridStorage& s, const float* position) {
-        const __m128 p = loadPosition<Wrap>(s, position);
+    [[gnu::always_inline]] SphericalFilter(const GridStorage& s, __m128 position) {
+        const __m128 p = wrapPosition<Wrap>(s, position);
         const __m128 half = _mm_set1_ps(0.5f);
         const __m128 limited = _mm_min_ps(_mm_max_ps(_mm_add_ps(p, half), _mm_setzero_ps()),
                                           _mm_loadu_ps(s.lastCellFloat));
@@ -217,16 +226,24 @@ struct SphericalFilter {
         std::int64_t index;
         NineRows<0> rows;
 
-        Dense(const SphericalFilter& f, const GridStorage& s)
+        [[gnu::always_inline]] Dense(const SphericalFilter& f, const GridStorage& s)
             : index(indexOf(s, toCell(f.corner))), rows(f.weights) {}
-        float operator()(const GridStorage& s) const {
+        [[gnu::always_inline]] __m128 parts(const GridStorage& s) const {
             const float* const v = s.voxels.data + index;
-            // At the very end a row of four would go beyond the array.
             if (index + 2 * s.strideZ + 2 * s.strideY + 4 > s.voxels.size) [[unlikely]]
-                return rows.sum(
-                    [&](int k, int j) { return load3(v + k * s.strideZ + j * s.strideY); });
-            return rows.sum(
+                return partsAtEnd(rows, v, s);
+            return rows.products(
                 [&](int k, int j) { return _mm_loadu_ps(v + k * s.strideZ + j * s.strideY); });
+        }
+        /// At the very end of an array a row of four would go beyond it.
+        [[gnu::noinline]] static __m128 partsAtEnd(NineRows<0> rows, const float* v,
+                                                   const GridStorage& s) {
+            return rows.products(
+                [&](int k, int j) { return load3(v + k * s.strideZ + j * s.strideY); });
+        }
+        static float sum(__m128 parts) { return sumThreeLanes(parts); }
+        static __m128 sumEach(__m128 a, __m128 b, __m128 c, __m128 d) {
+            return sumThreeLanesEach(a, b, c, d);
         }
     };
     float tree(const GridStorage& s) const { return sphericalTree(s, corner, weights); }
@@ -261,12 +278,18 @@ template <class Filter>
     return weigh(s, Filter::taps(s, position));
 }
 
+/// At the place of a filter away from the borders.
+template <class Filter>
+inline float readDense(const typename Filter::Dense& dense, const GridStorage& s) {
+    return Filter::Dense::sum(dense.parts(s));
+}
+
 template <class Filter>
 inline float sampleChannel(const GridStorage& s, const float* position) {
-    const Filter filter(s, position);
+    const Filter filter(s, load3(position));
     if (!filter.inside) [[unlikely]]
         return sampleAtBorder<Filter>(s, position);
-    return s.kind != 0 ? filter.tree(s) : typename Filter::Dense(filter, s)(s);
+    return s.kind != 0 ? filter.tree(s) : readDense<Filter>({filter, s}, s);
 }
 
 /// One wanted entry, by far the most frequent call.
@@ -283,6 +306,65 @@ void sampleRun(const Proxy& proxy, const float positions[][4], int count, float*
     const GridStorage& s = *proxy.storage;
     for (int i = 0; i < count; ++i)
         out[i] = sampleChannel<Filter>(s, positions[i]);
+}
+
+/// What sampleFour can't do side by side.
+template <class Filter>
+[[gnu::noinline]] __m128 sampleEach(const GridStorage& s, int count, __m128 a, __m128 b, __m128 c,
+                                    __m128 d) {
+    const __m128 positions[4] = {a, b, c, d};
+    float values[4] = {};
+    for (int i = 0; i < count; ++i) {
+        alignas(16) float position[4];
+        _mm_store_ps(position, positions[i]);
+        values[i] = sampleChannel<Filter>(s, position);
+    }
+    return _mm_setr_ps(values[0], values[1], values[2], values[3]);
+}
+
+template <class Filter>
+__m128 sampleFour(const Proxy& proxy, int count, __m128 a, __m128 b, __m128 c, __m128 d) {
+    if (!isLoaded(proxy) || proxy.storage->cells < 1)
+        return _mm_setzero_ps();
+    const GridStorage& s = *proxy.storage;
+    if (s.kind != 0 || count != 4)
+        return sampleEach<Filter>(s, count, a, b, c, d);
+    const Filter first(s, a), second(s, b), third(s, c), fourth(s, d);
+    if (!(first.inside && second.inside && third.inside && fourth.inside)) [[unlikely]]
+        return sampleEach<Filter>(s, 4, a, b, c, d);
+    using Dense = typename Filter::Dense;
+    return Dense::sumEach(Dense(first, s).parts(s), Dense(second, s).parts(s),
+                          Dense(third, s).parts(s), Dense(fourth, s).parts(s));
+}
+
+/// Three channels that aren't all arrays, or at a border.
+template <class Filter>
+[[gnu::noinline]] __m128 sampleThreeByThree(const Proxy* proxies, __m128 position) {
+    alignas(16) float p[4];
+    _mm_store_ps(p, position);
+    float values[3] = {};
+    for (int i = 0; i < 3; ++i) {
+        if (isLoaded(proxies[i]) && proxies[i].storage->cells >= 1)
+            values[i] = sampleChannel<Filter>(*proxies[i].storage, p);
+    }
+    return _mm_setr_ps(values[0], values[1], values[2], 0.0f);
+}
+
+inline bool isArray(const Proxy& proxy) {
+    return isLoaded(proxy) && proxy.storage->kind == 0 && proxy.storage->cells >= 1;
+}
+
+template <class Filter>
+__m128 sampleThree(const Proxy* proxies, __m128 position) {
+    if (!(isArray(proxies[0]) && isArray(proxies[1]) && isArray(proxies[2])))
+        return sampleThreeByThree<Filter>(proxies, position);
+    const GridStorage &a = *proxies[0].storage, &b = *proxies[1].storage, &c = *proxies[2].storage;
+    const Filter filter(a, position);
+    if (!filter.inside || !fits(b, a) || !fits(c, a)) [[unlikely]]
+        return sampleThreeByThree<Filter>(proxies, position);
+    using Dense = typename Filter::Dense;
+    const Dense dense(filter, a);
+    return Dense::sumEach(dense.parts(a), dense.parts(b), dense.parts(c), _mm_setzero_ps());
 }
 
 /// Applies `read` to the wanted entries from `first` on, which is loaded.
@@ -324,12 +406,13 @@ template <class Filter>
         ++first;
     if (first >= count || proxies[first].storage->cells < 1)
         return;
-    const Filter filter(*proxies[first].storage, position);
+    const Filter filter(*proxies[first].storage, load3(position));
     if (!filter.inside) [[unlikely]]
         return sampleManyAtBorder<Filter>(proxies, position, first, out, count, mask);
     const typename Filter::Dense dense(filter, *proxies[first].storage);
-    forWanted(proxies, first, out, count, mask,
-              [&](const GridStorage& s) { return s.kind == 0 ? dense(s) : filter.tree(s); });
+    forWanted(proxies, first, out, count, mask, [&](const GridStorage& s) {
+        return s.kind == 0 ? readDense<Filter>(dense, s) : filter.tree(s);
+    });
 }
 
 template <class Filter>
@@ -362,7 +445,7 @@ void sampleVector(const Proxy* proxies, const float* position, float* out, int c
     if (!first || first->cells < 1)
         return;
     using Filter = SphericalFilter<Wrap>;
-    const Filter filter(*first, position);
+    const Filter filter(*first, load3(position));
     const typename Filter::Dense dense(filter, *first);
     for (int k = 0; k < 3; ++k) {
         if (!component[k] || !fits(*component[k], *first))
@@ -371,7 +454,7 @@ void sampleVector(const Proxy* proxies, const float* position, float* out, int c
         if (!filter.inside)
             out[k] = weigh(s, Filter::taps(*first, position));
         else
-            out[k] = s.kind == 0 ? dense(s) : filter.tree(s);
+            out[k] = s.kind == 0 ? readDense<Filter>(dense, s) : filter.tree(s);
     }
 }
 
@@ -397,6 +480,32 @@ const RunKernel kRunKernels[24] = {
     sampleRun<LinearFilter<7>>,    sampleRun<SphericalFilter<0>>, sampleRun<SphericalFilter<1>>,
     sampleRun<SphericalFilter<2>>, sampleRun<SphericalFilter<3>>, sampleRun<SphericalFilter<4>>,
     sampleRun<SphericalFilter<5>>, sampleRun<SphericalFilter<6>>, sampleRun<SphericalFilter<7>>,
+};
+
+const FourKernel kFourKernels[24] = {
+    sampleFour<BoxFilter>,          sampleFour<BoxFilter>,          sampleFour<BoxFilter>,
+    sampleFour<BoxFilter>,          sampleFour<BoxFilter>,          sampleFour<BoxFilter>,
+    sampleFour<BoxFilter>,          sampleFour<BoxFilter>,          sampleFour<LinearFilter<0>>,
+    sampleFour<LinearFilter<1>>,    sampleFour<LinearFilter<2>>,    sampleFour<LinearFilter<3>>,
+    sampleFour<LinearFilter<4>>,    sampleFour<LinearFilter<5>>,    sampleFour<LinearFilter<6>>,
+    sampleFour<LinearFilter<7>>,    sampleFour<SphericalFilter<0>>, sampleFour<SphericalFilter<1>>,
+    sampleFour<SphericalFilter<2>>, sampleFour<SphericalFilter<3>>, sampleFour<SphericalFilter<4>>,
+    sampleFour<SphericalFilter<5>>, sampleFour<SphericalFilter<6>>, sampleFour<SphericalFilter<7>>,
+};
+
+const ThreeKernel kThreeKernels[24] = {
+    sampleThree<BoxFilter>,          sampleThree<BoxFilter>,
+    sampleThree<BoxFilter>,          sampleThree<BoxFilter>,
+    sampleThree<BoxFilter>,          sampleThree<BoxFilter>,
+    sampleThree<BoxFilter>,          sampleThree<BoxFilter>,
+    sampleThree<LinearFilter<0>>,    sampleThree<LinearFilter<1>>,
+    sampleThree<LinearFilter<2>>,    sampleThree<LinearFilter<3>>,
+    sampleThree<LinearFilter<4>>,    sampleThree<LinearFilter<5>>,
+    sampleThree<LinearFilter<6>>,    sampleThree<LinearFilter<7>>,
+    sampleThree<SphericalFilter<0>>, sampleThree<SphericalFilter<1>>,
+    sampleThree<SphericalFilter<2>>, sampleThree<SphericalFilter<3>>,
+    sampleThree<SphericalFilter<4>>, sampleThree<SphericalFilter<5>>,
+    sampleThree<SphericalFilter<6>>, sampleThree<SphericalFilter<7>>,
 };
 
 const SampleKernel kVectorKernels[8] = {

@@ -6,6 +6,8 @@
 // every position.
 #pragma once
 
+#include <xmmintrin.h>
+
 #include <cstdint>
 
 #include "cache/grid_channel.h"
@@ -38,6 +40,22 @@ using RunKernel = void (*)(const GridChannelProxy<float>& proxy, const float pos
 
 /// The scalar kernels for runs of positions, index = SamplerType * 8 + WrapBits.
 extern const RunKernel kRunKernels[24];
+
+/// Samples one channel at `count` of four positions (lanes 0 to 2 are x, y, z), to the same values
+/// as a scalar kernel in as many lanes; what the others hold is left open. A channel that isn't
+/// loaded gives 0.
+using FourKernel = __m128 (*)(const GridChannelProxy<float>& proxy, int count, __m128 a, __m128 b,
+                              __m128 c, __m128 d);
+
+/// The scalar kernels for four positions, index = SamplerType * 8 + WrapBits.
+extern const FourKernel kFourKernels[24];
+
+/// Samples three channels at one position, to the same values as a scalar kernel for each in the
+/// lanes 0 to 2; a channel that isn't loaded gives 0.
+using ThreeKernel = __m128 (*)(const GridChannelProxy<float>* proxies, __m128 position);
+
+/// The scalar kernels for three channels, index = SamplerType * 8 + WrapBits.
+extern const ThreeKernel kThreeKernels[24];
 
 /// Kernels of a vector, index = WrapBits: the spherical filter over three entries, which are the
 /// first three set bits of `vectorMask` (`scalarMask` plays no part). All of out[0..2] is written;

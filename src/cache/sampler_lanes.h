@@ -30,6 +30,26 @@ inline float sumLanes(__m128 v) {
     return _mm_cvtss_f32(_mm_add_ss(pairs, splat<1>(pairs)));
 }
 
+/// sumLanes of four vectors.
+inline __m128 sumLanesEach(__m128 a, __m128 b, __m128 c, __m128 d) {
+    const __m128 ab = _mm_add_ps(_mm_movelh_ps(a, b), _mm_movehl_ps(b, a));
+    const __m128 cd = _mm_add_ps(_mm_movelh_ps(c, d), _mm_movehl_ps(d, c));
+    return _mm_add_ps(_mm_shuffle_ps(ab, cd, _MM_SHUFFLE(2, 0, 2, 0)),
+                      _mm_shuffle_ps(ab, cd, _MM_SHUFFLE(3, 1, 3, 1)));
+}
+
+/// Of the lanes 0 to 2.
+inline float sumThreeLanes(__m128 v) {
+    return _mm_cvtss_f32(_mm_add_ss(_mm_add_ss(v, splat<1>(v)), _mm_movehl_ps(v, v)));
+}
+
+/// sumThreeLanes of four vectors.
+inline __m128 sumThreeLanesEach(__m128 a, __m128 b, __m128 c, __m128 d) {
+    const __m128 ab = _mm_unpacklo_ps(a, b), cd = _mm_unpacklo_ps(c, d);
+    const __m128 third = _mm_movelh_ps(_mm_unpackhi_ps(a, b), _mm_unpackhi_ps(c, d));
+    return _mm_add_ps(_mm_add_ps(_mm_movelh_ps(ab, cd), _mm_movehl_ps(cd, ab)), third);
+}
+
 /// Bits 0 to 2: the lane of a is below that of b.
 inline int lanesBelow(__m128i a, __m128i b) {
     return _mm_movemask_ps(_mm_castsi128_ps(_mm_cmplt_epi32(a, b))) & 7;
@@ -42,7 +62,7 @@ struct EightWeights {
     __m128 near, far;
 
     /// Products of 1 - t and t, t being the distances from the lower corner.
-    explicit EightWeights(__m128 t) {
+    [[gnu::always_inline]] explicit EightWeights(__m128 t) {
         const __m128 rest = _mm_sub_ps(_mm_set1_ps(1.0f), t);
         const __m128 xy = _mm_unpacklo_ps(rest, t);  // 1-tx tx 1-ty ty
         const __m128 z = _mm_unpackhi_ps(rest, t);   // 1-tz tz
@@ -54,12 +74,16 @@ struct EightWeights {
     }
 
     /// row(k, j) holds two values along Inner in its lower lanes; j goes along y, k along the third
-    /// axis.
+    /// axis. The sum over the lanes is that of all products.
     template <class Row>
-    float sum(const Row& row) const {
+    [[gnu::always_inline]] __m128 products(const Row& row) const {
         const __m128 first = _mm_movelh_ps(row(0, 0), row(0, 1));
         const __m128 second = _mm_movelh_ps(row(1, 0), row(1, 1));
-        return sumLanes(_mm_add_ps(_mm_mul_ps(first, near), _mm_mul_ps(second, far)));
+        return _mm_add_ps(_mm_mul_ps(first, near), _mm_mul_ps(second, far));
+    }
+    template <class Row>
+    float sum(const Row& row) const {
+        return sumLanes(products(row));
     }
 };
 
@@ -72,30 +96,35 @@ struct SplineWeights {
 template <int Inner>
 class NineRows {
 public:
-    explicit NineRows(const SplineWeights& w)
+    [[gnu::always_inline]] explicit NineRows(const SplineWeights& w)
         : y_{splat<1>(w.low), splat<1>(w.middle), splat<1>(w.high)},
           outer_{splat<kOuter>(w.low), splat<kOuter>(w.middle), splat<kOuter>(w.high)},
           inner_(_mm_movelh_ps(_mm_unpacklo_ps(splat<Inner>(w.low), splat<Inner>(w.middle)),
                                splat<Inner>(w.high))) {}
 
     /// row(k, j): j goes along y, k along the third axis. The fourth lane is ignored, whatever it
-    /// holds.
+    /// holds. The sum over the lanes 0 to 2 is that of all products.
+    template <class Row>
+    [[gnu::always_inline]] __m128 products(const Row& row) const {
+        const __m128 near = _mm_mul_ps(plane(row, 0), outer_[0]);
+        const __m128 middle = _mm_mul_ps(plane(row, 1), outer_[1]);
+        const __m128 far = _mm_mul_ps(plane(row, 2), outer_[2]);
+        return _mm_mul_ps(_mm_add_ps(_mm_add_ps(near, middle), far), inner_);
+    }
     template <class Row>
     float sum(const Row& row) const {
-        const auto plane = [&](int k) {
-            const __m128 a = _mm_mul_ps(row(k, 0), y_[0]);
-            const __m128 b = _mm_mul_ps(row(k, 1), y_[1]);
-            const __m128 c = _mm_mul_ps(row(k, 2), y_[2]);
-            return _mm_add_ps(_mm_add_ps(a, b), c);
-        };
-        const __m128 line =
-            _mm_add_ps(_mm_add_ps(_mm_mul_ps(plane(0), outer_[0]), _mm_mul_ps(plane(1), outer_[1])),
-                       _mm_mul_ps(plane(2), outer_[2]));
-        const __m128 p = _mm_mul_ps(line, inner_);
-        return _mm_cvtss_f32(_mm_add_ss(_mm_add_ss(p, splat<1>(p)), _mm_movehl_ps(p, p)));
+        return sumThreeLanes(products(row));
     }
 
 private:
+    template <class Row>
+    [[gnu::always_inline]] __m128 plane(const Row& row, int k) const {
+        const __m128 a = _mm_mul_ps(row(k, 0), y_[0]);
+        const __m128 b = _mm_mul_ps(row(k, 1), y_[1]);
+        const __m128 c = _mm_mul_ps(row(k, 2), y_[2]);
+        return _mm_add_ps(_mm_add_ps(a, b), c);
+    }
+
     static constexpr int kOuter = 2 - Inner;
     __m128 y_[3], outer_[3], inner_;
 };

@@ -115,33 +115,51 @@ private:
     bool scatterGray(RaySegment& segment, const StepWeights& weights, Color diffuse, float most,
                      Color& segmentDepth) {
         PlainWalk walk(segment, illuminator);
-        const VolumeShader& shader = *segment.shader;
-        Color scattering = scatteredDepth;
+        const __m128 shadow = _mm_set1_ps(weights.shadow), scatter = _mm_set1_ps(weights.scatter);
+        __m128 color = colorLanes(diffuse), scattering = colorLanes(scatteredDepth);
         float sum = segmentDepth.r;
         while (walk.next()) {
+            if (walk.shown() == 0)
+                continue;
+            alignas(16) float opacity[PlainWalk::kLanes];
+            _mm_store_ps(opacity, walk.opacities());
+            const __m128 sums = addInTurn(sum, _mm_mul_ps(walk.opacities(), shadow));
+            if (_mm_movemask_ps(_mm_cmpgt_ps(sums, _mm_set1_ps(most))) != 0)
+                return true;
             for (unsigned left = walk.shown(); left != 0; left &= left - 1) {
                 const int step = std::countr_zero(left);
-                const float opacity = walk.opacityOf(step);
                 if (!segment.plan.plain)
-                    diffuse = diffuseAt(shader, segment, walk.positionOf(step));
-                sum += opacity * weights.shadow;
-                scattering += diffuse * opacity * weights.scatter;
-                if (sum > most)
-                    return true;
+                    color = diffuseAt(walk, step, segment);
+                const __m128 part = _mm_mul_ps(color, _mm_set1_ps(opacity[step]));
+                scattering = _mm_add_ps(scattering, _mm_mul_ps(part, scatter));
             }
         }
-        scatteredDepth = scattering;
+        scatteredDepth = colorOf(scattering);
         segmentDepth = {sum, sum, sum};
         return false;
     }
 
-    Color diffuseAt(const VolumeShader& shader, const RaySegment& segment,
-                    const TessUtils::Vector& pos) const {
+    /// Adds the lanes to `sum`, one after the other; answers what it was after each.
+    static __m128 addInTurn(float& sum, __m128 lanes) {
+        alignas(16) float part[4];
+        _mm_store_ps(part, lanes);
+        const float first = sum + part[0];
+        const float second = first + part[1];
+        const float third = second + part[2];
+        sum = third + part[3];
+        return _mm_setr_ps(first, second, third, sum);
+    }
+
+    __m128 diffuseAt(const PlainWalk& walk, int step, const RaySegment& segment) const {
+        const VolumeShader& shader = *segment.shader;
         if (!shader.has(kDiffuse))
-            return {};
+            return _mm_setzero_ps();
+        if (segment.plan.gridColor)
+            return walk.gridColorOf(step);
         VoxelSample sample;
-        shader.sampleVoxel(pos, sample, segment.plan.mask, nullptr, time, segment.plan.filter);
-        return shader.getDiffuse(sample);
+        shader.sampleVoxel(walk.positionOf(step), sample, segment.plan.mask & ~kSampleT, nullptr,
+                           time, segment.plan.filter);
+        return colorLanes(shader.getDiffuse(sample));
     }
 
     bool absorb(RaySegment& segment) {

@@ -51,10 +51,25 @@ inline __m128 smokeOpacity4(const VolumeShader& shader, __m128 t, float stepWorl
     return _mm_andnot_ps(clear, _mm_sub_ps(_mm_set1_ps(1.0f), through));
 }
 
+inline __m128 colorLanes(const TessUtils::Color& c) {
+    return _mm_setr_ps(c.r, c.g, c.b, 0.0f);
+}
+
+inline TessUtils::Color colorOf(__m128 lanes) {
+    alignas(16) float c[4];
+    _mm_store_ps(c, lanes);
+    return {c[0], c[1], c[2]};
+}
+
+/// finiteOrZero of each lane.
+inline __m128 finiteOrZero4(__m128 value) {
+    const __m128 size = _mm_andnot_ps(_mm_set1_ps(-0.0f), value);
+    return _mm_and_ps(_mm_cmple_ps(size, _mm_set1_ps(FLT_MAX)), value);
+}
+
 /// Values as they stand in a grid, normalised; what isn't a number counts as nothing.
 inline __m128 normalized4(const VolumeShader& shader, int slot, __m128 value) {
-    const __m128 size = _mm_andnot_ps(_mm_set1_ps(-0.0f), value);
-    const __m128 finite = _mm_and_ps(_mm_cmple_ps(size, _mm_set1_ps(FLT_MAX)), value);
+    const __m128 finite = finiteOrZero4(value);
     return _mm_add_ps(_mm_mul_ps(finite, _mm_set1_ps(shader.inputScale[slot])),
                       _mm_set1_ps(shader.inputOffset[slot]));
 }

@@ -6,6 +6,8 @@
 // pass the clear steps between those that show.
 #pragma once
 
+#include <algorithm>
+
 #include "cache/sampler_lanes.h"
 #include "volume/march_loop.h"
 #include "volume/opacity_lanes.h"
@@ -36,15 +38,13 @@ public:
           scale(_mm_set1_ps((raySegment.state & kSegmentColored) != 0
                                 ? 1.0f
                                 : raySegment.shader->shadowDensityScale)),
-          kernel(kRunKernels[segment.plan.filter * 8 +
-                             static_cast<int>(shader.wrapFlags / kSampleWrapX)]),
+          kernel(kernelOf(kFourKernels)),
           tCur(raySegment.tCur),
           back(shader.has(kJitter) ? raySegment.stepT * illuminator.jitter : 0),
           finished((raySegment.state & kSegmentFinished) != 0),
           round(roundsTaken) {
         // In between, positions only go one way on each axis.
-        allInside = isInside(tCur + segment.stepT) && isInside(segment.tEnd);
-        _mm_store_ps(values, _mm_setzero_ps());
+        allInside = isInside(at(tCur + segment.stepT)) && isInside(at(segment.tEnd));
     }
     ~PlainWalk() {
         segment.tCur = tCur;
@@ -58,128 +58,132 @@ public:
 
     /// Looks at the next four steps, or as many as there are; false at the end.
     bool next() {
-        const int steps = moveOn();
-        if (steps == 0)
+        moveOn();
+        if (taken == 0)
             return false;
-        sample(steps);
-        findOpacities(steps);
+        findOpacities(sample());
         return true;
     }
     /// The opacities of these steps, 0 where nothing shows.
-    __m128 opacities() const { return _mm_and_ps(_mm_load_ps(opacity), shows); }
+    __m128 opacities() const { return _mm_and_ps(opacity, shows); }
     /// A bit for each step that shows anything.
     unsigned shown() const { return static_cast<unsigned>(_mm_movemask_ps(shows)); }
-    float opacityOf(int step) const { return opacity[step]; }
+    /// What else the grid's colour channels hold at a step, which must be a shown one.
+    __m128 gridColorOf(int step) const {
+        const __m128 position = positions[step];
+        if (!allInside && !isInside(position)) [[unlikely]]
+            return _mm_setzero_ps();
+        return finiteOrZero4(kernelOf(kThreeKernels)(shader.channels + kSlotColor, position));
+    }
     TessUtils::Vector positionOf(int step) const {
-        return {positions[step][0], positions[step][1], positions[step][2]};
+        alignas(16) float p[4];
+        _mm_store_ps(p, positions[step]);
+        return {p[0], p[1], p[2]};
     }
     /// Goes back to where that one of these steps is the next.
     void returnTo(int step) {
         round -= taken - step;
         finished = finished && clippedStep < step;
-        tCur = step > 0 ? times[step - 1] : before;
+        tCur = step > 0 ? laneOf(times, step - 1) : before;
     }
     int rounds() const { return round; }
 
 private:
     static __m128 lanesOf(const TessUtils::Vector& v) { return _mm_setr_ps(v.x, v.y, v.z, 0.0f); }
+    static float laneOf(__m128 v, int lane) {
+        alignas(16) float lanes[4];
+        _mm_store_ps(lanes, v);
+        return lanes[lane];
+    }
 
+    template <class Kernel>
+    Kernel kernelOf(const Kernel (&kernels)[24]) const {
+        return kernels[segment.plan.filter * 8 + static_cast<int>(shader.wrapFlags / kSampleWrapX)];
+    }
+
+    /// The position of t in all lanes.
     __m128 at(__m128 t) const { return _mm_add_ps(origin, _mm_mul_ps(dir, t)); }
-    bool isInside(float t) const {
-        const __m128 p = at(_mm_set1_ps(t - back));
+    __m128 at(float t) const { return at(_mm_set1_ps(t - back)); }
+    bool isInside(__m128 p) const {
         return insideBox(shader, {p[0], p[1], p[2]}, shader.wrapFlags);
     }
 
-    /// Answers how many steps there are.
-    int moveOn() {
+    void moveOn() {
         const float step = segment.stepT;
         before = tCur;
         const float t0 = tCur + step, t1 = t0 + step, t2 = t1 + step, t3 = t2 + step;
-        if (!(t3 <= segment.tEnd) || round > kMaxMarchRounds - kLanes) [[unlikely]]
-            return moveToEnd();
-        tCur = t3;
-        round += kLanes;
+        times = _mm_setr_ps(t0, t1, t2, t3);
         taken = kLanes;
         clippedStep = -1;
-        place(_mm_setr_ps(t0, t1, t2, t3));
-        return kLanes;
+        if (t3 <= segment.tEnd && round <= kMaxMarchRounds - kLanes) [[likely]]
+            tCur = t3;
+        else
+            stopAtEnd();
+        round += taken;
+        place(_mm_sub_ps(times, _mm_set1_ps(back)));
     }
 
-    [[gnu::noinline]] int moveToEnd() {
-        taken = 0;
-        clippedStep = -1;
-        for (; taken < kLanes && round < kMaxMarchRounds; ++round, ++taken) {
-            float t = tCur + segment.stepT;
-            if (t > segment.tEnd) {
+    /// Shortens these steps to those up to the segment's end.
+    void stopAtEnd() {
+        alignas(16) float t[kLanes];
+        _mm_store_ps(t, times);
+        const int most = std::min(kLanes, kMaxMarchRounds - round);
+        for (taken = 0; taken < most; ++taken) {
+            if (t[taken] > segment.tEnd) {
                 if (finished)
                     break;
-                t = segment.tEnd;
+                t[taken] = segment.tEnd;
                 finished = true;
                 clippedStep = taken;
             }
-            tCur = times[taken] = t;
+            tCur = t[taken];
         }
-        if (taken == 0)
-            return 0;
-        for (int i = taken; i < kLanes; ++i)
-            times[i] = tCur;
-        place(_mm_load_ps(times));
-        return taken;
+        times = _mm_load_ps(t);
     }
 
     void place(__m128 t) {
-        _mm_store_ps(times, t);
-        t = _mm_sub_ps(t, _mm_set1_ps(back));
-        _mm_store_ps(positions[0], at(splat<0>(t)));
-        _mm_store_ps(positions[1], at(splat<1>(t)));
-        _mm_store_ps(positions[2], at(splat<2>(t)));
-        _mm_store_ps(positions[3], at(splat<3>(t)));
+        positions[0] = at(splat<0>(t));
+        positions[1] = at(splat<1>(t));
+        positions[2] = at(splat<2>(t));
+        positions[3] = at(splat<3>(t));
     }
 
-    void sample(int steps) {
-        const GridChannelProxy<float>& channel = shader.channels[kSlotT];
+    __m128 sample() const {
+        const __m128 values = kernel(shader.channels[kSlotT], taken, positions[0], positions[1],
+                                     positions[2], positions[3]);
         if (allInside) [[likely]]
-            return kernel(channel, positions, steps, values);
-        _mm_store_ps(values, _mm_setzero_ps());
-        for (int i = 0; i < steps; ++i) {
-            if (insideBox(shader, positionOf(i), shader.wrapFlags))
-                kernel(channel, positions + i, 1, values + i);
-        }
+            return values;
+        const auto inside = [this](int step) { return isInside(positions[step]) ? -1 : 0; };
+        const __m128i mask = _mm_setr_epi32(inside(0), inside(1), inside(2), inside(3));
+        return _mm_and_ps(values, _mm_castsi128_ps(mask));
     }
 
-    void findOpacities(int steps) {
-        // One by one: a load of all waits until the single stores have left the pipeline.
-        const __m128 sampled = _mm_setr_ps(values[0], values[1], values[2], values[3]);
+    void findOpacities(__m128 sampled) {
         const __m128 t = normalized4(shader, kSlotT, sampled);
         const __m128 found = _mm_mul_ps(smokeOpacity4(shader, t, segment.stepLength), scale);
-        _mm_store_ps(opacity, _mm_min_ps(found, _mm_set1_ps(1.0f)));
-        shows = _mm_cmpnle_ps(found, _mm_set1_ps(segment.plan.clearBelow));
-        if (steps < kLanes) [[unlikely]] {
-            const __m128i there =
-                _mm_cmplt_epi32(_mm_setr_epi32(0, 1, 2, 3), _mm_set1_epi32(steps));
-            shows = _mm_and_ps(shows, _mm_castsi128_ps(there));
-        }
+        opacity = _mm_min_ps(found, _mm_set1_ps(1.0f));
+        const __m128i there = _mm_cmplt_epi32(_mm_setr_epi32(0, 1, 2, 3), _mm_set1_epi32(taken));
+        shows = _mm_and_ps(_mm_cmpnle_ps(found, _mm_set1_ps(segment.plan.clearBelow)),
+                           _mm_castsi128_ps(there));
     }
 
     RaySegment& segment;
     const VolumeShader& shader;
     const __m128 origin, dir;
     const __m128 scale;  // of the opacity
-    const RunKernel kernel;
+    const FourKernel kernel;
     float tCur;
     const float back;  // jitter
     bool finished;
     bool allInside;
     int round;
-    // Of the steps at hand.
+    // Of the steps at hand, lane by lane.
     int taken = 0;
     int clippedStep = -1;  // the one that the end cut short
     float before = 0;      // tCur ahead of them
-    __m128 shows;
-    alignas(16) float times[kLanes];
-    alignas(16) float positions[kLanes][4];
-    alignas(16) float values[kLanes];
-    alignas(16) float opacity[kLanes];
+    __m128 times;
+    __m128 positions[kLanes];
+    __m128 opacity, shows;
 };
 
 }  // namespace nimbra

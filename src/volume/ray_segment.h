@@ -37,11 +37,12 @@ struct RayBlock {
 /// What all steps of a segment have in common, settled at its first step.
 struct StepPlan {
     bool ready;
-    bool prob;      // looks for one random interaction point instead of blending
-    bool emissive;  // the shader has fire
-    bool ownFire;   // whose opacity comes from a table of its own
-    bool gray;      // smoke alone decides the opacity, read from one channel
-    bool plain;     // and nothing else is looked at
+    bool prob;       // looks for one random interaction point instead of blending
+    bool emissive;   // the shader has fire
+    bool ownFire;    // whose opacity comes from a table of its own
+    bool gray;       // smoke alone decides the opacity, read from one channel
+    bool plain;      // and nothing else is looked at
+    bool gridColor;  // diffuse colour is what the grid's colour channels hold
     std::uint8_t filter;
     std::uint32_t mask;   // of the channels to read
     float clearBelow;     // opacity up to which a step shows nothing

@@ -59,6 +59,12 @@ bool isGray(const VolumeShader& shader, const StepPlan& plan, bool colored) {
     return !colored || !plan.emissive || shader.fire_opacity_mode == kFireUsesSmoke;
 }
 
+bool takesGridColor(const VolumeShader& shader, const StepPlan& plan) {
+    return !shader.diffuseTable && shader.useGridColor &&
+           (shader.sampleMask & plan.mask & kSampleColor) == kSampleColor &&
+           !shader.has(kTexDiffuse | kModDiffuse);
+}
+
 StepPlan makePlan(const VolumeShader& shader, const RaySegment& segment, std::uint32_t kind,
                   bool wantDiffuse) {
     const bool colored = (segment.state & kSegmentColored) != 0;
@@ -72,6 +78,7 @@ StepPlan makePlan(const VolumeShader& shader, const RaySegment& segment, std::ui
     plan.clearBelow = segment.stepLength * shader.skiptransp;
     plan.kernel = pickKernel(plan.filter, shader.wrapFlags);
     plan.gray = isGray(shader, plan, colored);
+    plan.gridColor = takesGridColor(shader, plan);
     plan.plain = plan.gray && plan.mask == kSampleT && !shader.has(kTexDiffuse | kModDiffuse);
     return plan;
 }

@@ -182,6 +182,11 @@ TEST(GridSamplers, Masks_ChooseEntriesAndLeaveTheOthersAlone) {
         for (const test::Proxy& proxy : none)
             kernel(proxy, &position4, 1, out);
     EXPECT_EQ(std::count(out, out + 3, kUntouched), 3);
+    const __m128 lanes = _mm_loadu_ps(position4);
+    for (const ThreeKernel kernel : kThreeKernels)
+        EXPECT_EQ(_mm_movemask_ps(_mm_cmpeq_ps(kernel(none, lanes), _mm_setzero_ps())) & 7, 7);
+    for (const FourKernel kernel : kFourKernels)
+        EXPECT_EQ(_mm_cvtss_f32(kernel(none[2], 4, lanes, lanes, lanes, lanes)), 0.0f);
 }
 
 TEST(GridSamplers, ManyEntriesAndRuns_EqualOneByOne) {
@@ -205,6 +210,39 @@ TEST(GridSamplers, ManyEntriesAndRuns_EqualOneByOne) {
                 ASSERT_EQ(ofRun[0], single[i]);
                 ASSERT_EQ(ofRun[1], second);
                 ASSERT_EQ(ofRun[2], kUntouched);
+            }
+        }
+}
+
+TEST(GridSamplers, FourPositionsAndThreeChannels_EqualOneByOne) {
+    const Cell3 size{9, 8, 7};
+    test::Proxy dense[3], mixed[3];
+    for (int i = 0; i < 3; ++i) {
+        const auto field = [i](int x, int y, int z) { return noiseAt(x, y, z, i); };
+        dense[i] = denseChannel(size, field);
+        mixed[i] = i == 1 ? treeChannel(kFloatTree, size, field) : denseChannel(size, field);
+    }
+    const auto positions = testPositions({7, 6, 5}, 400);
+    for (std::size_t n = 0; n + 4 <= positions.size(); n += 4)
+        for (int k = 0; k < 24; ++k) {
+            __m128 at[4];
+            // Shifted, nearly all lie away from the borders.
+            const float shift = n % 8 == 0 ? 1.6f : 0.0f;
+            for (int i = 0; i < 4; ++i) {
+                const auto& p = positions[n + i];
+                at[i] = _mm_setr_ps(p[0] + shift, p[1] + shift, p[2] + shift, 7);
+            }
+            const int count = n % 3 == 0 ? 3 : 4;
+            const __m128 four = kFourKernels[k](mixed[n % 2], count, at[0], at[1], at[2], at[3]);
+            for (int i = 0; i < 4; ++i) {
+                const std::array<float, 3> p{at[i][0], at[i][1], at[i][2]};
+                if (i < count) {
+                    ASSERT_EQ(four[i], sampleAt(mixed[n % 2], k / 8, k % 8, p));
+                }
+                for (const test::Proxy* three : {dense, mixed})
+                    for (int c = 0; c < 3; ++c)
+                        ASSERT_EQ(kThreeKernels[k](three, at[i])[c],
+                                  sampleAt(three[c], k / 8, k % 8, p));
             }
         }
 }
