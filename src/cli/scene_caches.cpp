@@ -46,12 +46,11 @@ std::vector<host::FrameNumber> warnOfMissingFiles(host::Scene& scene,
         }
         if (missing.empty())
             continue;
-        const std::string why =
-            first->outside ? "outside the play range of"
-                           : fmt::format("no file of cache frame {} in", first->cacheFrame());
-        log.warning(fmt::format("{}: nothing to see at frame{} {}: {} {}", first->playback.name,
-                                missing.size() == 1 ? "" : "s", describeFrames(missing), why,
-                                first->playback.path));
+        const std::string why = first->frames.empty()
+                                    ? "outside the play range of " + first->playback.path
+                                    : "there is no file " + first->frames.front().file;
+        log.warning(fmt::format("{}: nothing to see at frame{} {}: {}", first->playback.name,
+                                missing.size() == 1 ? "" : "s", describeFrames(missing), why));
         all.insert(all.end(), missing.begin(), missing.end());
     }
     return all;
