@@ -11,6 +11,7 @@
 #include <limits>
 #include <memory>
 #include <numeric>
+#include <optional>
 
 #include "cache/file_patterns.h"
 #include "cli/cache_frame.h"
@@ -117,7 +118,7 @@ host::FrameNumber frameShowing(const TimeOptions& o, std::int64_t cacheFrame) {
     return std::llround(std::clamp(frame, -kFarthest, kFarthest));
 }
 
-/// Some files of a sequence, the nearest to a frame first.
+/// Some files of a sequence, the nearest to a frame first, at last the one in the middle.
 std::vector<std::string> filesNearest(const FileSequence& sequence, std::int64_t wanted) {
     constexpr std::size_t kMost = 5;
     std::vector<std::size_t> order(sequence.frames.size());
@@ -128,6 +129,9 @@ std::vector<std::string> filesNearest(const FileSequence& sequence, std::int64_t
     std::vector<std::string> files;
     for (std::size_t i = 0; i < std::min(order.size(), kMost); ++i)
         files.push_back(sequence.files[order[i]]);
+    // Where all around is empty yet.
+    if (order.size() > kMost)
+        files.push_back(sequence.files[order.size() / 2]);
     return files;
 }
 
@@ -240,24 +244,38 @@ std::vector<GridSummary> readSummaries(const std::string& path, UpConvention& up
     return grids;
 }
 
-/// Takes the first file that can be read as `sample`; false, with the reasons said, for none.
-bool readSample(const std::vector<std::string>& files, Console& console, std::string& sample,
-                std::vector<GridSummary>& grids, UpConvention& up) {
-    std::vector<std::string> problems;
+/// The file that decides the look, and its look.
+struct Sample {
+    std::string file;
+    ViewLook look;
+};
+
+/// Of the first file that has something to show; nothing, with the reasons said, for none. A frame
+/// in front of the first smoke is no reason for a word as long as others have some.
+std::optional<Sample> chooseSample(const std::vector<std::string>& files, const ViewWishes& wishes,
+                                   Console& console) {
+    std::vector<std::string> problems, empty;
     for (const std::string& file : files) {
         std::string problem;
-        grids = readSummaries(file, up, problem);
-        if (problem.empty()) {
-            for (const std::string& text : problems)
-                console.log().warning(text);
-            sample = file;
-            return true;
+        UpConvention up;
+        const std::vector<GridSummary> grids = readSummaries(file, up, problem);
+        if (!problem.empty()) {
+            problems.push_back(fmt::format("{}: {}", file, problem));
+            continue;
         }
-        problems.push_back(fmt::format("{}: {}", file, problem));
+        const ViewLook look = chooseLook(grids, wishes, up);
+        if (look.subject == Subject::Nothing) {
+            empty.push_back(fmt::format("{}: {}", file, look.explanation));
+            continue;
+        }
+        for (const std::string& text : problems)
+            console.log().warning(text);
+        return Sample{file, look};
     }
+    problems.insert(problems.end(), empty.begin(), empty.end());
     for (const std::string& text : problems)
         console.log().error(text);
-    return false;
+    return std::nullopt;
 }
 
 int showCache(ViewCommand& o, Console& console) {
@@ -276,25 +294,20 @@ int showCache(ViewCommand& o, Console& console) {
         }
         in.path = alias.of(in.path);
     }
-    std::string sample;
-    std::vector<GridSummary> grids;
-    UpConvention up;
-    if (!readSample(in.samples, console, sample, grids, up))
-        return kExitInput;
     o.wishes.upAxis = upAxisNamed(o.up);
-    if (isKol(sample) && !o.wishes.mapping.empty()) {
+    const bool kol = isKol(in.samples.front());
+    if (kol && !o.wishes.mapping.empty()) {
         console.log().warning(
             "--map is left aside: .kol files say themselves what their grids are");
         o.wishes.mapping.clear();
     }
-    ViewLook look = chooseLook(grids, o.wishes, up);
-    if (isKol(sample))
-        look.mapping.clear();
-    if (look.subject == Subject::Nothing) {
-        console.log().error(fmt::format("{}: {}", sample, look.explanation));
+    std::optional<Sample> sample = chooseSample(in.samples, o.wishes, console);
+    if (!sample)
         return kExitInput;
-    }
-    console.note(fmt::format("{}: {}", sample, look.explanation));
+    ViewLook& look = sample->look;
+    if (kol)
+        look.mapping.clear();
+    console.note(fmt::format("{}: {}", sample->file, look.explanation));
     const std::string text = sceneText(makeScene(o, in, look));
     if (!o.writeScene.empty() && !writeSceneFile(o.writeScene, text, console))
         return kExitOutput;

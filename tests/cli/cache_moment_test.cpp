@@ -152,6 +152,11 @@ TEST_F(CacheMoments, Pictures_BetweenFramesHaveTheirNamesAndTimes) {
     answer = picture("view", {at("k_####.kol"), "--frames", "3", "-o", at("v.exr")});
     EXPECT_EQ(answer.code, kExitDone) << answer.err;
     EXPECT_NE(answer.err.find("k_0002.kol: showing"), std::string::npos) << answer.err;
+    // So does one without anything to show, and without a word.
+    fs::copy_file(fs::path(NIMBRA_TEST_DATA) / "golden/kol/v5_grid_velocity.kol", at("k_0004.kol"));
+    answer = picture("view", {at("k_####.kol"), "--frames", "4", "-o", at("v.exr")});
+    EXPECT_NE(answer.err.find("k_0002.kol: showing"), std::string::npos) << answer.err;
+    EXPECT_EQ(answer.err.find("k_0004.kol"), std::string::npos) << answer.err;
     write("bare.json", R"({"nimbra": 1})");
     EXPECT_EQ(picture("render", {at("bare.json"), "--blend", "velocity"}).code, kExitUsage);
 }
