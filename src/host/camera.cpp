@@ -50,6 +50,8 @@ public:
         return dotPoint(s_.placement.forward, point - s_.placement.position);
     }
 
+    bool hasWideLens() const final { return s_.lensRadius > 0; }
+
     Matrix44 worldToCamera() const final {
         const Vector axes[3] = {s_.placement.right, s_.placement.up, s_.placement.forward};
         Matrix44 m{};

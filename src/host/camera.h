@@ -41,6 +41,8 @@ public:
     /// Sets origin, direction, mint and maxt of the ray through (x, y), in pixels from the upper
     /// left corner of the full picture. False where the camera sees nothing.
     virtual bool ray(float x, float y, const LensSample& lens, TessUtils::TraceRay& out) const = 0;
+    /// False where all rays go through the middle of the lens, whatever the sample.
+    virtual bool hasWideLens() const = 0;
     /// The pixel position of a point through the middle of the lens; false if it has none.
     virtual bool project(const TessUtils::TracePoint& point, double& x, double& y) const = 0;
     /// Distance along the view of a point: what a depth channel holds.

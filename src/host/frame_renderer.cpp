@@ -277,11 +277,12 @@ private:
         if (depthLayer_ < layers_)
             scratch.layerSums[depthLayer_] = double(kNoDepth) * count;
         PixelSampler random;
+        random.start(settings.seed, x, y, 0);
         SampleValue& value = scratch.value;
         for (int s = 0; s < count; ++s) {
             if (stopped())
                 return false;
-            random.start(settings.seed, x, y, s);
+            random.startSample(s);
             CameraSample sample;
             sample.x = static_cast<float>(x) + 0.5f + offsets_.at(random.next());
             sample.y = static_cast<float>(y) + 0.5f + offsets_.at(random.next());

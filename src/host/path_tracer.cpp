@@ -203,15 +203,26 @@ bool PathTracer::State::cameraRay(const CameraSample& sample, const LensSample& 
     return true;
 }
 
+namespace {
+
+/// Numbers that nobody needs cost nothing, but keep their dimensions.
+LensSample drawPair(PixelSampler& random, bool needed) {
+    if (needed)
+        return {{random.next(), random.next()}};
+    random.skipPair();
+    return {};
+}
+
+}  // namespace
+
 void PathTracer::radiance(const CameraSample& sample, SampleValue& out) {
     const State& s = *state_;
     TraceContext& context = s.integrator->cameraContext(sample.threadIndex);
     context.sampler = sample.random;
     context.screenX = sample.x;
     context.screenY = sample.y;
-    const LensSample lens{{sample.random->next(), sample.random->next()}};
-    const float time = sample.random->next();
-    sample.random->next();  // so that the path's numbers begin with a pair
+    const LensSample lens = drawPair(*sample.random, s.scene.camera().hasWideLens());
+    const float time = drawPair(*sample.random, s.motionBlur).u[0];
 
     out.color = {};
     out.alpha = 0;

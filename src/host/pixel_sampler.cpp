@@ -70,6 +70,10 @@ float sampleDimension(std::uint32_t pixelHash, std::uint32_t sample, std::uint32
 void PixelSampler::start(std::uint32_t seed, int x, int y, int sample) {
     const std::uint32_t row = hash(combine(hash(seed), static_cast<std::uint32_t>(y)));
     pixelHash_ = hash(combine(row, static_cast<std::uint32_t>(x)));
+    startSample(sample);
+}
+
+void PixelSampler::startSample(int sample) {
     sample_ = reverseBits(static_cast<std::uint32_t>(sample));
     dimension_ = 0;
 }

@@ -25,7 +25,11 @@ public:
     PixelSampler() = default;
     /// Begins sample number `sample` of a pixel at dimension 0.
     void start(std::uint32_t seed, int x, int y, int sample);
+    /// The same for another sample of that pixel.
+    void startSample(int sample);
     float next() override;
+    /// Leaves out the next pair of dimensions, which nobody needs.
+    void skipPair() { dimension_ += 2; }
     /// Goes on at the first dimension of stream `stream`: for numbers that must not depend on how
     /// many were drawn before.
     void jumpTo(std::uint32_t stream);

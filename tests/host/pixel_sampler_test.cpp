@@ -23,6 +23,15 @@ TEST(PixelSampler, Numbers_AreAFunctionOfPixelSampleAndDimension) {
     a.jumpTo(3);
     b.jumpTo(3);
     EXPECT_EQ(a.next(), b.next());
+    // Nor do dimensions that are left out, or the sample that the pixel was begun with.
+    a.start(7, 12, 34, 6);
+    a.next();
+    a.startSample(5);
+    a.skipPair();
+    b.startSample(5);
+    b.next();
+    b.next();
+    EXPECT_EQ(a.next(), b.next());
 }
 
 TEST(PixelSampler, EveryPairOfDimensions_IsStratifiedInAllShapes) {
