@@ -23,12 +23,15 @@ namespace {
 /// Up to here the answers of the tree fit on the stack.
 constexpr int kStackEntries = 1024;
 
+/// x, y, z, 0
 __m128 lanesOf(const TessUtils::Vector& v) {
-    return _mm_setr_ps(v.x, v.y, v.z, 0.0f);
+    const __m128 xy = _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(&v.x)));
+    return _mm_movelh_ps(xy, _mm_load_ss(&v.z));
 }
 
-TessUtils::Vector fromLanes(__m128 v) {
-    return {v[0], v[1], v[2]};
+void store(TessUtils::Vector& v, __m128 lanes) {
+    _mm_storel_pi(reinterpret_cast<__m64*>(&v.x), lanes);
+    _mm_store_ss(&v.z, _mm_movehl_ps(lanes, lanes));
 }
 
 /// Matrix34::applyPoint and applyVector of the world's points, rounded once.
@@ -62,37 +65,61 @@ private:
     __m128d xy_[4], z_[4];
 };
 
-/// The ray in the grid space of a shader; false for a grid without extent.
-bool carryIntoGrid(RayBlock& ray, const Matrix34& gridFromWorld, const WorldRay& world) {
-    const GridSpace grid(gridFromWorld);
-    ray.origin = fromLanes(grid.point(world.origin));
-    const __m128 dir = grid.vector(world.dir);
-    ray.dir = fromLanes(dir);
-    // Kept finite for an axis that the ray runs across; the order of the operands keeps a NaN.
-    const __m128 limit = _mm_set1_ps(1e18f), least = _mm_set1_ps(-1e18f);
-    const __m128 inverse = _mm_div_ps(_mm_set1_ps(1.0f), dir);
-    const __m128 bounded = _mm_max_ps(least, _mm_min_ps(limit, inverse));
-    ray.invDir = fromLanes(bounded);
-    ray.signMask = static_cast<std::uint32_t>(_mm_movemask_ps(bounded)) & 7;
-    ray.mint = 0;
-    ray.maxt = world.length;
-    const float squared = dot(ray.dir, ray.dir);
-    return squared > 0.0f && std::isfinite(squared);
-}
-
-/// Slab test; cuts the ray to the box. T. Kay, J. Kajiya, SIGGRAPH 1986.
-bool cutToBox(RayBlock& ray, const TessUtils::Vector& low, const TessUtils::Vector& high) {
-    const __m128 origin = lanesOf(ray.origin), inverse = lanesOf(ray.invDir);
-    const __m128 toLow = _mm_mul_ps(_mm_sub_ps(lanesOf(low), origin), inverse);
-    const __m128 toHigh = _mm_mul_ps(_mm_sub_ps(lanesOf(high), origin), inverse);
-    const __m128 negative = _mm_castsi128_ps(_mm_srai_epi32(_mm_castps_si128(inverse), 31));
-    const __m128 entry = _mm_or_ps(_mm_and_ps(negative, toHigh), _mm_andnot_ps(negative, toLow));
-    const __m128 exit = _mm_or_ps(_mm_and_ps(negative, toLow), _mm_andnot_ps(negative, toHigh));
-    for (int axis = 0; axis < 3; ++axis) {
-        ray.mint = entry[axis] > ray.mint ? entry[axis] : ray.mint;
-        ray.maxt = exit[axis] < ray.maxt ? exit[axis] : ray.maxt;
+/// A ray in the grid space of a shader, and its span there.
+class GridRay {
+public:
+    GridRay(const Matrix34& gridFromWorld, const WorldRay& world) : maxt_(world.length) {
+        const GridSpace grid(gridFromWorld);
+        origin_ = grid.point(world.origin);
+        dir_ = grid.vector(world.dir);
+        // Kept finite for an axis that the ray runs across; the order of the operands keeps a NaN.
+        const __m128 limit = _mm_set1_ps(1e18f), least = _mm_set1_ps(-1e18f);
+        inverse_ = _mm_max_ps(least, _mm_min_ps(limit, _mm_div_ps(_mm_set1_ps(1.0f), dir_)));
     }
-    return ray.mint <= ray.maxt * 1.000001f && ray.maxt - ray.mint >= 1e-6f;
+
+    /// False in a grid without extent.
+    bool isUsable() const {
+        const __m128 squares = _mm_mul_ps(dir_, dir_);
+        const float squared = squares[0] + squares[1] + squares[2];
+        return squared > 0.0f && std::isfinite(squared);
+    }
+
+    /// Slab test; cuts the ray to the box. T. Kay, J. Kajiya, SIGGRAPH 1986.
+    bool cutToBox(const TessUtils::Vector& low, const TessUtils::Vector& high) {
+        const __m128 toLow = _mm_mul_ps(_mm_sub_ps(lanesOf(low), origin_), inverse_);
+        const __m128 toHigh = _mm_mul_ps(_mm_sub_ps(lanesOf(high), origin_), inverse_);
+        const __m128 negative = _mm_castsi128_ps(_mm_srai_epi32(_mm_castps_si128(inverse_), 31));
+        const __m128 entry =
+            _mm_or_ps(_mm_and_ps(negative, toHigh), _mm_andnot_ps(negative, toLow));
+        const __m128 exit = _mm_or_ps(_mm_and_ps(negative, toLow), _mm_andnot_ps(negative, toHigh));
+        for (int axis = 0; axis < 3; ++axis) {
+            mint_ = entry[axis] > mint_ ? entry[axis] : mint_;
+            maxt_ = exit[axis] < maxt_ ? exit[axis] : maxt_;
+        }
+        return mint_ <= maxt_ * 1.000001f && maxt_ - mint_ >= 1e-6f;
+    }
+
+    void storeIn(RayBlock& ray) const {
+        store(ray.origin, origin_);
+        store(ray.dir, dir_);
+        store(ray.invDir, inverse_);
+        ray.signMask = static_cast<std::uint32_t>(_mm_movemask_ps(inverse_)) & 7;
+        ray.mint = mint_;
+        ray.maxt = maxt_;
+    }
+
+private:
+    __m128 origin_, dir_, inverse_;
+    float mint_ = 0, maxt_;
+};
+
+bool enterGrid(RayBlock& ray, const VolumeShader& shader, const Matrix34& gridFromWorld,
+               const WorldRay& world) {
+    GridRay inGrid(gridFromWorld, world);
+    if (!inGrid.isUsable() || !inGrid.cutToBox(shader.gridMin, shader.gridMax))
+        return false;
+    inGrid.storeIn(ray);
+    return true;
 }
 
 bool takesPart(const RayData& rayData, const VolumeShader& shader) {
@@ -153,10 +180,8 @@ void addEachShader(RayData& rayData, const ShadeQuery& query, const WorldRay& wo
 }  // namespace
 
 bool enterGrid(RayBlock& ray, const VolumeShader& shader, const WorldRay& world) {
-    const bool carried = shader.moving
-                             ? carryIntoGrid(ray, shader.gridFromWorldAt(world.time), world)
-                             : carryIntoGrid(ray, shader.gridFromWorld[0], world);
-    return carried && cutToBox(ray, shader.gridMin, shader.gridMax);
+    return shader.moving ? enterGrid(ray, shader, shader.gridFromWorldAt(world.time), world)
+                         : enterGrid(ray, shader, shader.gridFromWorld[0], world);
 }
 
 void addSegment(RayData& rayData) {
