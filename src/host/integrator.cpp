@@ -13,7 +13,6 @@ namespace nimbra::host {
 using TessUtils::AColor;
 using TessUtils::BRDFSampler;
 using TessUtils::Color;
-using TessUtils::RaySampler;
 using TessUtils::ShadeData;
 using TessUtils::ShadingContext;
 using TessUtils::TextureContext;
@@ -107,30 +106,33 @@ std::uint64_t Integrator::rayCount() const {
 
 PathValue Integrator::trace(ShadingContext& context) {
     Thread& thread = *threads_[static_cast<std::size_t>(context.threadIndex)];
-    const TraceRay ray = context.ray;
+    const double mint = context.ray.mint, maxt = context.ray.maxt;
     PathValue value;
-    double searchFrom = ray.mint;  // for surfaces
-    double from = ray.mint;        // for volumes: no gap, wherever the search goes on
+    double from = mint;        // for volumes: no gap, wherever the search goes on
+    double searchFrom = mint;  // for surfaces
     for (int level = 0; level <= scene_.settings.maxTransparencyLevels; ++level) {
         thread.countRay();
-        TraceRay search = ray;
-        search.mint = searchFrom;
         SurfaceHit hit;
-        const bool found = scene_.surfaces.intersect(search, context, hit);
-        const double to = found ? std::clamp(hit.t, from, ray.maxt) : ray.maxt;
-        context.ray = ray;
+        const bool found = scene_.hasSurfaces && findSurface(context, searchFrom, hit);
+        const double to = found ? std::clamp(hit.t, from, maxt) : maxt;
         traceVolumes(context, from, to, value);
+        context.ray.mint = mint;
+        context.ray.maxt = maxt;
         if (!found || isBlack(value.transmittance))
             break;
-        context.ray = ray;
         shadeSurface(context, hit, value);
         if (isBlack(value.transmittance))
             break;
         from = to;
         searchFrom = std::max(hit.t, searchFrom) + hit.step();
     }
-    context.ray = ray;
     return value;
+}
+
+bool Integrator::findSurface(ShadingContext& context, double from, SurfaceHit& hit) const {
+    TraceRay search = context.ray;
+    search.mint = from;
+    return scene_.surfaces.intersect(search, context, hit);
 }
 
 void Integrator::traceVolumes(ShadingContext& context, double from, double to, PathValue& value) {
@@ -293,25 +295,16 @@ Color Integrator::surfaceVisibility(ShadingContext& context) {
     return visible;
 }
 
-Color Integrator::visibility(ShadingContext& asking, const TraceRay& ray, RaySampler* random) {
-    Thread& thread = *threads_[static_cast<std::size_t>(asking.threadIndex)];
-    Nested nested(thread);
-    TraceContext* context = nested.context();
-    if (!context)
-        return {1, 1, 1};
-    thread.countRay();
-    context->sampler = random;
-    context->screenX = asking.screenX;
-    context->screenY = asking.screenY;
-    context->ray = ray;
-    Color visible = surfaceVisibility(*context);
+Color Integrator::visibility(ShadingContext& context) {
+    Color visible{1, 1, 1};
+    if (scene_.hasSurfaces)
+        visible = surfaceVisibility(context);
     for (TessUtils::TessraVolume* volume : scene_.volumes) {
         if (isBlack(visible))
             break;
-        context->ray = ray;
-        context->volumeResult = {};
-        volume->shadeTransparency(*context);
-        visible *= context->volumeResult.transparency.color;
+        context.volumeResult = {};
+        volume->shadeTransparency(context);
+        visible *= context.volumeResult.transparency.color;
     }
     return visible;
 }

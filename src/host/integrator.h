@@ -38,12 +38,8 @@ public:
 
     /// A context at the lowest level for a camera ray of that thread.
     TraceContext& cameraContext(int threadIndex);
-    /// Light along `context.ray`: surfaces and volumes from its mint to its maxt. Leaves the
-    /// context's ray changed.
+    /// Light along `context.ray`: surfaces and volumes from its mint to its maxt.
     PathValue trace(TessUtils::ShadingContext& context);
-    /// What comes through along a shadow ray; `asking` is the context of the point.
-    TessUtils::Color visibility(TessUtils::ShadingContext& asking, const TessUtils::TraceRay& ray,
-                                TessUtils::RaySampler* random);
     void illuminate(TessUtils::ShadingContext& context, TessUtils::ShadeData& data,
                     TessUtils::BRDFSampler& brdf) override;
 
@@ -55,6 +51,7 @@ private:
     class Nested;
     struct Lighting;
 
+    bool findSurface(TessUtils::ShadingContext& context, double from, SurfaceHit& hit) const;
     void traceVolumes(TessUtils::ShadingContext& context, double from, double to, PathValue& value);
     /// Adds a surface's light and takes its opacity off; false where it let nothing change.
     void shadeSurface(TessUtils::ShadingContext& context, const SurfaceHit& hit, PathValue& value);
@@ -66,11 +63,15 @@ private:
     TessUtils::Color mirroredLight(TessUtils::ShadingContext& context,
                                    const TessUtils::ShadeData& data, GlossyBRDF& brdf);
     TessUtils::Color surfaceTransparency(TessUtils::ShadingContext& context, const SurfaceHit& hit);
+    /// What comes through along the context's shadow ray.
+    TessUtils::Color visibility(TessUtils::ShadingContext& context);
     TessUtils::Color surfaceVisibility(TessUtils::ShadingContext& context);
     TessUtils::TextureContext textureContext(const TessUtils::ShadingContext& context,
                                              const SurfaceHit& hit) const;
     void lightBy(Lighting&& lighting);
     void illuminateDirect(Lighting& lighting, TessUtils::LightInterface& light);
+    TessUtils::Color visibility(Lighting& lighting, const TessUtils::LightSample& sample,
+                                TessUtils::LightInterface& light);
     void illuminateIndirect(Lighting& lighting);
 
     const TraceScene& scene_;

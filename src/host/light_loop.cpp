@@ -88,19 +88,17 @@ struct Integrator::Lighting {
     bool shadows() const {
         return data.flags & (TessUtils::kShadeCastShadows | TessUtils::kShadeFixedShadows);
     }
-    TraceRay shadowRay(const LightSample& sample, LightInterface& light) const {
-        TraceRay r;
+    void setShadowRay(TraceRay& r, const LightSample& sample, LightInterface& light) const {
         r.p = data.position;
         r.dir = sample.direction;
+        r.mint = 0;
         r.maxt = sample.distance < 0 ? 1e18 : sample.distance;
-        r.flags = TessUtils::kRayShadow;
-        r.origin = data.object;
-        r.light = light.getPlugin();
-        r.flags |= asker.flags & kInherited;
         r.time = asker.time;
+        r.flags = TessUtils::kRayShadow | (asker.flags & kInherited);
         r.depth = asker.depth;
         r.diffuseLevel = asker.diffuseLevel;
-        return r;
+        r.origin = data.object;
+        r.light = light.getPlugin();
     }
 };
 
@@ -148,8 +146,9 @@ void Integrator::illuminateDirect(Lighting& lighting, LightInterface& light) {
         for (float& number : first)
             number = lighting.random.next();
     for (int i = 0; i < count; ++i) {
-        float u[2];
-        spread(first, i, count, u);
+        float u[2] = {first[0], first[1]};
+        if (i > 0)
+            spread(first, i, count, u);
         LightSample sample;
         if (!sampler->eval(u, sample))
             continue;
@@ -158,7 +157,7 @@ void Integrator::illuminateDirect(Lighting& lighting, LightInterface& light) {
             continue;
         Color visible{1, 1, 1};
         if (shadows)
-            visible = visibility(context, lighting.shadowRay(sample, light), &lighting.random);
+            visible = visibility(lighting, sample, light);
         Color raw = sample.color * data.lightLevel;
         Color lit = raw * visible;
         data.sums.rawDirect += raw;
@@ -167,6 +166,21 @@ void Integrator::illuminateDirect(Lighting& lighting, LightInterface& light) {
             lighting.brdf.eval(lighting.ray, sample.direction, lit, raw, sample.distance);
     }
     light.deleteLightSampler(sampler, context.threadIndex);
+}
+
+Color Integrator::visibility(Lighting& lighting, const LightSample& sample, LightInterface& light) {
+    const ShadingContext& asking = lighting.context;
+    Thread& thread = *threads_[static_cast<std::size_t>(asking.threadIndex)];
+    Nested nested(thread);
+    TraceContext* context = nested.context();
+    if (!context)
+        return {1, 1, 1};
+    thread.countRay();
+    context->sampler = &lighting.random;
+    context->screenX = asking.screenX;
+    context->screenY = asking.screenY;
+    lighting.setShadowRay(context->ray, sample, light);
+    return visibility(*context);
 }
 
 void Integrator::illuminateIndirect(Lighting& lighting) {

@@ -67,6 +67,7 @@ void PathTracer::beginFrame(TessraRenderer& renderer, Scene& scene,
     s.gatherMeshes(scene);
     s.gatherGenerated(renderer, scene);
     s.scene.surfaces.commit();
+    s.scene.hasSurfaces = !s.scene.surfaces.empty();
     s.gatherLights(scene);
     s.gatherVolumes(renderer);
     const int threads =

@@ -29,6 +29,7 @@ struct TraceScene {
     RenderSettings settings;
     std::unique_ptr<CameraModel> cameras[2];  // at the start and the end of the frame
     SurfaceScene surfaces;
+    bool hasSurfaces = false;
     std::vector<SurfaceObject> objects;
     bool allOpaque = true;  // no surface lets a shadow ray pass
     std::vector<TessUtils::TessraVolume*> volumes;
