@@ -7,6 +7,7 @@
 
 #include "volume/ray_kind.h"
 #include "volume/ray_segment.h"
+#include "volume/volume_shade_data.h"
 #include "volume/volume_shader_tessra.h"
 
 namespace nimbra {
@@ -81,7 +82,7 @@ const VolumeShaderTessra& asTessra(const VolumeShader& shader) {
 
 IlluminatorTessra::IlluminatorTessra(ShadingContext* context,
                                      const TessUtils::RenderChannelListInterface* channels)
-    : rayContext(context), channels_(channels), shadeData_(context ? context->lights : nullptr) {
+    : rayContext(context), channels_(channels) {
     if (!context)
         return;
     screenPos[0] = context->screenX;
@@ -123,29 +124,32 @@ bool IlluminatorTessra::scatteredLightCounts() const {
     return hostRay->diffuseLevel <= 1 && hostRay->origin != asTessra(*currentShader).hostObject();
 }
 
-void IlluminatorTessra::setupPoint(const Vector& pos, const Color& diffuse) {
-    const VolumeShaderTessra& shader = asTessra(*currentShader);
+TracePoint IlluminatorTessra::worldPoint(const Vector& pos) const {
     // Whoever asks for a voxel of the cache first, its place is that at the start of the frame, for
     // which the host traces such shadows.
     const float time = kind & kKindCacheShadows ? 0 : hostRay->time;
-    shadeData_.beginPoint(shader.worldFromGridPoint(pos, time), -hostRay->dir);
-    shadeData_.sampleSeed = seed;
+    return asTessra(*currentShader).worldFromGridPoint(pos, time);
+}
+
+void IlluminatorTessra::setupPoint(TessUtils::ShadeData& data, const Color& diffuse) const {
+    const VolumeShaderTessra& shader = asTessra(*currentShader);
+    data.sampleSeed = seed;
     if (kind & kKindCacheLights) {
         const float most = std::max({diffuse.r, 0.1f, diffuse.g, diffuse.b});
-        shadeData_.importance = {most, most, most};
-        shadeData_.seedAlone = true;
+        data.importance = {most, most, most};
+        data.seedAlone = true;
     }
     if (kind & kKindCacheShadows) {
-        shadeData_.flags &= ~TessUtils::kShadeCastShadows;
-        shadeData_.flags |= TessUtils::kShadeFixedShadows;
-        shadeData_.transparency = {1, 1, 1};
+        data.flags &= ~TessUtils::kShadeCastShadows;
+        data.flags |= TessUtils::kShadeFixedShadows;
+        data.transparency = {1, 1, 1};
     }
-    shadeData_.flags |= TessUtils::kShadeVolumePoint;
+    data.flags |= TessUtils::kShadeVolumePoint;
     if (kind & kKindVolumeLit)
-        shadeData_.lightLevel *= shader.lightScale;
-    shader.setupShading(*rayContext, shadeData_);
+        data.lightLevel *= shader.lightScale;
+    shader.setupShading(*rayContext, data);
     if (!(shader.visibility & kReceivesGI))
-        shadeData_.flags |= TessUtils::kShadeNotInGI;
+        data.flags |= TessUtils::kShadeNotInGI;
 }
 
 void IlluminatorTessra::illuminate(Color& out, const Vector& pos, const Color& diffuse,
@@ -153,24 +157,24 @@ void IlluminatorTessra::illuminate(Color& out, const Vector& pos, const Color& d
     out = {};
     if (!rayContext || !hostRay || !currentShader || !scatteredLightCounts())
         return;
-    setupPoint(pos, diffuse);
+    VolumeShadeData data(rayContext->lights, worldPoint(pos), -hostRay->dir);
+    setupPoint(data, diffuse);
     MyWhiteBRDF brdf;
     brdf.diffuse = diffuse;
     brdf.scatterMul = currentShader->brdfscatter;
-    brdf.normal = shadeData_.normal;
+    brdf.normal = data.normal;
     brdf.rayLimit = rayContext->giRayLimit;
     brdf.recordElements = (elementMask & kLightingElements) != 0;
     {
         const VolumePointRay volumePoint(rayContext->ray);
-        shadeData_.illuminate(*rayContext, shadeData_, brdf);
+        data.illuminate(*rayContext, data, brdf);
     }
-    out = shadeData_.sums.direct + shadeData_.sums.gi;
+    out = data.sums.direct + data.sums.gi;
     if (brdf.recordElements)
-        fillElements(brdf);
+        fillElements(data.sums, brdf);
 }
 
-void IlluminatorTessra::fillElements(const MyWhiteBRDF& brdf) {
-    const TessUtils::LightingSums& sums = shadeData_.sums;
+void IlluminatorTessra::fillElements(const TessUtils::LightingSums& sums, const MyWhiteBRDF& brdf) {
     elements[kElementLighting] = sums.direct;
     elements[kElementTotalLighting] = sums.direct + sums.gi;
     elements[kElementRawLighting] = brdf.raw;

@@ -6,7 +6,6 @@
 
 #include "tessra/shading.h"
 #include "volume/illuminator.h"
-#include "volume/volume_shade_data.h"
 #include "volume/white_brdf.h"
 
 namespace nimbra {
@@ -36,13 +35,13 @@ public:
 
 private:
     bool scatteredLightCounts() const;
-    void setupPoint(const TessUtils::Vector& pos, const TessUtils::Color& diffuse);
-    void fillElements(const MyWhiteBRDF& brdf);
+    TessUtils::TracePoint worldPoint(const TessUtils::Vector& pos) const;
+    void setupPoint(TessUtils::ShadeData& data, const TessUtils::Color& diffuse) const;
+    void fillElements(const TessUtils::LightingSums& sums, const MyWhiteBRDF& brdf);
 
     TessUtils::ShadingContext* rayContext;
     const TessUtils::TraceRay* hostRay = nullptr;
     const TessUtils::RenderChannelListInterface* channels_;
-    VolumeShadeData shadeData_;
     std::uint32_t localState_ = 0;  // of the random numbers without a host ray
 };
 

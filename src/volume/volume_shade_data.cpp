@@ -4,13 +4,6 @@
 
 namespace nimbra {
 
-void VolumeShadeData::beginPoint(const TessUtils::TracePoint& point,
-                                 const TessUtils::Vector& towardsOrigin) {
-    static_cast<TessUtils::ShadeData&>(*this) = TessUtils::ShadeData();
-    position = point;
-    normal = towardsOrigin;
-}
-
 void VolumeShadeData::illuminate(TessUtils::ShadingContext& context, TessUtils::ShadeData& data,
                                  TessUtils::BRDFSampler& brdf) {
     if (hostLights_)

@@ -8,14 +8,16 @@
 
 namespace nimbra {
 
-/// The host's shade data for the points of one ray, lit one after the other, and the way from them
-/// to the host's light loop. On the stack of one ray.
+/// The host's shade data for one point of a ray, and the way from it to the host's light loop.
 class VolumeShadeData : public TessUtils::ShadeData, public TessUtils::LightListInterface {
 public:
-    explicit VolumeShadeData(TessUtils::LightListInterface* hostLights) : hostLights_(hostLights) {}
+    VolumeShadeData(TessUtils::LightListInterface* hostLights, const TessUtils::TracePoint& point,
+                    const TessUtils::Vector& towardsOrigin)
+        : hostLights_(hostLights) {
+        position = point;
+        normal = towardsOrigin;
+    }
 
-    /// Makes it the data of a point; everything else starts from its default.
-    void beginPoint(const TessUtils::TracePoint& point, const TessUtils::Vector& towardsOrigin);
     /// Lights the point by the host's light loop; nothing without one.
     void illuminate(TessUtils::ShadingContext& context, TessUtils::ShadeData& data,
                     TessUtils::BRDFSampler& brdf) override;
