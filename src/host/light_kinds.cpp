@@ -5,7 +5,6 @@
 #include <cmath>
 
 #include "host/plugin_values.h"
-#include "host/sampling.h"
 
 namespace nimbra::host {
 
@@ -93,14 +92,13 @@ DirectionalLightPlugin::DirectionalLightPlugin(TessUtils::TessraPluginDesc* desc
 void DirectionalLightPlugin::frameBegin(TessUtils::TessraRenderer* renderer) {
     LightPlugin::frameBegin(renderer);
     const double time = renderer->getFrameData().t;
-    toLight_ = -normalize(readVector(*paramList, "direction", time, {0, -1, 0}));
+    toLight_ = Basis(-normalize(readVector(*paramList, "direction", time, {0, -1, 0})));
     cosAngle_ = angle_ > 0 ? std::cos(angle_ * kPi / 360) : 1.0f;
 }
 
 bool DirectionalLightPlugin::sample(const ShadeData&, const float u[2], LightSample& out) const {
-    out.direction = toLight_;
-    if (!isSharp())
-        out.direction = normalize(Basis(toLight_).toWorld(sampleCone(u, cosAngle_)));
+    out.direction =
+        isSharp() ? toLight_.normal : normalize(toLight_.toWorld(sampleCone(u, cosAngle_)));
     out.distance = -1;
     out.color = light();
     return true;

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "host/light_plugin.h"
+#include "host/sampling.h"
 
 namespace nimbra::host {
 
@@ -41,7 +42,7 @@ protected:
     bool isSharp() const override { return cosAngle_ >= 1; }
 
 private:
-    TessUtils::Vector toLight_{0, 1, 0};
+    Basis toLight_{{0, 1, 0}};
     float angle_ = 0, cosAngle_ = 1;
 };
 

@@ -42,7 +42,8 @@ LightSampler* LightPlugin::newLightSampler(ShadingContext& context, const ShadeD
             continue;
         sampler.light = this;
         sampler.data = &data;
-        sampler.count = isSharp() ? 1 : std::max(samples_, 1);
+        sampler.sharp = isSharp();
+        sampler.count = sampler.sharp ? 1 : std::max(samples_, 1);
         sampler.used = true;
         return &sampler;
     }
@@ -57,7 +58,8 @@ void LightPlugin::deleteLightSampler(LightSampler* sampler, int /*threadIndex*/)
 bool LightPlugin::Sampler::eval(const float u[2], LightSample& out) {
     if (!light->sample(*data, u, out))
         return false;
-    out.color = out.color * (1.0f / static_cast<float>(count));
+    if (count > 1)
+        out.color = out.color * (1.0f / static_cast<float>(count));
     return true;
 }
 

@@ -50,12 +50,13 @@ private:
     class Sampler final : public TessUtils::LightSampler {
     public:
         int sampleCount() const override { return count; }
-        bool usesNumbers() const override { return !light->isSharp(); }
+        bool usesNumbers() const override { return !sharp; }
         bool eval(const float u[2], TessUtils::LightSample& out) override;
 
         const LightPlugin* light = nullptr;
         const TessUtils::ShadeData* data = nullptr;
         int count = 0;
+        bool sharp = false;
         bool used = false;
     };
     /// A thread lights one point at a time, but for what a sample's shadow ray may light in turn.
