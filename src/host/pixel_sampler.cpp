@@ -19,11 +19,22 @@ std::uint32_t combine(std::uint32_t seed, std::uint32_t value) {
     return seed ^ (value + (seed << 6) + (seed >> 2) + 0x9e3779b9U);
 }
 
+std::uint64_t reverseBits(std::uint64_t x) {
+    constexpr std::uint64_t kNibbles = 0x0f0f0f0f0f0f0f0f, kPairs = 0x3333333333333333,
+                            kBits = 0x5555555555555555;
+    x = __builtin_bswap64(x);
+    x = ((x & kNibbles) << 4) | ((x >> 4) & kNibbles);
+    x = ((x & kPairs) << 2) | ((x >> 2) & kPairs);
+    return ((x & kBits) << 1) | ((x >> 1) & kBits);
+}
+
 std::uint32_t reverseBits(std::uint32_t x) {
-    x = __builtin_bswap32(x);
-    x = ((x & 0x0f0f0f0fU) << 4) | ((x & 0xf0f0f0f0U) >> 4);
-    x = ((x & 0x33333333U) << 2) | ((x & 0xccccccccU) >> 2);
-    return ((x & 0x55555555U) << 1) | ((x & 0xaaaaaaaaU) >> 1);
+    return static_cast<std::uint32_t>(reverseBits(std::uint64_t{x}) >> 32);
+}
+
+float toNumber(std::uint32_t bits) {
+    // The 24 upper bits, so that the result is exact and below 1.
+    return static_cast<float>(bits >> 8) * 0x1p-24f;
 }
 
 // A permutation in which each bit depends only on lower bits and on the seed (Laine and Karras,
@@ -48,23 +59,26 @@ std::uint32_t pascalFold(std::uint32_t x) {
     return x ^ ((x >> 16) & 0x0000ffffU);
 }
 
-SamplePair pairAt(std::uint32_t pixelHash, std::uint32_t reversedSample, std::uint32_t pair) {
-    const std::uint32_t pairHash = hash(combine(pixelHash, pair));
-    return {pairHash, reverseBits(permuteUpwards(reversedSample, pairHash))};
-}
+struct NumberPair {
+    float first, second;
+};
 
-float numberOf(const SamplePair& pair, bool second) {
-    const std::uint32_t reversedPoint = second ? pascalFold(pair.index) : pair.index;
-    const std::uint32_t seed = hash(combine(pair.hash, second ? 2 : 1));
-    const std::uint32_t bits = reverseBits(permuteUpwards(reversedPoint, seed));
-    // The 24 upper bits, so that the result is exact and below 1.
-    return static_cast<float>(bits >> 8) * 0x1p-24f;
+NumberPair pairAt(std::uint32_t pixelHash, std::uint32_t reversedSample, std::uint32_t pair) {
+    const std::uint32_t pairHash = hash(combine(pixelHash, pair));
+    const std::uint32_t index = reverseBits(permuteUpwards(reversedSample, pairHash));
+    const std::uint32_t first = permuteUpwards(index, hash(combine(pairHash, 1)));
+    const std::uint32_t second = permuteUpwards(pascalFold(index), hash(combine(pairHash, 2)));
+    // Both reversed at once, the halves change their places.
+    const std::uint64_t bits = reverseBits(std::uint64_t{first} << 32 | second);
+    return {toNumber(static_cast<std::uint32_t>(bits)),
+            toNumber(static_cast<std::uint32_t>(bits >> 32))};
 }
 
 }  // namespace
 
 float sampleDimension(std::uint32_t pixelHash, std::uint32_t sample, std::uint32_t dimension) {
-    return numberOf(pairAt(pixelHash, reverseBits(sample), dimension >> 1), dimension & 1);
+    const NumberPair pair = pairAt(pixelHash, reverseBits(sample), dimension >> 1);
+    return dimension & 1 ? pair.second : pair.first;
 }
 
 void PixelSampler::start(std::uint32_t seed, int x, int y, int sample) {
@@ -81,11 +95,12 @@ void PixelSampler::startSample(int sample) {
 float PixelSampler::next() {
     // Dimension 0 comes first, and a stream begins with a pair: no second is asked for without its
     // first.
-    const bool second = dimension_ & 1;
-    if (!second)
-        pair_ = pairAt(pixelHash_, sample_, dimension_ >> 1);
-    ++dimension_;
-    return numberOf(pair_, second);
+    const std::uint32_t dimension = dimension_++;
+    if (dimension & 1)
+        return second_;
+    const NumberPair pair = pairAt(pixelHash_, sample_, dimension >> 1);
+    second_ = pair.second;
+    return pair.first;
 }
 
 void PixelSampler::jumpTo(std::uint32_t stream) {

@@ -11,12 +11,6 @@
 
 namespace nimbra::host {
 
-/// What the two dimensions of a pair have in common.
-struct SamplePair {
-    std::uint32_t hash = 0;
-    std::uint32_t index = 0;  // of the sample among the shuffled ones
-};
-
 /// Well-spread numbers in [0, 1). Dimensions are taken in pairs; each pair of a pixel is a shuffled
 /// and scrambled (0,2)-sequence over the samples (Burley, "Practical Hash-based Owen Scrambling",
 /// 2020), so that the first n samples fill the square evenly in every pair.
@@ -38,7 +32,7 @@ private:
     std::uint32_t pixelHash_ = 0;
     std::uint32_t sample_ = 0;  // bits reversed
     std::uint32_t dimension_ = 0;
-    SamplePair pair_;  // of the dimension ahead, where that is the second of a pair
+    float second_ = 0;  // of the pair, where its first has been drawn
 };
 
 /// The number of one dimension.
