@@ -30,6 +30,15 @@ float depthLimit(float stop, float a, bool self) {
     return std::log(((1 - a) * m + a * stop) / stop) / (1 - a);
 }
 
+Color depthLimits(const VolumeShader& shader, bool self) {
+    const Color& albedo = shader.simpleColor;
+    const float r = depthLimit(shader.stoptransp, albedo.r, self);
+    // Mostly gray, and a logarithm takes long for what a ray does but once.
+    const float g = albedo.g == albedo.r ? r : depthLimit(shader.stoptransp, albedo.g, self);
+    const float b = albedo.b == albedo.g ? g : depthLimit(shader.stoptransp, albedo.b, self);
+    return {r, g, b};
+}
+
 /// Share of the light that passes an optical depth with the mean albedo `r`, single and multiple
 /// scattering summed as a geometric series:
 ///   (1 - r) * m / (exp(depth * (1 - r)) - r),  for r -> 1: m / (depth + 1)
@@ -86,9 +95,7 @@ private:
         const float inverse = squared > 1e-6f ? 1 / squared : 0;
         const float shadow = strength(shader);
         const float weight = inverse * shadow;
-        const Color limit = {depthLimit(shader.stoptransp, shader.simpleColor.r, rayData.selfRay),
-                             depthLimit(shader.stoptransp, shader.simpleColor.g, rayData.selfRay),
-                             depthLimit(shader.stoptransp, shader.simpleColor.b, rayData.selfRay)};
+        const Color limit = depthLimits(shader, rayData.selfRay);
         Color segmentDepth;
         int round = 0;
         for (; round < kMaxMarchRounds && (segment.state & kSegmentFinished) == 0; ++round) {
