@@ -3,6 +3,7 @@
 #include "plugin/vol_plugin.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "plugin/probabilistic_samples.h"
 #include "plugin/render_situation.h"
@@ -149,6 +150,7 @@ void NimbraVolPlugin::compileGeometry(TessraRenderer* renderer) {
     renderChannels_ = queryRender<RenderChannelListInterface>(renderer, ids::kRenderChannelList);
     prepareThreads(sequence.threadCount);
     buildTree(sequence.progress);
+    findBounds();
 }
 
 void NimbraVolPlugin::prepareThreads(int threadCount) {
@@ -172,6 +174,33 @@ void NimbraVolPlugin::buildTree(ProgressCallback* progress) {
         progress->printInfo("QND tree built in %.2f ms, depth %u.", tree_.buildMilliseconds(),
                             tree_.depth());
     }
+}
+
+void NimbraVolPlugin::findBounds() {
+    bounds_ = {};
+    WorldBox all;
+    for (VolumeShader* shader : shaders) {
+        const WorldBox box = asTessra(*shader).worldBounds();
+        if (box.isEmpty() || shader->moving)
+            return;
+        all.include(box);
+    }
+    // Matrices and their inverses are rounded to single precision, each for itself.
+    double largest = 0;
+    for (int axis = 0; axis < 3; ++axis)
+        largest = std::max({largest, std::fabs(all.low[axis]), std::fabs(all.high[axis])});
+    const double margin = 1e-5 * largest;
+    const TracePoint step{margin, margin, margin};
+    bounds_ = {all.low - step, all.high + step};
+}
+
+bool NimbraVolPlugin::mayMeet(const ShadingContext& context) const {
+    // Who asks for fragments gets one of each ray.
+    if (context.fragments || bounds_.isEmpty())
+        return true;
+    const TraceRay& ray = context.ray;
+    return BoxRay(ray.p, ray.dir, static_cast<float>(ray.mint), static_cast<float>(ray.maxt))
+        .mayMeet(bounds_);
 }
 
 void NimbraVolPlugin::clearGeometry(TessraRenderer*) {
@@ -260,7 +289,8 @@ void NimbraVolPlugin::shade(ShadingContext& context) {
     const bool known =
         context.threadIndex >= 0 && std::size_t(context.threadIndex) < threadPools.size();
     try {
-        if (known && shaders.size != 0 && !(context.ray.maxt < context.ray.mint) && march(context))
+        const bool empty = shaders.size == 0 || context.ray.maxt < context.ray.mint;
+        if (known && !empty && mayMeet(context) && march(context))
             return;
     } catch (...) {
         // Without memory the ray passes as if there were no volumes.

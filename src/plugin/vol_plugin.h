@@ -68,6 +68,9 @@ private:
     void listShadersOf(Plugin* plugin, TessUtils::ProgressCallback* progress);
     void prepareThreads(int threadCount);
     void buildTree(TessUtils::ProgressCallback* progress);
+    void findBounds();
+    /// False only where the ray passes by all volumes.
+    bool mayMeet(const TessUtils::ShadingContext& context) const;
     /// False when no volume takes part; the answer is then unset.
     bool march(TessUtils::ShadingContext& context);
 
@@ -81,6 +84,7 @@ private:
     };
     std::vector<ThreadPool> threadPools;
     QndTree tree_;
+    WorldBox bounds_;  // of all shaders' grids; empty: not known
 };
 
 }  // namespace nimbra

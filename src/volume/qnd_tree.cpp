@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cmath>
-#include <limits>
 #include <numeric>
 
 #include "volume/gizmo_split.h"
@@ -21,34 +19,8 @@ namespace {
 constexpr std::uint32_t kLeafSize = 2;
 /// Halving the primitives keeps the depth below 1 + log2(2^32).
 constexpr int kMostLevels = 34;
-constexpr double kFar = std::numeric_limits<double>::max();
-constexpr double kAcross = 1e18;  // 1 / direction of an axis that the ray runs across
-
-double boundedInverse(double x) {
-    return std::clamp(1.0 / x, -kAcross, kAcross);
-}
 
 }  // namespace
-
-void QndTree::Box::include(const Box& other) {
-    for (int axis = 0; axis < 3; ++axis) {
-        low[axis] = std::min(low[axis], other.low[axis]);
-        high[axis] = std::max(high[axis], other.high[axis]);
-    }
-}
-
-// Slab test with a margin, since the shader's own test in its grid rounds differently.
-bool QndTree::Box::touches(const TracePoint& origin, const TracePoint& inverse, double maxt) const {
-    double entry = 0, exit = maxt;
-    for (int axis = 0; axis < 3; ++axis) {
-        const double a = (low[axis] - origin[axis]) * inverse[axis];
-        const double b = (high[axis] - origin[axis]) * inverse[axis];
-        entry = std::max(entry, std::min(a, b));
-        exit = std::min(exit, std::max(a, b));
-    }
-    const double margin = 1e-4 * (1.0 + std::fabs(entry));
-    return entry <= exit + margin;
-}
 
 void QndTree::clear() {
     shaders_.clear();
@@ -63,9 +35,8 @@ void QndTree::build(const std::vector<const VolumeShaderTessra*>& shaders) {
     const auto start = std::chrono::steady_clock::now();
     clear();
     for (const VolumeShaderTessra* shader : shaders) {
-        Box box;
-        shader->worldBounds(box.low, box.high);
-        if (!(box.low.x <= box.high.x))
+        const WorldBox box = shader->worldBounds();
+        if (box.isEmpty())
             continue;
         shaders_.push_back(shader);
         boxes_.push_back(box);
@@ -83,7 +54,7 @@ void QndTree::build(const std::vector<const VolumeShaderTessra*>& shaders) {
 std::uint32_t QndTree::buildNode(std::uint32_t first, std::uint32_t count, unsigned level) {
     depth_ = std::max(depth_, level);
     const std::uint32_t self = static_cast<std::uint32_t>(nodes_.size());
-    Box box{{kFar, kFar, kFar}, {-kFar, -kFar, -kFar}}, centres = box;
+    WorldBox box, centres;
     const auto centre = [this](std::uint32_t i, int axis) {
         return 0.5 * boxes_[i].low[axis] + 0.5 * boxes_[i].high[axis];
     };
@@ -118,14 +89,14 @@ int QndTree::intersect(const TracePoint& origin, const TracePoint& dir, float ma
     if (nodes_.empty())
         return 0;
     const WorldRay world{origin, dir, maxt, time};
-    const TracePoint inverse{boundedInverse(dir.x), boundedInverse(dir.y), boundedInverse(dir.z)};
+    const BoxRay ray(origin, toVector(dir), 0, maxt);
     std::uint32_t stack[kMostLevels];
     int open = 0, found = 0;
     stack[open++] = 0;
     while (open > 0) {
         const std::uint32_t self = stack[--open];
         const Node& node = nodes_[self];
-        if (!node.box.touches(origin, inverse, maxt))
+        if (!ray.mayMeet(node.box))
             continue;
         if (node.count == 0) {
             stack[open++] = node.first;

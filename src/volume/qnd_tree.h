@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "volume/shader_tree.h"
+#include "volume/world_box.h"
 
 namespace nimbra {
 
@@ -30,23 +31,16 @@ public:
     double buildMilliseconds() const { return buildMilliseconds_; }
 
 private:
-    struct Box {
-        TessUtils::TracePoint low, high;
-        void include(const Box& other);
-        /// Whether the ray touches the box within [0, maxt]; `inverse` is 1 / direction.
-        bool touches(const TessUtils::TracePoint& origin, const TessUtils::TracePoint& inverse,
-                     double maxt) const;
-    };
     /// A leaf holds the primitives [first, first + count), an inner node (count 0) has its children
     /// behind it and at `first`.
     struct Node {
-        Box box;
+        WorldBox box;
         std::uint32_t first = 0, count = 0;
     };
     std::uint32_t buildNode(std::uint32_t first, std::uint32_t count, unsigned level);
 
     std::vector<const VolumeShaderTessra*> shaders_;
-    std::vector<Box> boxes_;            // of shaders_
+    std::vector<WorldBox> boxes_;       // of shaders_
     std::vector<std::uint32_t> order_;  // numbers in shaders_, as the leaves hold them
     std::vector<Node> nodes_;
     unsigned depth_ = 0;

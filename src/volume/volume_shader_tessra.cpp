@@ -2,9 +2,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "volume/volume_shader_tessra.h"
 
-#include <algorithm>
-#include <limits>
-
 namespace nimbra {
 
 using TessUtils::TracePoint;
@@ -25,21 +22,17 @@ TracePoint VolumeShaderTessra::worldFromGridPoint(const TessUtils::Vector& pos, 
     return start * (1.0 - time) + worldFromGrid[1].applyPoint(p) * double(time);
 }
 
-void VolumeShaderTessra::worldBounds(TracePoint& low, TracePoint& high) const {
-    constexpr double kFar = std::numeric_limits<double>::max();
-    low = {kFar, kFar, kFar};
-    high = {-kFar, -kFar, -kFar};
+WorldBox VolumeShaderTessra::worldBounds() const {
+    WorldBox box;
     if (!has(kHasGrid))
-        return;
+        return box;
     for (int corner = 0; corner < 16; ++corner) {
         const TracePoint p{corner & 1 ? gridMax.x : gridMin.x, corner & 2 ? gridMax.y : gridMin.y,
                            corner & 4 ? gridMax.z : gridMin.z};
         const TracePoint world = worldFromGrid[corner >> 3].applyPoint(p);
-        for (int axis = 0; axis < 3; ++axis) {
-            low[axis] = std::min(low[axis], world[axis]);
-            high[axis] = std::max(high[axis], world[axis]);
-        }
+        box.include({world, world});
     }
+    return box;
 }
 
 }  // namespace nimbra

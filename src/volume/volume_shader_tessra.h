@@ -10,6 +10,7 @@
 #include "tessra/shading.h"
 #include "volume/illuminator_tessra.h"
 #include "volume/volume_shader.h"
+#include "volume/world_box.h"
 
 namespace TessUtils {
 class TessraVolume;
@@ -32,9 +33,8 @@ public:
     /// thread; null: none kept.
     virtual float* threadTime(int /*threadIndex*/) { return nullptr; }
 
-    /// The box of the grid in the world over the whole frame; empty (low above high) without a
-    /// grid.
-    void worldBounds(TessUtils::TracePoint& low, TessUtils::TracePoint& high) const;
+    /// The box of the grid in the world over the whole frame; empty without a grid.
+    WorldBox worldBounds() const;
 
     /// The lights that the volume takes, entries may be null; empty: all lights of the scene.
     std::vector<PluginBase*> lightLinks;
