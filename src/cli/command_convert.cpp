@@ -62,7 +62,11 @@ public:
             console_.log().error(error);
             return kExitOutput;
         }
-        mapping_ = o_.mapping.empty() ? wholeMappingText(inputsOf(work)) : o_.mapping;
+        std::vector<std::string> leftOut;
+        mapping_ = o_.mapping.empty() ? wholeMappingText(inputsOf(work), leftOut) : o_.mapping;
+        if (!leftOut.empty())
+            console_.log().warning(fmt::format("{}: left out, since no channel stands for them: {}",
+                                               o_.input, fmt::join(leftOut, ", ")));
         for (const Conversion& c : work) {
             const int code = convert(c);
             if (code >= kExitInterrupted || code == kExitOutput)

@@ -127,6 +127,8 @@ public:
             return;
         loaded_ = true;
         const GridStorage& s = *proxy.storage;
+        for (int a = 0; a < 3; ++a)
+            sides_ += 2.0 * s.size[a] * s.size[(a + 1) % 3];
         std::int64_t at = 0;
         forEachPiece(proxy, [&](std::span<const float> values) {
             for (const float v : values) {
@@ -154,6 +156,7 @@ public:
         out.min = values_.count() > 0 ? values_.min() : 0;
         out.max = values_.count() > 0 ? values_.max() : 0;
         out.wetFloor = wetFloor_;
+        out.wetSides = sides_ > 0 ? static_cast<double>(wet_) / sides_ : -1;
     }
 
 private:
@@ -162,8 +165,11 @@ private:
         for (int a = 0; a < 3; ++a) {
             low_[a] = std::min(low_[a], cell[a]);
             high_[a] = std::max(high_[a], cell[a]);
-            if (value < 0)
-                wetFloor_[a] += (cell[a] == 0) - (cell[a] == s.size[a] - 1);
+            if (value < 0) {
+                const int low = cell[a] == 0, high = cell[a] == s.size[a] - 1;
+                wetFloor_[a] += low - high;
+                wet_ += low + high;
+            }
         }
     }
 
@@ -171,6 +177,8 @@ private:
     FloatSummary values_;
     std::array<int, 3> low_{INT32_MAX, INT32_MAX, INT32_MAX}, high_{-1, -1, -1};
     std::array<std::int64_t, 3> wetFloor_{};
+    std::int64_t wet_ = 0;
+    double sides_ = 0;  // all cells there
 };
 
 GridSummary scalarSummary(NimbraFrameData& frame, int channel) {

@@ -241,19 +241,29 @@ double lengthOf(const std::array<double, 3>& v) {
     return std::hypot(v[0], v[1], v[2]);
 }
 
+/// By how much more liquid stands on the low side of an axis than hangs at its high side.
+double floorArea(const GridSummary& g, int axis) {
+    return static_cast<double>(g.wetFloor[axis]) * lengthOf(g.toWorld[(axis + 1) % 3]) *
+           lengthOf(g.toWorld[(axis + 2) % 3]);
+}
+
+/// Whether a surface's inside is where the values are above 0, as in files that scale distances by
+/// a negative factor: all sides are negative, or what is hangs from the ceiling.
+bool isInsideOut(const GridSummary& g) {
+    if (g.wetSides < 0)
+        return false;
+    constexpr double kAlmostNone = 0.05;
+    if (g.wetSides < kAlmostNone || g.wetSides > 1 - kAlmostNone)
+        return g.wetSides > 0.5;
+    const double y = floorArea(g, 1), z = floorArea(g, 2);
+    return (std::fabs(y) > std::fabs(z) ? y : z) < 0;
+}
+
 /// The axis on whose low side most liquid stands; -1 for none. Nobody builds with x up.
 int wettestFloor(const GridSummary& g) {
-    int wettest = -1;
-    double most = 0;
-    for (const int a : {1, 2}) {
-        const double area = static_cast<double>(g.wetFloor[a]) * lengthOf(g.toWorld[(a + 1) % 3]) *
-                            lengthOf(g.toWorld[(a + 2) % 3]);
-        if (area > most) {
-            most = area;
-            wettest = a;
-        }
-    }
-    return wettest;
+    const double sign = isInsideOut(g) ? -1 : 1;
+    const double y = sign * floorArea(g, 1), z = sign * floorArea(g, 2);
+    return std::max(y, z) > 0 ? (z > y ? 2 : 1) : -1;
 }
 
 // The program that wrote the file knows; else liquids stand on their floor, and smoke rises or at
@@ -355,15 +365,17 @@ double cellDistance(const GridSummary& g) {
     return std::max(std::fabs(g.min), std::fabs(g.max)) > reach ? 1 : cell;
 }
 
-// A level set is solid where it is negative.
+// A level set is solid where it is negative, unless it is inside out.
 void levelSetSettings(const Cast& c, Settings& out) {
     const double cell = cellDistance(*c.surface);
     out.emplace_back("darg", "5");
     out.emplace_back("simple_color", "[0.7, 0.7, 0.7, 1]");
     out.emplace_back("earg", "0");
     out.emplace_back("targ", "1");
-    out.emplace_back("transp_positions", fmt::format("[{}, {}]", number(-cell), "0"));
-    out.emplace_back("transp_values", "[0.98, 0]");
+    const bool insideOut = isInsideOut(*c.surface);
+    out.emplace_back("transp_positions", insideOut ? fmt::format("[0, {}]", number(cell))
+                                                   : fmt::format("[{}, 0]", number(-cell)));
+    out.emplace_back("transp_values", insideOut ? "[0, 0.98]" : "[0.98, 0]");
     out.emplace_back("transp_interpolations", "[1, 1]");
 }
 

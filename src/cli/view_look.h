@@ -30,6 +30,8 @@ struct GridSummary {
     /// Negative cells on the low side of a dense grid less those on its high side, for each axis: a
     /// liquid of signed distances wets its floor and leaves the ceiling dry.
     std::array<std::int64_t, 3> wetFloor{};
+    /// The share of negative cells among those at the sides of a dense grid; -1: not known.
+    double wetSides = -1;
 
     bool empty() const { return activeVoxels == 0 || low[0] > high[0]; }
 };

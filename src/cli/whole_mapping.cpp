@@ -63,12 +63,35 @@ void addComponents(const std::vector<AvailableChannels>& available, const Names&
         out.insert(out.end(), found.begin(), found.end());
 }
 
+/// Distances to a liquid's surface travel as heat. What was taken for smoke for want of anything
+/// better isn't needed beside them.
+void addSurface(const std::vector<AvailableChannels>& available,
+                std::span<const CacheIO::DefaultMapping> table, std::vector<GridMapping>& out) {
+    if (isMapped(out, kTemperature))
+        return;
+    addScalar(available, kLevelSetNames, kTemperature, out);
+    if (!isMapped(out, kTemperature))
+        return;
+    std::erase_if(out, [&](const GridMapping& m) {
+        return m.channel == kSmoke && std::none_of(table.begin(), table.end(),
+                                                   [&](const auto& d) { return m.name == d.name; });
+    });
+}
+
+/// A grid's name without the axis of a component.
+std::string withoutAxis(const AvailableChannels& grid) {
+    constexpr std::size_t kAxis = 3;
+    return grid.isVector && grid.name.size() > kAxis ? grid.name.substr(0, grid.name.size() - kAxis)
+                                                     : grid.name;
+}
+
 }  // namespace
 
 std::vector<GridMapping> wholeMapping(const std::vector<AvailableChannels>& available,
                                       std::span<const CacheIO::DefaultMapping> table) {
     std::vector<GridMapping> mappings = CacheIO::chooseMappings(available, table);
     addScalar(available, kTemperatureNames, kTemperature, mappings);
+    addSurface(available, table, mappings);
     addScalar(available, kFlameNames, kFuel, mappings);
     addVector(available, kVelocityNames, kVelocityX, mappings);
     addVector(available, kColorNames, kColorR, mappings);
@@ -77,7 +100,8 @@ std::vector<GridMapping> wholeMapping(const std::vector<AvailableChannels>& avai
     return mappings;
 }
 
-std::string wholeMappingText(const std::vector<std::string>& files) {
+std::string wholeMappingText(const std::vector<std::string>& files,
+                             std::vector<std::string>& leftOut) {
     std::vector<AvailableChannels> all;
     bool isField3d = false;
     for (const std::string& path : files) {
@@ -92,10 +116,16 @@ std::string wholeMappingText(const std::vector<std::string>& files) {
                              [&](const AvailableChannels& g) { return g.name == grid.name; }))
                 all.push_back(std::move(grid));
     }
-    return all.empty() ? ""
-                       : CacheIO::defaultChannelMap(
-                             wholeMapping(all, isField3d ? CacheIO::defaultF3dMappings()
-                                                         : CacheIO::defaultVdbMappings()));
+    if (all.empty())
+        return "";
+    const std::vector<GridMapping> mappings = wholeMapping(
+        all, isField3d ? CacheIO::defaultF3dMappings() : CacheIO::defaultVdbMappings());
+    for (const AvailableChannels& grid : all)
+        if (std::none_of(mappings.begin(), mappings.end(),
+                         [&](const GridMapping& m) { return m.name == grid.name; }) &&
+            (leftOut.empty() || leftOut.back() != withoutAxis(grid)))
+            leftOut.push_back(withoutAxis(grid));
+    return CacheIO::defaultChannelMap(mappings);
 }
 
 }  // namespace nimbra::cli

@@ -19,7 +19,8 @@ std::vector<CacheIO::GridMapping> wholeMapping(
     std::span<const CacheIO::DefaultMapping> table);
 
 /// The text for the files of one sequence, which may hold different grids; empty for files that
-/// need no mapping, and when none can be read.
-std::string wholeMappingText(const std::vector<std::string>& files);
+/// need no mapping, and when none can be read. `leftOut`: names of grids that become no channel.
+std::string wholeMappingText(const std::vector<std::string>& files,
+                             std::vector<std::string>& leftOut);
 
 }  // namespace nimbra::cli

@@ -18,6 +18,7 @@
 #include "cli/convert_frame.h"
 #include "cli/frame_info.h"
 #include "cli/grid_summary.h"
+#include "cli/whole_mapping.h"
 #include "support/golden.h"
 #include "support/temp_folder.h"
 
@@ -148,10 +149,22 @@ TEST_F(CacheCommands, Convert_KeepsVoxelsWithinHalfAStep) {
 
 TEST_F(CacheCommands, Convert_CarriesColoursOfThreeGrids) {
     const std::string plume = NIMBRA_SOURCE_DIR "/examples/caches/plume/fluid_data_0043.vdb";
-    ASSERT_EQ(run("convert " + plume + " " + at("to.kol")).code, 0);
+    const Answer answer = run("convert " + plume + " " + at("to.kol"));
+    ASSERT_EQ(answer.code, 0);
+    EXPECT_NE(answer.err.find("no channel stands for them: shadow\n"), std::string::npos)
+        << answer.err;
     const std::vector<float> blue = voxelsOf(at("to.kol"), kColorB);
     ASSERT_FALSE(blue.empty());
     EXPECT_NEAR(*std::max_element(blue.begin(), blue.end()), 0.75607f, 1e-4f);
+}
+
+TEST(WholeMapping, Surfaces_TravelAsHeatWithoutSmokeForWantOfBetter) {
+    const auto text = [](const std::vector<CacheIO::AvailableChannels>& grids) {
+        return CacheIO::formatChannelMap(wholeMapping(grids, CacheIO::defaultVdbMappings()));
+    };
+    EXPECT_EQ(text({{"phi_obstacle"}, {"flags"}, {"phi"}}), "1,phi;");
+    EXPECT_EQ(text({{"density"}, {"phi"}}), "2,density;1,phi;");
+    EXPECT_EQ(text({{"qv"}}), "2,qv;");
 }
 
 TEST_F(CacheCommands, Convert_CarriesHeaderAndParticles) {

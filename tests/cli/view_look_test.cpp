@@ -156,10 +156,20 @@ TEST(ViewLook, SignedHeat_IsALiquidOnItsFloor) {
         water.toWorld[a][a] = 0.04;
     // The x side is wetter, the y sides are alike.
     water.wetFloor = {1500, 20, 700};
+    water.wetSides = 0.45;
     const ViewLook look = chooseLook({water, velocity});
     EXPECT_EQ(look.subject, Subject::LevelSet);
     EXPECT_EQ(look.upAxis, 2);
     EXPECT_EQ(settingOf(look, "transp_positions"), "[-1, 0]") << "distances are counted in cells";
+    GridSummary turned = water;
+    turned.wetFloor = {-1500, -20, -700};
+    turned.wetSides = 0.55;
+    const ViewLook other = chooseLook({turned, velocity});
+    EXPECT_EQ(other.upAxis, 2);
+    EXPECT_EQ(settingOf(other, "transp_positions"), "[0, 1]") << "negative outside";
+    turned.wetFloor = {};
+    turned.wetSides = 1;
+    EXPECT_EQ(settingOf(chooseLook({turned}), "transp_values"), "[0, 0.98]");
     water.wetFloor = {};
     EXPECT_EQ(chooseLook({water}).upAxis, 1) << "a drop in the air is as usual";
     water.min = -0.01;
