@@ -8,12 +8,12 @@
 namespace nimbra::cli {
 
 // Names that simulators give their grids, folded to lower-case letters and digits, best first.
-const Names kSmokeNames = {"densitynoise", "density", "smokenmb", "smoke",  "smokedensity",
-                           "dens",         "soot",    "fog",      "volume", "cloud",
-                           "vapor",        "vapour",  "steam",    "dust",   "d"};
-const Names kTemperatureNames = {"temperature", "temperaturenmb", "temp", "heat", "t"};
-const Names kFlameNames = {"flamenoise", "flame", "flames", "fire",     "burn",
-                           "fuelnmb",    "fuel",  "react",  "emission", "firefuel"};
+const Names kSmokeNames = {"densitynoise", "density", "smoke", "smokedensity", "dens",   "soot",
+                           "fog",          "volume",  "cloud", "vapor",        "vapour", "steam",
+                           "dust",         "d"};
+const Names kTemperatureNames = {"temperature", "temp", "heat", "t"};
+const Names kFlameNames = {"flamenoise", "flame", "flames",   "fire",    "burn",
+                           "fuel",       "react", "emission", "firefuel"};
 const Names kVelocityNames = {"velocity",   "vel",           "v",     "vmac",
                               "velocities", "fluidvelocity", "motion"};
 const Names kColorNames = {"color", "colour", "cd", "rgb", "albedo", "diffuse"};
@@ -29,6 +29,9 @@ std::string foldedName(const std::string& name) {
     for (const char c : name)
         if (std::isalnum(static_cast<unsigned char>(c)))
             out += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    constexpr std::string_view kOurs = "nmb";
+    if (out.size() > kOurs.size() && out.ends_with(kOurs))
+        out.resize(out.size() - kOurs.size());
     return out;
 }
 

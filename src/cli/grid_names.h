@@ -21,7 +21,7 @@ extern const Names kLevelSetNames;
 // What simulators keep for themselves: true in every cell, or no matter at all.
 extern const Names kNotDrawn;
 
-/// Lower-case letters and digits alone.
+/// Lower-case letters and digits alone, without the "nmb" that ends the names of our own grids.
 std::string foldedName(const std::string& name);
 /// Whether the folded name is one of them.
 bool isOneOf(const std::string& name, const Names& names);

@@ -43,9 +43,13 @@ std::vector<GridSummary> summarize(const VdbFileInfo& file) {
 UpConvention upConventionOf(const VdbFileInfo& file) {
     constexpr int kY = 1, kZ = 2;
     UpConvention up{.program = -1, .format = kY};
-    for (const auto& [name, value] : file.metadata)
+    for (const auto& [name, value] : file.metadata) {
         if (name == "creator")
             up.program = value.starts_with("Houdini") ? kY : value.starts_with("Blender") ? kZ : -1;
+        // Made of a .kol file.
+        if (name == "NimbraVDBVer")
+            up.format = kZ;
+    }
     // The fluid solver of Blender leaves its resolution in each grid.
     for (const VdbGridInfo& g : file.grids)
         for (const auto& [name, value] : g.metadata)

@@ -283,6 +283,11 @@ TEST_F(CacheCommands, UpAxis_IsFoundInRealCaches) {
         const VdbFileInfo info = readVdbInfo(file);
         EXPECT_EQ(chooseLook(summarize(info), {}, upConventionOf(info)).upAxis, kZ) << file;
     }
+    ASSERT_EQ(run("convert " + caches + "dambreak/water_0003.kol " + at("own.vdb")).code, 0);
+    const VdbFileInfo own = readVdbInfo(at("own.vdb"));
+    const ViewLook look = chooseLook(summarize(own), {}, upConventionOf(own));
+    EXPECT_EQ(look.upAxis, kZ);
+    EXPECT_EQ(look.mapping, "1,Temperature_nmb;4,VelocityX_nmb;5,VelocityY_nmb;6,VelocityZ_nmb;");
 }
 
 TEST_F(CacheCommands, Folders_TellWhatElseTheyHoldOrLack) {
