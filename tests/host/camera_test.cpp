@@ -1,10 +1,14 @@
 // Copyright 2026 The Nimbra Authors
 // SPDX-License-Identifier: Apache-2.0
-#include "host/camera.h"
-
+//
+// Cameras, and the numbers that choose their rays.
 #include <gtest/gtest.h>
 
 #include <random>
+#include <vector>
+
+#include "host/camera.h"
+#include "host/pixel_sampler.h"
 
 namespace nimbra::host {
 namespace {
@@ -28,13 +32,6 @@ ProjectionSettings wideSettings() {
     return s;
 }
 
-/// The point that a ray through a pixel reaches at some distance.
-TracePoint pointOf(const CameraModel& camera, float x, float y, double distance) {
-    TraceRay ray;
-    EXPECT_TRUE(camera.ray(x, y, {}, ray));
-    return ray.p + toPoint(ray.dir) * distance;
-}
-
 class EveryCamera : public ::testing::TestWithParam<bool> {
 protected:
     static std::unique_ptr<CameraModel> make(const ProjectionSettings& s) {
@@ -52,7 +49,9 @@ TEST_P(EveryCamera, RaysProjectionAndMatricesAgree) {
     std::uniform_real_distribution<float> pixel(-20, 180);
     for (int i = 0; i < 200; ++i) {
         const float x = pixel(random), y = pixel(random) / 2;
-        const TracePoint p = pointOf(*camera, x, y, 1 + i);
+        TraceRay ray;
+        ASSERT_TRUE(camera->ray(x, y, {}, ray));
+        const TracePoint p = ray.p + toPoint(ray.dir) * (1 + i);
         double px, py;
         ASSERT_TRUE(camera->project(p, px, py));
         EXPECT_NEAR(px, x, 2e-4);
@@ -90,11 +89,56 @@ TEST(CameraPlacement, DegenerateViewsStillGiveAxes) {
         EXPECT_NEAR(dot(p.right, p.up), 0, 1e-5);
         EXPECT_NEAR(dot(p.right, p.forward), 0, 1e-5);
     }
-    Transform t;
-    t.f[0] = {0, 0, -2};
-    t.f[1] = {0, 2, 0};
-    t.f[2] = {2, 0, 0};
-    EXPECT_NEAR(CameraPlacement::fromTransform(t).forward.x, -1, 1e-6);
+    const Transform turned{{{0, 0, -2}, {0, 2, 0}, {2, 0, 0}}, {}};
+    EXPECT_NEAR(CameraPlacement::fromTransform(turned).forward.x, -1, 1e-6);
+}
+
+TEST(PixelSampler, Numbers_AreAFunctionOfPixelSampleAndDimension) {
+    PixelSampler a, b;
+    a.start(7, 12, 34, 5);
+    b.start(7, 12, 34, 5);
+    for (int i = 0; i < 100; ++i) {
+        const float value = a.next();
+        EXPECT_EQ(value, b.next());
+        EXPECT_TRUE(value >= 0 && value < 1) << value;
+    }
+    // Drawing more before a jump changes nothing behind it.
+    a.next();
+    a.jumpTo(3);
+    b.jumpTo(3);
+    EXPECT_EQ(a.next(), b.next());
+    // Nor do dimensions that are left out, or the sample that the pixel was begun with.
+    a.start(7, 12, 34, 6);
+    a.next();
+    a.startSample(5);
+    a.skipPair();
+    b.startSample(5);
+    b.next();
+    b.next();
+    EXPECT_EQ(a.next(), b.next());
+}
+
+TEST(PixelSampler, EveryPairOfDimensions_IsStratifiedInAllShapes) {
+    // 64 points of a (0,2)-sequence fill each 1/64 of the square, whatever its shape, once.
+    for (int pixel = 0; pixel < 20; ++pixel)
+        for (int pair = 0; pair < 6; ++pair)
+            for (int columns = 1; columns <= 64; columns *= 2) {
+                const int rows = 64 / columns;
+                std::vector<int> counts(64);
+                for (int s = 0; s < 64; ++s) {
+                    PixelSampler sampler;
+                    sampler.start(1, pixel, 3 * pixel, s);
+                    float u = 0, v = 0;
+                    for (int d = 0; d <= pair; ++d) {
+                        u = sampler.next();
+                        v = sampler.next();
+                    }
+                    ++counts[static_cast<int>(u * columns) * rows + static_cast<int>(v * rows)];
+                }
+                for (const int count : counts)
+                    ASSERT_EQ(count, 1)
+                        << "pixel " << pixel << " pair " << pair << " columns " << columns;
+            }
 }
 
 }  // namespace

@@ -5,6 +5,8 @@
 // with and can be told to fail.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <functional>
 #include <map>
 #include <mutex>
@@ -14,6 +16,7 @@
 #include <vector>
 
 #include "host/plugin_registry.h"
+#include "host/scene.h"
 #include "tessra/renderer.h"
 #include "tessra/tessra_plugin.h"
 #include "tessra/texture.h"
@@ -21,77 +24,62 @@
 
 namespace nimbra::host::test {
 
+using namespace TessUtils;
+
 inline constexpr InterfaceID kRecorderId = 991;
 
 /// What all recorders of a test were called with, as "name.operation".
 struct Record {
     std::vector<std::string> calls;
     std::string throwAt;  // "name.operation" that throws
-    bool throwBadAlloc = false;
     /// What recorders of these names say that they have loaded.
     std::map<std::string, double> loadedFrames;
     /// Names of what textures were told to be shaded.
     std::set<std::string> shaded;
     std::mutex mutex;  // of shaded
-    /// Runs inside every call.
-    std::function<void(const std::string&, TessUtils::TessraRenderer*)> hook;
+    /// Run inside of calls of this name.
+    std::map<std::string, std::function<void(TessraRenderer&)>> hooks;
 
-    void call(const std::string& what, TessUtils::TessraRenderer* renderer) {
+    void call(const std::string& what, TessraRenderer* renderer) {
         calls.push_back(what);
-        if (hook)
-            hook(what, renderer);
-        if (what == throwAt) {
-            if (throwBadAlloc)
-                throw std::bad_alloc();
+        if (const auto hook = hooks.find(what); hook != hooks.end())
+            hook->second(*renderer);
+        if (what == throwAt)
             throw std::runtime_error("broken on purpose");
-        }
     }
 };
 
-class Recorder final : public TessUtils::TessraPlugin,
-                       public TessUtils::TessraSceneModifierInterface,
-                       public TessUtils::RenderSettingsInterface,
-                       public TessUtils::GeomGenInterface2,
-                       public TessUtils::FrameSourceInterface,
-                       public TessUtils::TextureInterface {
+class Recorder final : public TessraPlugin,
+                       public TessraSceneModifierInterface,
+                       public RenderSettingsInterface,
+                       public GeomGenInterface2,
+                       public FrameSourceInterface,
+                       public TextureInterface {
 public:
-    explicit Recorder(TessUtils::TessraPluginDesc* desc, Record* record)
+    explicit Recorder(TessraPluginDesc* desc, Record* record)
         : TessraPlugin(desc), record_(record) {
+        addInterface(static_cast<TessraSceneModifierInterface*>(this), false);
+        addInterface(static_cast<RenderSettingsInterface*>(this), false);
+        addInterface(static_cast<GeomGenInterface2*>(this), false);
+        addInterface(static_cast<FrameSourceInterface*>(this), false);
         paramList->setOutputParamCache("out_color", static_cast<TextureInterface*>(this));
     }
-
-    PluginInterface* getInterface(InterfaceID id) override {
-        switch (id) {
-            case TessUtils::ids::kSceneModifier:
-                return static_cast<TessraSceneModifierInterface*>(this);
-            case TessUtils::ids::kRenderSettings:
-                return static_cast<RenderSettingsInterface*>(this);
-            case TessUtils::ids::kGeomGen2:
-                return static_cast<GeomGenInterface2*>(this);
-            case TessUtils::ids::kFrameSource:
-                return static_cast<FrameSourceInterface*>(this);
-            default:
-                return TessraPlugin::getInterface(id);
-        }
-    }
     Plugin* getPlugin() override { return this; }
-    InterfaceID getInterfaceID() const override { return TessUtils::ids::kTessraPlugin; }
-    const char* getInterfaceName() const override { return "recorder"; }
 
-    void preRenderBegin(TessUtils::TessraRenderer* r) override { note("preRenderBegin", r); }
-    void postRenderEnd(TessUtils::TessraRenderer* r) override { note("postRenderEnd", r); }
-    void preFrameBegin(TessUtils::TessraRenderer* r) override { note("preFrameBegin", r); }
-    void postFrameEnd(TessUtils::TessraRenderer* r) override { note("postFrameEnd", r); }
-    void setupRender(TessUtils::TessraRenderer* r) override { note("setupRender", r); }
-    void compileGeometry(TessUtils::TessraRenderer* r) override { note("compileGeometry", r); }
-    void clearGeometry(TessUtils::TessraRenderer* r) override { note("clearGeometry", r); }
-    void renderBegin(TessUtils::TessraRenderer* r) override { note("renderBegin", r); }
-    void renderEnd(TessUtils::TessraRenderer* r) override { note("renderEnd", r); }
-    void frameBegin(TessUtils::TessraRenderer* r) override {
+    void preRenderBegin(TessraRenderer* r) override { note("preRenderBegin", r); }
+    void postRenderEnd(TessraRenderer* r) override { note("postRenderEnd", r); }
+    void preFrameBegin(TessraRenderer* r) override { note("preFrameBegin", r); }
+    void postFrameEnd(TessraRenderer* r) override { note("postFrameEnd", r); }
+    void setupRender(TessraRenderer* r) override { note("setupRender", r); }
+    void compileGeometry(TessraRenderer* r) override { note("compileGeometry", r); }
+    void clearGeometry(TessraRenderer* r) override { note("clearGeometry", r); }
+    void renderBegin(TessraRenderer* r) override { note("renderBegin", r); }
+    void renderEnd(TessraRenderer* r) override { note("renderEnd", r); }
+    void frameBegin(TessraRenderer* r) override {
         TessraPlugin::frameBegin(r);
         note("frameBegin", r);
     }
-    void frameEnd(TessUtils::TessraRenderer* r) override { note("frameEnd", r); }
+    void frameEnd(TessraRenderer* r) override { note("frameEnd", r); }
 
     bool loadedFrame(double& time) override {
         const auto found = record_->loadedFrames.find(getPluginName());
@@ -100,7 +88,7 @@ public:
         return found != record_->loadedFrames.end();
     }
 
-    TessUtils::AColor getTexColor(const TessUtils::TextureContext& context) override {
+    AColor getTexColor(const TextureContext& context) override {
         const auto* object = dynamic_cast<Plugin*>(context.object);
         const std::lock_guard lock(record_->mutex);
         record_->shaded.insert(object ? object->getPluginName() : "nothing");
@@ -108,17 +96,16 @@ public:
     }
 
 private:
-    void note(const char* operation, TessUtils::TessraRenderer* renderer) {
+    void note(const char* operation, TessraRenderer* renderer) {
         record_->call(std::string(getPluginName()) + "." + operation, renderer);
     }
     Record* record_;
 };
 
 /// Kind "Recorder", and kind "Absent", which can't be created.
-class RecorderDesc final : public TessUtils::TessraPluginDesc {
+class RecorderDesc final : public TessraPluginDesc {
 public:
     RecorderDesc(const char* name, Record* record) : name_(name), record_(record) {
-        using namespace TessUtils;
         table_.addParamBool("flag", true);
         table_.addParamInt("count", 3, -1, nullptr, "enum=(0:Off;1:Smoke;2:Fire)");
         table_.addParamFloat("amount", 1.5f, -1, nullptr, "minValue=(0), maxValue=(10)");
@@ -145,7 +132,7 @@ public:
     const char* getName() const override { return name_; }
     const char* getDescription() const override { return ""; }
     bool supportsInterface(InterfaceID id) const override {
-        return id == TessUtils::ids::kTessraPlugin || id == kRecorderId;
+        return id == ids::kTessraPlugin || id == kRecorderId;
     }
     Plugin* newPlugin() override {
         return std::string(name_) == "Absent" ? nullptr : new Recorder(this, record_);
@@ -159,7 +146,7 @@ public:
 private:
     const char* name_;
     Record* record_;
-    TessUtils::TessraParameterListDesc table_;
+    TessraParameterListDesc table_;
 };
 
 class RecorderLibrary final : public PluginLibDesc {
@@ -184,13 +171,26 @@ struct LogLines {
     HostLog log{LogLevel::Debug, [this](LogLevel level, std::string_view line) {
                     lines.push_back(std::string(toString(level)) + ": " + std::string(line));
                 }};
-    bool contains(const std::string& line) const {
-        for (const std::string& one : lines)
-            if (one == line)
-                return true;
-        return false;
+    /// How many lines hold a text.
+    int count(const std::string& text) const {
+        int n = 0;
+        for (const std::string& line : lines)
+            n += line.find(text) != std::string::npos;
+        return n;
     }
 };
+
+/// A scene of the plug-ins in `body`, which is the inside of a JSON object; null with faults.
+inline std::unique_ptr<Scene> makeScene(PluginRegistry& registry, const std::string& body,
+                                        std::string& faults, const std::string& path = "s.json") {
+    SceneDiagnostics diagnostics;
+    const SceneDocument document =
+        SceneDocument::parse("{\"nimbra\": 1,\n" + body + "}", path, diagnostics);
+    auto scene = Scene::create(document, registry, diagnostics);
+    faults = diagnostics.str();
+    EXPECT_EQ(scene == nullptr, !faults.empty());
+    return scene;
+}
 
 /// A registry with the recorders and the host's own plug-ins.
 struct TestRegistry {
@@ -201,6 +201,13 @@ struct TestRegistry {
     TestRegistry() {
         addHostPlugins(registry);
         registry.addLibrary(&library);
+    }
+    /// Without faults.
+    std::unique_ptr<Scene> scene(const std::string& body, const std::string& path = "s.json") {
+        std::string faults;
+        auto made = makeScene(registry, body, faults, path);
+        EXPECT_EQ(faults, "");
+        return made;
     }
 };
 

@@ -47,11 +47,7 @@ protected:
         const TessraFrameData& getFrameData() const override { return frame; }
     };
     void load(const std::string& body) {
-        SceneDiagnostics diagnostics;
-        scene_ = Scene::create(
-            SceneDocument::parse("{\"nimbra\": 1, " + body + "}", "s.json", diagnostics),
-            registry_.registry, diagnostics);
-        ASSERT_EQ(diagnostics.str(), "");
+        scene_ = registry_.scene(body);
         for (Plugin* plugin : scene_->dependencyOrder())
             dynamic_cast<TessraPlugin*>(plugin)->frameBegin(&renderer_);
     }
@@ -79,13 +75,12 @@ TEST_F(HostTextures, CurveAndGradient_FollowTimeBeforeAnyFrame) {
             "colors": [[0, 0, 0], [1, 0.5, 0]], "interpolation": "Step"})");
     const auto* curve = dynamic_cast<FloatRemapInterface*>(
         scene_->findPlugin("curve")->getInterface(ids::kFloatRemap));
-    ASSERT_NE(curve, nullptr);
+    const auto* ramp = dynamic_cast<ColorRemapInterface*>(
+        scene_->findPlugin("ramp")->getInterface(ids::kColorRemap));
+    ASSERT_TRUE(curve && ramp);
     EXPECT_EQ(curve->evalFloat(0.5f, 0), 0.5f);
     EXPECT_EQ(curve->evalFloat(0.5f, 10), 1.5f);
     EXPECT_EQ(curve->evalFloat(0.5f, 0), 0.5f);
-    const auto* ramp = dynamic_cast<ColorRemapInterface*>(
-        scene_->findPlugin("ramp")->getInterface(ids::kColorRemap));
-    ASSERT_NE(ramp, nullptr);
     EXPECT_EQ(ramp->evalColor(0.9f, 0), (Color{0, 0, 0}));
     // The third position has no colour.
     EXPECT_EQ(ramp->evalColor(5, 0), (Color{1, 0.5f, 0}));

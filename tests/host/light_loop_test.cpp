@@ -15,8 +15,7 @@ using test::TracerFixture;
 using test::VolumeCall;
 
 /// Passes all light on and writes down what it was asked.
-class WhiteBRDF final : public BRDFSampler {
-public:
+struct WhiteBRDF final : BRDFSampler {
     struct Call {
         std::uint32_t flags;
         Vector direction;
@@ -24,6 +23,9 @@ public:
         float distance;
         bool gi;
     };
+    std::vector<Call> calls;
+    double limit = 1e18;
+
     Color eval(const TraceRay& ray, const Vector& lightDir, Color& lightColor, Color& raw,
                float distance) override {
         calls.push_back({ray.flags, lightDir, lightColor, raw, distance, giMode});
@@ -31,39 +33,44 @@ public:
         lightColor = raw = {};
         return result;
     }
-    Vector sampleDirection(const TraceRay&, const float u[2], float& weight) override {
-        numbers.insert(numbers.end(), u, u + 2);
+    Vector sampleDirection(const TraceRay&, const float[2], float& weight) override {
         weight = 0.5f;
         rayLength = limit;
-        return indirect;
+        return {0, 1, 0};
     }
-    std::vector<Call> calls;
-    std::vector<float> numbers;
-    Vector indirect{0, 1, 0};
-    double limit = 1e18;
 };
 
 class LightLoop : public TracerFixture {
 protected:
     LightLoop() { width_ = height_ = 1; }
 
-    static ShadeData volumePoint(const TracePoint& place) {
-        ShadeData data;
-        data.position = place;
-        data.normal = {0, 0, 1};
-        data.flags |= kShadeVolumePoint;
-        return data;
+    /// A volume's point in the middle.
+    struct VolumePoint : ShadeData {
+        VolumePoint() {
+            normal = {0, 0, 1};
+            flags |= kShadeVolumePoint;
+        }
+    };
+    /// Has a point lit by the host.
+    static std::vector<WhiteBRDF::Call> lit(ShadingContext& context, ShadeData& data,
+                                            double limit = 1e18) {
+        WhiteBRDF brdf;
+        brdf.limit = limit;
+        context.lights->illuminate(context, data, brdf);
+        EXPECT_FALSE(brdf.giMode);
+        return brdf.calls;
     }
     /// Renders with a slab of smoke around the origin and runs `ask` once, on the first camera ray.
     void askInVolume(const std::string& plugins, const std::function<void(ShadingContext&)>& ask,
                      const std::string& settings = "") {
-        bool asked = false;
+        int asked = 0;
         slabRecord().onShade = [&](ShadingContext& context) {
-            if (asked)
+            if (asked++)
                 return;
-            asked = true;
             slabRecord().calls.clear();
+            const TraceRay before = context.ray;
             ask(context);
+            context.ray = before;
         };
         render(std::string(kFront) +
                    R"(, "fog": {"plugin": "Slab", "low": [-50, -50, -2], "high": [50, 50, 2],
@@ -72,7 +79,7 @@ protected:
                    "color": [0, 0, 1]}, )" +
                    plugins,
                settings);
-        EXPECT_TRUE(asked);
+        EXPECT_GT(asked, 0);
     }
     static constexpr const char* kPoint =
         R"("first": {"plugin": "TessraLightPoint", "position": [0, 0, -4], "intensity": 32})";
@@ -80,20 +87,19 @@ protected:
 
 TEST_F(LightLoop, VolumePoint_TakesLightFromAllSidesThroughTheVolume) {
     askInVolume(kPoint, [](ShadingContext& context) {
-        ShadeData data = volumePoint({0, 0, 0});
-        WhiteBRDF brdf;
-        context.lights->illuminate(context, data, brdf);
-        ASSERT_EQ(brdf.calls.size(), 2u);
+        VolumePoint data;
+        const auto calls = lit(context, data);
+        ASSERT_EQ(calls.size(), 2u);
         // In scene order: the sun in front, two units of smoke away; the point behind.
         const float through = std::exp(-1.0f);
-        EXPECT_EQ(brdf.calls[0].distance, -1);
-        EXPECT_EQ(brdf.calls[0].direction, (Vector{0, 0, 1}));
-        EXPECT_NEAR(brdf.calls[0].light.b, through, 1e-6);
-        EXPECT_EQ(brdf.calls[0].raw.b, 1);
-        EXPECT_EQ(brdf.calls[1].distance, 4);
-        EXPECT_EQ(brdf.calls[1].direction, (Vector{0, 0, -1}));
-        EXPECT_NEAR(brdf.calls[1].light.r, 2 * through, 1e-6);
-        for (const auto& call : brdf.calls)
+        EXPECT_EQ(calls[0].distance, -1);
+        EXPECT_EQ(calls[0].direction, (Vector{0, 0, 1}));
+        EXPECT_NEAR(calls[0].light.b, through, 1e-6);
+        EXPECT_EQ(calls[0].raw.b, 1);
+        EXPECT_EQ(calls[1].distance, 4);
+        EXPECT_EQ(calls[1].direction, (Vector{0, 0, -1}));
+        EXPECT_NEAR(calls[1].light.r, 2 * through, 1e-6);
+        for (const auto& call : calls)
             EXPECT_EQ(call.flags & kRayVolume, kRayVolume);
         EXPECT_NEAR(data.sums.direct.b, 3 * through, 1e-6);
         EXPECT_NEAR(data.sums.rawDirect.b, 3, 1e-6);
@@ -105,34 +111,25 @@ TEST_F(LightLoop, VolumePoint_TakesLightFromAllSidesThroughTheVolume) {
 
 TEST_F(LightLoop, ListedLights_LevelAndImportance) {
     askInVolume(kPoint, [](ShadingContext& context) {
-        ShadeData data = volumePoint({0, 0, 0});
         const std::vector<PluginBase*> none;
-        data.onlyLights = &none;
-        WhiteBRDF brdf;
-        context.lights->illuminate(context, data, brdf);
-        EXPECT_TRUE(brdf.calls.empty());
-        data.onlyLights = &test::Slab::newest()->lights;
-        context.lights->illuminate(context, data, brdf);
-        ASSERT_EQ(brdf.calls.size(), 1u);
-        EXPECT_EQ(brdf.calls[0].raw, (Color{0, 0, 1}));
-
-        data = volumePoint({0, 0, 0});
-        data.lightLevel = 0.25f;
-        context.lights->illuminate(context, data, brdf);
-        EXPECT_NEAR(data.sums.direct.b, 0.75f * std::exp(-1.0f), 1e-6);
-        EXPECT_NEAR(data.sums.rawDirect.b, 0.75f, 1e-6);
-
-        data = volumePoint({0, 0, 0});
-        data.importance = {0, 0, 0};
-        brdf.calls.clear();
-        context.lights->illuminate(context, data, brdf);
-        EXPECT_TRUE(brdf.calls.empty());
+        VolumePoint unlit, listed, level, unimportant;
+        unlit.onlyLights = &none;
+        EXPECT_TRUE(lit(context, unlit).empty());
+        listed.onlyLights = &test::Slab::newest()->lights;
+        const auto calls = lit(context, listed);
+        ASSERT_EQ(calls.size(), 1u);
+        EXPECT_EQ(calls[0].raw, (Color{0, 0, 1}));
+        level.lightLevel = 0.25f;
+        lit(context, level);
+        EXPECT_NEAR(level.sums.direct.b, 0.75f * std::exp(-1.0f), 1e-6);
+        EXPECT_NEAR(level.sums.rawDirect.b, 0.75f, 1e-6);
+        unimportant.importance = {0, 0, 0};
+        EXPECT_TRUE(lit(context, unimportant).empty());
     });
 }
 
 TEST_F(LightLoop, ShadowRays_FollowTheAskingRayUnlessFixed) {
     askInVolume(kPoint, [](ShadingContext& context) {
-        const TraceRay before = context.ray;
         int marker = 0;
         context.ray.flags |= kRayGI | kRayVolume | kRayFirstHit;
         context.ray.time = 0.5f;
@@ -140,12 +137,10 @@ TEST_F(LightLoop, ShadowRays_FollowTheAskingRayUnlessFixed) {
         context.ray.diffuseLevel = 1;
         const auto ask = [&](std::uint32_t shadowFlags) {
             slabRecord().calls.clear();
-            ShadeData data = volumePoint({0, 0, 0});
+            VolumePoint data;
             data.flags = kShadeVolumePoint | shadowFlags;
             data.object = &marker;
-            WhiteBRDF brdf;
-            context.lights->illuminate(context, data, brdf);
-            EXPECT_EQ(brdf.calls.size(), 2u);
+            EXPECT_EQ(lit(context, data).size(), 2u);
             return slabRecord().calls;
         };
 
@@ -154,9 +149,8 @@ TEST_F(LightLoop, ShadowRays_FollowTheAskingRayUnlessFixed) {
         for (const VolumeCall& call : rays) {
             EXPECT_TRUE(call.transparencyOnly);
             EXPECT_EQ(call.ray.flags, std::uint32_t(kRayShadow | kRayGI));
-            EXPECT_EQ(call.ray.time, 0.5f);
-            EXPECT_EQ(call.ray.diffuseLevel, 1);
-            EXPECT_EQ(call.ray.origin, &marker);
+            EXPECT_TRUE(call.ray.time == 0.5f && call.ray.diffuseLevel == 1 &&
+                        call.ray.origin == &marker);
             ASSERT_NE(call.ray.light, nullptr);
         }
         EXPECT_STREQ(rays[0].ray.light->getPluginName(), "second");
@@ -165,13 +159,11 @@ TEST_F(LightLoop, ShadowRays_FollowTheAskingRayUnlessFixed) {
 
         rays = ask(kShadeFixedShadows);
         ASSERT_EQ(rays.size(), 2u);
-        EXPECT_EQ(rays[0].ray.flags, std::uint32_t(kRayShadow));
-        EXPECT_EQ(rays[0].ray.time, 0);
-        EXPECT_EQ(rays[0].ray.diffuseLevel, 0);
-        EXPECT_EQ(rays[0].ray.origin, &marker);
+        const TraceRay& fixed = rays[0].ray;
+        EXPECT_EQ(fixed.flags, std::uint32_t(kRayShadow));
+        EXPECT_TRUE(fixed.time == 0 && fixed.diffuseLevel == 0 && fixed.origin == &marker);
 
         EXPECT_TRUE(ask(0).empty()) << "no shadows wanted";
-        context.ray = before;
     });
 }
 
@@ -180,13 +172,10 @@ TEST_F(LightLoop, Seeds_MakeLightIndependentOfTheRay) {
         R"("first": {"plugin": "TessraLightPoint", "position": [0, 0, 9], "radius": 2})";
     askInVolume(ball, [](ShadingContext& context) {
         const auto direction = [&](std::uint32_t seed, bool alone) {
-            ShadeData data = volumePoint({0, 0, 0});
+            VolumePoint data;
             data.sampleSeed = seed;
             data.seedAlone = alone;
-            WhiteBRDF brdf;
-            context.lights->illuminate(context, data, brdf);
-            EXPECT_EQ(brdf.calls.size(), 2u);
-            return brdf.calls.back().direction;
+            return lit(context, data).at(1).direction;
         };
         const Vector alone = direction(7, true);
         context.sampler->next();
@@ -204,47 +193,37 @@ TEST_F(LightLoop, IndirectLight_IsWeightedLimitedAndFlagged) {
            "m": {"plugin": "TessraMaterial", "diffuse": [0, 0, 0], "emission": [4, 2, 1]})";
     const auto ask = [](ShadingContext& context) {
         int marker = 0;
-        WhiteBRDF brdf;
+        std::vector<WhiteBRDF::Call> calls;
         const auto gather = [&](std::uint32_t flags, double limit) {
             slabRecord().calls.clear();
-            ShadeData data = volumePoint({0, 0, 0});
+            VolumePoint data;
             data.flags |= flags;
             data.object = &marker;
             data.lightLevel = 6;
             data.giLevel = 0.5f;
-            brdf = {};
-            brdf.limit = limit;
-            context.lights->illuminate(context, data, brdf);
-            return data.sums;
+            calls = lit(context, data, limit);
+            return data.sums.gi;
         };
-        LightingSums sums = gather(0, 1e18);
+        const Color gi = gather(0, 1e18);
         // Half weight, three times the level, five units of smoke.
         const float factor = 0.5f * 3 * std::exp(-2.5f);
-        EXPECT_NEAR(sums.gi.r, 4 * factor, 1e-5);
-        EXPECT_NEAR(sums.gi.b, 1 * factor, 1e-5);
-        EXPECT_TRUE(brdf.calls.back().gi);
-        EXPECT_LT(brdf.calls.back().distance, 0);
-        EXPECT_FALSE(brdf.giMode);
+        EXPECT_NEAR(gi.r, 4 * factor, 1e-5);
+        EXPECT_NEAR(gi.b, 1 * factor, 1e-5);
+        EXPECT_TRUE(calls.back().gi && calls.back().distance < 0);
         const TraceRay& ray = slabRecord().calls.back().ray;
         EXPECT_EQ(ray.flags, std::uint32_t(kRayPath | kRayGI));
-        EXPECT_EQ(ray.diffuseLevel, 1);
-        EXPECT_EQ(ray.depth, 1);
-        EXPECT_EQ(ray.origin, &marker);
-        EXPECT_EQ(ray.light, nullptr);
+        EXPECT_TRUE(ray.diffuseLevel == 1 && ray.depth == 1 && ray.origin == &marker && !ray.light);
 
-        sums = gather(0, 4.5);
-        EXPECT_EQ(sums.gi, Color());
+        EXPECT_EQ(gather(0, 4.5), Color());
         EXPECT_EQ(slabRecord().calls.back().ray.maxt, 4.5);
-        EXPECT_EQ(gather(kShadeNotInGI, 1e18).gi, Color());
-        const TraceRay before = context.ray;
+        EXPECT_EQ(gather(kShadeNotInGI, 1e18), Color());
         context.ray.time = 0.5f;
         context.ray.diffuseLevel = 2;
-        EXPECT_EQ(gather(0, 1e18).gi, Color()) << "past the last bounce";
+        EXPECT_EQ(gather(0, 1e18), Color()) << "past the last bounce";
         // A point whose light is to be the same for all that ask.
-        EXPECT_NEAR(gather(kShadeFixedShadows, 1e18).gi.r, 4 * factor, 1e-5);
+        EXPECT_NEAR(gather(kShadeFixedShadows, 1e18).r, 4 * factor, 1e-5);
         EXPECT_EQ(slabRecord().calls.back().ray.time, 0);
         EXPECT_EQ(slabRecord().calls.back().ray.diffuseLevel, 1);
-        context.ray = before;
     };
     askInVolume(lamp, ask, R"("gi": true, "gi_bounces": 2)");
 }
@@ -255,10 +234,8 @@ TEST_F(LightLoop, SkyAtAVolumePoint_IsItsMeanOverTheSphere) {
                     "shadows": false, "horizon_color": [0, 0, 0], "ground_color": [0, 0, 0],
                     "horizon_width": 1})",
                 [](ShadingContext& context) {
-                    ShadeData data = volumePoint({0, 0, 0});
-                    WhiteBRDF brdf;
-                    context.lights->illuminate(context, data, brdf);
-                    EXPECT_EQ(brdf.calls.size(), 1025u);
+                    VolumePoint data;
+                    EXPECT_EQ(lit(context, data).size(), 1025u);
                     EXPECT_NEAR(data.sums.direct.r, 0.25, 0.002);
                 });
 }
@@ -269,9 +246,8 @@ TEST_F(LightLoop, ForeignThread_GetsNoLightAndNoHarm) {
             test::PlainContext other;
             other.threadIndex = thread;
             other.lights = context.lights;
-            ShadeData data = volumePoint({0, 0, 0});
-            WhiteBRDF brdf;
-            other.lights->illuminate(other, data, brdf);
+            VolumePoint data;
+            lit(other, data);
             EXPECT_EQ(data.sums.direct, Color());
         }
     });

@@ -26,14 +26,6 @@ protected:
         o.version = "1.2.3";
         return o;
     }
-    SessionResult renderTo(PictureOutput& output, const std::string& plugins,
-                           const std::string& settings) {
-        const auto scene = makeScene(plugins, settings);
-        PathTracer tracer(registry_.log.log);
-        SessionOptions session;
-        session.threads = 1;
-        return RenderSession(*scene, tracer, output, registry_.log.log, abort_).run(session);
-    }
     Picture read(const std::string& name) {
         Picture picture;
         std::string error;
@@ -57,19 +49,21 @@ TEST_F(PictureOutputTest, WritesEveryFrameWithItsMetadata) {
                     "samples": 2, "scene_offset": [100, 0, 0])");
     EXPECT_EQ(result.status, RenderStatus::Complete) << result.error;
     Picture picture = read("f6.exr");
-    auto& a = picture.attributes;
-    EXPECT_EQ(a["Software"], "nimbra 1.2.3");
-    EXPECT_EQ(a["nimbra/version"], "1.2.3");
-    EXPECT_EQ(a["nimbra/scene"], "test.json") << "no path of this machine";
-    EXPECT_EQ(a["nimbra/frame"], "6");
-    EXPECT_EQ(a["nimbra/samples"], "2");
-    EXPECT_EQ(a["nimbra/seed"], "9");
-    EXPECT_EQ(a["nimbra/complete"], "1");
-    EXPECT_EQ(a["framesPerSecond"], "25/1");
-    EXPECT_TRUE(a.contains("nimbra/renderSeconds"));
-    // The camera's place in the world, not in the shifted space of the rays.
-    EXPECT_EQ(a["worldToCamera"], "1 0 0 0 0 1 0 0 0 0 -1 0 0 0 10 1");
-    EXPECT_TRUE(a.contains("worldToNDC"));
+    const std::pair<const char*, const char*> attributes[] = {
+        {"Software", "nimbra 1.2.3"},
+        {"nimbra/version", "1.2.3"},
+        {"nimbra/scene", "test.json"},  // no path of this machine
+        {"nimbra/frame", "6"},
+        {"nimbra/samples", "2"},
+        {"nimbra/seed", "9"},
+        {"nimbra/complete", "1"},
+        {"framesPerSecond", "25/1"},
+        // The camera's place in the world, not in the shifted space of the rays.
+        {"worldToCamera", "1 0 0 0 0 1 0 0 0 0 -1 0 0 0 10 1"}};
+    for (const auto& [name, value] : attributes)
+        EXPECT_EQ(picture.attributes[name], value) << name;
+    EXPECT_TRUE(picture.attributes.contains("nimbra/renderSeconds"));
+    EXPECT_TRUE(picture.attributes.contains("worldToNDC"));
     ASSERT_EQ(picture.pixels.channels.size(), 5u);
     EXPECT_EQ(picture.pixels.channels[4].name(), "Z");
     EXPECT_TRUE(fs::exists(folder_ / "f4.png"));
@@ -77,16 +71,14 @@ TEST_F(PictureOutputTest, WritesEveryFrameWithItsMetadata) {
 
 TEST_F(PictureOutputTest, PngIsOpaqueOnlyWithABackground) {
     PictureOutput output(options());
-    renderTo(output, std::string(kFront) + kSmoke, "");
+    const std::string smoke = std::string(kFront) + kSmoke;
+    renderTo(output, smoke);
     EXPECT_EQ(read("f1.png").pixels.pixel(0, 0)[3], 128 / 255.0f);
-    renderTo(output, std::string(kFront) + kSmoke, R"("background": [1, 1, 1])");
-    Picture picture = read("f1.png");
+    renderTo(output, smoke, R"("background": [1, 1, 1])");
+    const Picture picture = read("f1.png");
     EXPECT_EQ(picture.pixels.pixel(0, 0)[3], 1);
     EXPECT_EQ(picture.pixels.pixel(0, 0)[0], 188 / 255.0f);  // half the light, in sRGB
-    renderTo(
-        output,
-        std::string(kFront) + kSmoke + R"(, "sky": {"plugin": "TessraLightSky", "visible": true})",
-        "");
+    renderTo(output, smoke + R"(, "sky": {"plugin": "TessraLightSky", "visible": true})");
     EXPECT_EQ(read("f1.png").pixels.pixel(0, 0)[3], 1);
 }
 

@@ -11,6 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cmath>
 
 #include "host/atomic_file.h"
@@ -33,15 +34,28 @@ FrameBuffer makePicture() {
     return p;
 }
 
-std::vector<std::string> filesIn(const TempFolder& folder) {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(folder.path()))
-        names.push_back(entry.path().filename());
-    return names;
-}
+class Files : public testing::Test {
+protected:
+    std::vector<std::string> names() const {
+        std::vector<std::string> found;
+        for (const auto& entry : fs::directory_iterator(folder.path()))
+            found.push_back(entry.path().filename());
+        return found;
+    }
+    Picture read(const std::string& path) {
+        Picture picture;
+        EXPECT_TRUE(readPicture(path, picture, error)) << error;
+        return picture;
+    }
+    TempFolder folder;
+    std::string error;
+};
+using ExrFile = Files;
+using PngFile = Files;
+using PictureFiles = Files;
+using AtomicFile = Files;
 
-TEST(ExrFile, RoundTripKeepsWindowsChannelsAndMetadata) {
-    const TempFolder folder;
+TEST_F(ExrFile, RoundTripKeepsWindowsChannelsAndMetadata) {
     const std::string path = folder / "a.exr";
     FrameBuffer pixels = makePicture();
     pixels.channels[0].set(0, 1e9f);
@@ -51,44 +65,37 @@ TEST(ExrFile, RoundTripKeepsWindowsChannelsAndMetadata) {
     metadata.values["nimbra/scene"] = std::string("s.json");
     metadata.values["nimbra/frame"] = 12;
     metadata.values["nimbra/renderSeconds"] = 1.5f;
-    Matrix44 matrix{};
-    for (int i = 0; i < 16; ++i)
-        matrix[i] = i;
-    metadata.values["worldToNDC"] = matrix;
-    std::string error;
+    metadata.values["worldToNDC"] = Matrix44{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
     ASSERT_TRUE(writeExr(path, pixels, metadata, error)) << error;
-    Picture back;
-    ASSERT_TRUE(readPicture(path, back, error)) << error;
+    Picture back = read(path);
 
-    EXPECT_EQ(back.pixels.fullWidth, 64);
-    EXPECT_EQ(back.pixels.fullHeight, 48);
-    EXPECT_EQ(back.pixels.x0, 10);
-    EXPECT_EQ(back.pixels.y0, 20);
-    EXPECT_EQ(back.pixels.width, 5);
-    EXPECT_EQ(back.pixels.height, 3);
+    const FrameBuffer& p = back.pixels;
+    EXPECT_EQ((std::array{p.fullWidth, p.fullHeight, p.x0, p.y0, p.width, p.height}),
+              (std::array{64, 48, 10, 20, 5, 3}));
     // Too bright for a half, and not infinite.
     pixels.channels[0].set(0, 65504);
     pixels.channels[1].set(0, -65504);
-    ASSERT_EQ(back.pixels.channels.size(), 7u);
+    ASSERT_EQ(p.channels.size(), 7u);
     for (std::size_t c = 0; c < 7; ++c) {
-        const PictureChannel &read = back.pixels.channels[c], &written = pixels.channels[c];
-        EXPECT_EQ(read.name(), written.name());
+        const PictureChannel &got = p.channels[c], &written = pixels.channels[c];
+        EXPECT_EQ(got.name(), written.name());
         // Sixteenths are exact in a half, whose step at 1000 is 0.5.
         for (std::size_t i = 0; i < written.size(); ++i)
-            EXPECT_NEAR(read.at(i), written.at(i), written.name() == "diffuse.R" ? 0.5 : 0) << i;
+            EXPECT_NEAR(got.at(i), written.at(i), written.name() == "diffuse.R" ? 0.5 : 0) << i;
     }
-
-    EXPECT_EQ(back.attributes["nimbra/scene"], "s.json");
-    EXPECT_EQ(back.attributes["nimbra/frame"], "12");
-    EXPECT_EQ(back.attributes["nimbra/renderSeconds"], "1.5");
-    EXPECT_EQ(back.attributes["framesPerSecond"], "24000/1001");
-    EXPECT_EQ(back.attributes["worldToNDC"], "0 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15");
+    const std::pair<const char*, const char*> attributes[] = {
+        {"nimbra/scene", "s.json"},
+        {"nimbra/frame", "12"},
+        {"nimbra/renderSeconds", "1.5"},
+        {"framesPerSecond", "24000/1001"},
+        {"worldToNDC", "0 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15"}};
+    for (const auto& [name, value] : attributes)
+        EXPECT_EQ(back.attributes[name], value) << name;
     EXPECT_TRUE(back.attributes.contains("chromaticities"));
 }
 
-TEST(ExrFile, PicturesHeldAsHalvesAreTheSameToTheByte) {
-    const TempFolder folder;
-    std::string error, bytes[2];
+TEST_F(ExrFile, PicturesHeldAsHalvesAreTheSameToTheByte) {
+    std::string bytes[2];
     for (const ChannelDepth depth : {ChannelDepth::Float, ChannelDepth::Half}) {
         FrameBuffer pixels;
         pixels.resize(8, 40, 1, 2, 7, 37, {"Z"}, depth);  // blocks of 16, 16 and 5 rows
@@ -101,16 +108,14 @@ TEST(ExrFile, PicturesHeldAsHalvesAreTheSameToTheByte) {
         const std::string path = folder / "a.exr";
         ASSERT_TRUE(writeExr(path, pixels, {}, error)) << error;
         bytes[depth == ChannelDepth::Half] = nimbra::test::readFile(path);
-        Picture back;
-        ASSERT_TRUE(readPicture(path, back, error)) << error;
+        const Picture back = read(path);
         EXPECT_EQ(back.pixels.channels[4].at(0), kNoDepth);
         EXPECT_TRUE(std::signbit(back.pixels.pixel(7, 38)[2]));
     }
     EXPECT_EQ(bytes[0], bytes[1]);
 }
 
-TEST(PngFile, OpaquePictureIsEncodedForTheDisplay) {
-    const TempFolder folder;
+TEST_F(PngFile, OpaquePictureIsEncodedForTheDisplay) {
     const std::string path = folder / "a.png";
     FrameBuffer pixels;
     pixels.resize(3, 1, 0, 0, 3, 1, {});
@@ -118,18 +123,14 @@ TEST(PngFile, OpaquePictureIsEncodedForTheDisplay) {
     const float values[] = {0.2158605f, 1, 0, 0.25f, 7, -3, 0.0031308f, 1, NAN, 1e30f, INFINITY, 0};
     for (std::size_t i = 0; i < 12; ++i)
         pixels.channels[i % 4].set(i / 4, values[i]);
-    std::string error;
     ASSERT_TRUE(writePng(path, pixels, {}, error)) << error;
-    Picture back;
-    ASSERT_TRUE(readPicture(path, back, error)) << error;
+    Picture back = read(path);
     const float expected[] = {128, 255, 0, 255, 255, 0, 10, 255, 0, 255, 255, 255};
     for (int i = 0; i < 12; ++i)
         EXPECT_EQ(back.pixels.pixel(i / 4, 0)[i % 4] * 255, expected[i]) << i;
 }
 
-TEST(PictureFiles, CutOnesAreNotRead) {
-    const TempFolder folder;
-    std::string error;
+TEST_F(PictureFiles, CutOnesAreNotRead) {
     ASSERT_TRUE(writeExr(folder / "a.exr", makePicture(), {}, error));
     ASSERT_TRUE(writePng(folder / "a.png", makePicture(), {}, error));
     for (const std::string kind : {".exr", ".png"}) {
@@ -145,9 +146,7 @@ TEST(PictureFiles, CutOnesAreNotRead) {
     }
 }
 
-TEST(AtomicFile, FaultsNamePathAndReason) {
-    const TempFolder folder;
-    std::string error;
+TEST_F(AtomicFile, FaultsNamePathAndReason) {
     const std::string missing = folder / "no/such/p.exr";
     EXPECT_FALSE(writeFileAtomically(missing, "x", error));
     EXPECT_EQ(error, missing + ": No such file or directory");
@@ -156,13 +155,11 @@ TEST(AtomicFile, FaultsNamePathAndReason) {
     EXPECT_EQ(error, (folder / "dir.exr").string() + ": not a regular file");
     EXPECT_FALSE(writeFileAtomically("/dev/full", "x", error));
     EXPECT_EQ(error, "/dev/full: not a regular file");
-    EXPECT_EQ(filesIn(folder), std::vector<std::string>{"dir.exr"});
+    EXPECT_EQ(names(), std::vector<std::string>{"dir.exr"});
 }
 
-TEST(AtomicFile, FullDiskKeepsTheOldFileAndRemovesTheNew) {
-    const TempFolder folder;
+TEST_F(AtomicFile, FullDiskKeepsTheOldFileAndRemovesTheNew) {
     const std::string path = folder / "p.exr";
-    std::string error;
     ASSERT_TRUE(writeFileAtomically(path, "old", error));
     // A limit on file sizes stands in for a disk that fills up in the middle of a write.
     rlimit before{};
@@ -183,12 +180,10 @@ TEST(AtomicFile, FullDiskKeepsTheOldFileAndRemovesTheNew) {
     EXPECT_EQ(error, path + ": File too large");
     EXPECT_EQ(fault, error);
     EXPECT_EQ(nimbra::test::readFile(path), "old");
-    EXPECT_EQ(filesIn(folder), std::vector<std::string>{"p.exr"});
+    EXPECT_EQ(names(), std::vector<std::string>{"p.exr"});
 }
 
-TEST(AtomicFile, PreparedFolderIsMadeSweptAndTried) {
-    const TempFolder folder;
-    std::string error;
+TEST_F(AtomicFile, PreparedFolderIsMadeSweptAndTried) {
     const std::string path = folder / "deep/er/p.####.exr";
     ASSERT_TRUE(prepareOutputFolder(path, error)) << error;
     EXPECT_TRUE(fs::is_directory(folder / "deep/er"));

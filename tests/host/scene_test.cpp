@@ -1,10 +1,17 @@
 // Copyright 2026 The Nimbra Authors
 // SPDX-License-Identifier: Apache-2.0
+//
+// From a scene's text to plug-ins with values. Whatever the bytes, the answer is a scene or
+// messages with a place.
 #include "host/scene.h"
 
 #include <gtest/gtest.h>
 
+#include <random>
+#include <string>
+
 #include "host/fake_library.h"
+#include "support/mutated.h"
 #include "support/temp_folder.h"
 #include "tessra/renderer.h"
 
@@ -17,25 +24,15 @@ using test::TestRegistry;
 class SceneTest : public ::testing::Test {
 protected:
     /// Makes a scene of the plug-ins in `body`; null with messages in `faults_`.
-    std::unique_ptr<Scene> make(const std::string& body,
-                                const std::vector<std::string>& overrides = {}) {
-        SceneDiagnostics diagnostics;
-        SceneDocument document =
-            SceneDocument::parse("{\"nimbra\": 1,\n" + body + "}", "s.json", diagnostics);
-        for (const std::string& text : overrides)
-            document.setOverride(text, diagnostics);
-        auto scene = Scene::create(document, registry_.registry, diagnostics);
-        faults_ = diagnostics.str();
-        EXPECT_EQ(scene == nullptr, !faults_.empty());
-        return scene;
+    std::unique_ptr<Scene> make(const std::string& body) {
+        return test::makeScene(registry_.registry, body, faults_);
     }
     std::string faultsOf(const std::string& body) {
         make(body);
         return faults_;
     }
-    /// The faults of one parameter of one recorder.
-    std::string faultOf(const std::string& parameter) {
-        return faultsOf("\"a\": {\"plugin\": \"Recorder\", " + parameter + "}");
+    static std::string recorder(const std::string& rows) {
+        return "\"a\": {\"plugin\": \"Recorder\", " + rows + "}";
     }
     /// One fault, at the place of the '^' in `body`, which is one line.
     void expectFault(std::string body, const std::string& message) {
@@ -44,11 +41,8 @@ protected:
         EXPECT_EQ(faultsOf(body), "s.json:2:" + std::to_string(column) + ": " + message + "\n")
             << body;
     }
-    TessraPluginParameter* parameter(Scene& scene, const char* plugin, const char* name) {
-        auto* found = dynamic_cast<TessraPlugin*>(scene.findPlugin(plugin));
-        TessraPluginParameter* value = found ? found->getParameter(name) : nullptr;
-        EXPECT_NE(value, nullptr) << plugin << "." << name;
-        return value;
+    static TessraPluginParameter& row(Scene& scene, const char* plugin, const char* name) {
+        return *dynamic_cast<TessraPlugin&>(*scene.findPlugin(plugin)).getParameter(name);
     }
     TestRegistry registry_;
     std::string faults_;
@@ -56,60 +50,49 @@ protected:
 
 TEST_F(SceneTest, BadValue_IsReportedWithWhatIsAllowed) {
     // '^' stands before the place that the message is to name.
-    const char* cases[][2] = {
-        {R"("flag": ^1)", "a.flag: found the number 1, allowed is true or false"},
-        {R"("count": ^1.5)",
-         "a.count: found the number 1.5, allowed is one of 0 (Off), 1 (Smoke), 2 (Fire)"},
-        {R"("count": ^"Smok")",
-         "a.count: found the text 'Smok', allowed is one of 0 (Off), 1 (Smoke), 2 (Fire)"},
-        {R"("amount": ^"x")", "a.amount: found the text 'x', allowed is a number"},
-        {R"("amount": ^1e39)",
-         "a.amount: found the number 1e+39, allowed is a number of single precision"},
-        {R"("amount": ^null)", "a.amount: found null, allowed is a number"},
-        {R"("text": ^5)", "a.text: found the number 5, allowed is a text"},
-        {R"("text": ^"a\u0000b")",
-         "a.text: found the text 'a?b', allowed is a text without zero bytes"},
-        {R"("tint": ^[1, 2])", "a.tint: found a list of 2 values, allowed is a colour [r, g, b]"},
+    const std::pair<std::string, const char*> cases[] = {
+        {R"("flag": ^1)", "the number 1, allowed is true or false"},
+        {R"("count": ^1.5)", "the number 1.5, allowed is one of 0 (Off), 1 (Smoke), 2 (Fire)"},
+        {R"("count": ^"Smok")", "the text 'Smok', allowed is one of 0 (Off), 1 (Smoke), 2 (Fire)"},
+        {R"("amount": ^"x")", "the text 'x', allowed is a number"},
+        {R"("amount": ^1e39)", "the number 1e+39, allowed is a number of single precision"},
+        {R"("amount": ^null)", "null, allowed is a number"},
+        {R"("text": ^5)", "the number 5, allowed is a text"},
+        {R"("text": ^"a\u0000b")", "the text 'a?b', allowed is a text without zero bytes"},
+        {R"("tint": ^[1, 2])", "a list of 2 values, allowed is a colour [r, g, b]"},
         {R"("tint": [1, 2, ^"3"])",
-         "a.tint: found the text '3', allowed is a number of single precision in a colour [r, g, "
-         "b]"},
+         "the text '3', allowed is a number of single precision in a colour [r, g, b]"},
         {R"("place": {^"rotat": [0, 0, 0]})",
-         "a.place: found the key 'rotat', allowed are \"translate\", \"rotate\" and \"scale\""},
-        {R"("aspect": ^[1, 2])",
-         "a.aspect: found a list of 2 values, allowed is a list of 3 values"},
-        {R"("numbers": ^4)", "a.numbers: found the number 4, allowed is a list of values"},
-        {R"("mixed": [^{}])",
-         "a.mixed: found an object, allowed is a number, a text, a colour or a plug-in"},
-        {R"(^"amuont": 4)",
-         "a.amuont: found a parameter that Recorder doesn't have (did you mean "
-         "'amount'?)"},
-        {R"(^"qqqqqq": 4)", "a.qqqqqq: found a parameter that Recorder doesn't have"},
-        {R"(^"out_color": 4)", "a.out_color: found a value for an output, which can't be set"},
-        {R"("map": ^"@a.out_color")",
-         "a.map: found a cycle of references: a -> a, none is allowed"},
+         R"(the key 'rotat', allowed are "translate", "rotate" and "scale")"},
+        {R"("aspect": ^[1, 2])", "a list of 2 values, allowed is a list of 3 values"},
+        {R"("numbers": ^4)", "the number 4, allowed is a list of values"},
+        {R"("mixed": [^{}])", "an object, allowed is a number, a text, a colour or a plug-in"},
+        {R"(^"amuont": 4)", "a parameter that Recorder doesn't have (did you mean 'amount'?)"},
+        {R"(^"qqqqqq": 4)", "a parameter that Recorder doesn't have"},
+        {R"(^"out_color": 4)", "a value for an output, which can't be set"},
+        {R"("map": ^"@a.out_color")", "a cycle of references: a -> a, none is allowed"},
         {R"("map": ^true)",
-         "a.map: found true, allowed is a plug-in as \"@name\", a number or a "
-         "colour [r, g, b]"},
+         R"(true, allowed is a plug-in as "@name", a number or a colour [r, g, b])"},
         {R"("map": ^[1, 2])",
-         "a.map: found a list of 2 values, allowed is \"@texture\", a number or "
-         "a colour [r, g, b]"},
-        {R"("source": ^"a")", "a.source: found the text 'a', allowed is a plug-in as \"@name\""},
+         R"(a list of 2 values, allowed is "@texture", a number or a colour [r, g, b])"},
+        {R"("source": ^"a")", R"(the text 'a', allowed is a plug-in as "@name")"},
         {R"("amount": {"keys": ^[]})",
-         "a.amount: found a list of 0 values, allowed is a list of [time, value] pairs with "
-         "different times"},
+         "a list of 0 values, allowed is a list of [time, value] pairs with different times"},
         {R"("amount": {"keys": ^[[1, 2], [1, 3]]})",
-         "a.amount: found two keys at time 1, allowed is a list of [time, value] pairs with "
-         "different times"},
+         "two keys at time 1, allowed is a list of [time, value] pairs with different times"},
         {R"("amount": {"keys": [^[1, 2, 3]]})",
-         "a.amount: found a list of 3 values, allowed is a pair [time, value]"},
-        {R"("amount": {"keys": [[1, ^"x"]]})", "a.amount: found the text 'x', allowed is a number"},
+         "a list of 3 values, allowed is a pair [time, value]"},
+        {R"("amount": {"keys": [[1, ^"x"]]})", "the text 'x', allowed is a number"},
         {R"("amount": {"keys": [[1, 2]], ^"loop": 1})",
-         "a.amount: found the key 'loop', an animated value has \"keys\" alone"},
+         R"(the key 'loop', an animated value has "keys" alone)"},
         {R"("source": ^{"keys": [[1, "@a"]]})",
-         "a.source: found keys, a connection to another plug-in can't be animated"},
+         "keys, a connection to another plug-in can't be animated"},
     };
-    for (const auto& one : cases)
-        expectFault("\"a\": {\"plugin\": \"Recorder\", " + std::string(one[0]) + "}", one[1]);
+    for (const auto& [rows, found] : cases) {
+        const std::size_t name = rows.find('"') + 1;
+        const std::string key = rows.substr(name, rows.find('"', name) - name);
+        expectFault(recorder(rows), "a." + key + ": found " + found);
+    }
 }
 
 TEST_F(SceneTest, BadPlugin_IsReportedAtItsKind) {
@@ -145,12 +128,10 @@ TEST_F(SceneTest, CycleOfReferences_IsReportedWithItsMembers) {
 
 TEST_F(SceneTest, LongChainOfReferences_IsOrdered) {
     std::string body;
-    const int count = 20000;
-    for (int i = 0; i < count; ++i)
-        body += "\"p" + std::to_string(i) + "\": {\"plugin\": \"Recorder\", \"source\": \"@p" +
-                std::to_string(i + 1) + "\"},\n";
-    const auto scene =
-        make(body + "\"p" + std::to_string(count) + "\": {\"plugin\": \"Recorder\"}");
+    for (int i = 0; i < 20000; ++i)
+        body += "\"p" + std::to_string(i) + R"(": {"plugin": "Recorder", "source": "@p)" +
+                std::to_string(i + 1) + "\"},";
+    const auto scene = make(body + R"("p20000": {"plugin": "Recorder"})");
     ASSERT_EQ(faults_, "");
     EXPECT_STREQ(scene->dependencyOrder().front()->getPluginName(), "p20000");
     EXPECT_STREQ(scene->plugins().front()->getPluginName(), "p0");
@@ -167,34 +148,38 @@ TEST_F(SceneTest, Values_ReachThePlugin) {
         "c": {"plugin": "Recorder", "shade": [[1, 0, 0], [0, 1, 0]],
         "weight": {"keys": [[0, [1, 2]], [2, [3, 4]]]}})");
     ASSERT_NE(scene, nullptr) << faults_;
-    EXPECT_FALSE(parameter(*scene, "a", "flag")->getBool(0, 0));
-    EXPECT_EQ(parameter(*scene, "a", "count")->getInt(0, 0), 2);
-    EXPECT_EQ(parameter(*scene, "a", "amount")->getFloat(0, 0), 7.0f);
-    EXPECT_EQ(parameter(*scene, "a", "text")->getString(0, 0), "hello");
-    EXPECT_EQ(parameter(*scene, "a", "tint")->getColor(0, 0), (Color{0.1f, 0.2f, 0.3f}));
-    EXPECT_EQ(parameter(*scene, "a", "glaze")->getAColor(0, 0), (AColor{{1, 2, 3}, 1}));
-    EXPECT_EQ(parameter(*scene, "a", "numbers")->getCount(0), 2);
-    EXPECT_EQ(parameter(*scene, "a", "numbers")->getFloat(1, 0), 2.5f);
-    EXPECT_EQ(parameter(*scene, "a", "aspect")->getFloat(2, 0), 3.0f);
-    EXPECT_EQ(parameter(*scene, "a", "colors")->getColor(1, 0), (Color{0, 1, 0}));
-    EXPECT_EQ(parameter(*scene, "a", "mixed")->getCount(0), 4);
-    EXPECT_EQ(parameter(*scene, "a", "mixed")->getString(1, 0), "two");
-    EXPECT_EQ(parameter(*scene, "a", "source")->getObject(0), scene->findPlugin("b"));
-
-    EXPECT_EQ(parameter(*scene, "b", "shade")->getCount(0), -1);
-    EXPECT_EQ(parameter(*scene, "b", "shade")->getColor(0, 0), (Color{0, 1, 0}));
-    EXPECT_EQ(parameter(*scene, "b", "weight")->getFloat(0, 0), 2);
-    EXPECT_EQ(parameter(*scene, "c", "shade")->getCount(0), 2);
-    EXPECT_EQ(parameter(*scene, "c", "shade")->getColor(1, 0), (Color{0, 1, 0}));
-    EXPECT_EQ(parameter(*scene, "c", "weight")->getFloat(1, 1), 3);
-
+    const auto a = [&](const char* name) -> auto& {
+        return row(*scene, "a", name);
+    };
+    const auto b = [&](const char* name) -> auto& {
+        return row(*scene, "b", name);
+    };
+    const auto c = [&](const char* name) -> auto& {
+        return row(*scene, "c", name);
+    };
+    EXPECT_FALSE(a("flag").getBool(0, 0));
+    EXPECT_EQ(a("count").getInt(0, 0), 2);
+    EXPECT_EQ(a("amount").getFloat(0, 0), 7.0f);
+    EXPECT_EQ(a("text").getString(0, 0), "hello");
+    EXPECT_EQ(a("tint").getColor(0, 0), (Color{0.1f, 0.2f, 0.3f}));
+    EXPECT_EQ(a("glaze").getAColor(0, 0), (AColor{{1, 2, 3}, 1}));
+    EXPECT_EQ(a("numbers").getCount(0), 2);
+    EXPECT_EQ(a("numbers").getFloat(1, 0), 2.5f);
+    EXPECT_EQ(a("aspect").getFloat(2, 0), 3.0f);
+    EXPECT_EQ(a("colors").getColor(1, 0), (Color{0, 1, 0}));
+    EXPECT_EQ(a("mixed").getCount(0), 4);
+    EXPECT_EQ(a("mixed").getString(1, 0), "two");
+    EXPECT_EQ(a("source").getObject(0), scene->findPlugin("b"));
+    EXPECT_EQ(b("shade").getCount(0), -1);
+    EXPECT_EQ(b("shade").getColor(0, 0), (Color{0, 1, 0}));
+    EXPECT_EQ(b("weight").getFloat(0, 0), 2);
+    EXPECT_EQ(c("shade").getCount(0), 2);
+    EXPECT_EQ(c("shade").getColor(1, 0), (Color{0, 1, 0}));
+    EXPECT_EQ(c("weight").getFloat(1, 1), 3);
     // Scaled first, then turned: x goes to y.
-    const Transform place = parameter(*scene, "a", "place")->getTransform(0, 0);
-    EXPECT_EQ(place.f[0], (Vector{0, 2, 0}));
-    EXPECT_EQ(place.f[1], (Vector{-3, 0, 0}));
-    EXPECT_EQ(place.f[2], (Vector{0, 0, 4}));
-    EXPECT_EQ(place.offs, (TracePoint{10, 20, 30}));
-    EXPECT_EQ(parameter(*scene, "b", "place")->getTransform(0, 0).offs, (TracePoint{1e7, 0.5, 0}));
+    EXPECT_EQ(a("place").getTransform(0, 0),
+              (Transform{{{0, 2, 0}, {-3, 0, 0}, {0, 0, 4}}, {10, 20, 30}}));
+    EXPECT_EQ(b("place").getTransform(0, 0).offs, (TracePoint{1e7, 0.5, 0}));
 }
 
 TEST_F(SceneTest, FilesOfAnIncludedScene_StartAtItsFolder) {
@@ -209,29 +194,80 @@ TEST_F(SceneTest, FilesOfAnIncludedScene_StartAtItsFolder) {
     document.setOverride("root.file=set.vdb", diagnostics);
     const auto scene = Scene::create(document, registry_.registry, diagnostics);
     ASSERT_EQ(diagnostics.str(), "");
-    const auto file = [&](const char* plugin, const char* row) {
-        return parameter(*scene, plugin, row)->getString(0, 0);
-    };
-    EXPECT_EQ(file("inner", "file"), (folder.path() / "parts/smoke.vdb").string());
-    EXPECT_EQ(file("inner", "text"), "smoke.vdb");
-    EXPECT_EQ(file("env", "file"), "$env(X)/a.vdb");
-    EXPECT_EQ(file("outer", "file"), "smoke.vdb");
-    EXPECT_EQ(file("root", "file"), "set.vdb");
+    const char* expected[][3] = {{"inner", "file", "parts/smoke.vdb"},
+                                 {"inner", "text", "smoke.vdb"},
+                                 {"env", "file", "$env(X)/a.vdb"},
+                                 {"outer", "file", "smoke.vdb"},
+                                 {"root", "file", "set.vdb"}};
+    for (const auto& [plugin, name, file] : expected) {
+        const bool ofPart = file == std::string("parts/smoke.vdb");
+        EXPECT_EQ(row(*scene, plugin, name).getString(0, 0), ofPart ? folder / file : file);
+    }
 }
 
 TEST_F(SceneTest, LimitsOfHostRows_AreKept) {
     expectFault(R"("s": {"plugin": "TessraSettings", "width": ^0})",
                 "s.width: found the number 0, allowed is a number from 1 to 65536");
     // The hints of a library's rows are for editors alone.
-    EXPECT_EQ(faultOf(R"("amount": 11)"), "");
-    EXPECT_EQ(faultOf(R"("count": 9)"), "");
+    EXPECT_EQ(faultsOf(recorder(R"("amount": 11, "count": 9)")), "");
 }
 
 TEST_F(SceneTest, Plugins_AreDeletedUsersFirst) {
     make(R"("user": {"plugin": "Recorder", "source": "@used"}, "used": {"plugin": "Recorder"})")
         .reset();
-    const std::vector<std::string> expected{"user.delete", "used.delete"};
-    EXPECT_EQ(registry_.record.calls, expected);
+    EXPECT_EQ(registry_.record.calls, (std::vector<std::string>{"user.delete", "used.delete"}));
+}
+
+constexpr const char* kSeedScene = R"(// a scene
+{"nimbra": 1, /* two */
+ "settings": {"plugin": "TessraSettings", "width": 64, "up_axis": "z", "background": [0, 0.1, 1]},
+ "ramp": {"plugin": "TessraGradient", "positions": [0, 0.5, 1], "colors": [[0, 0, 0], [1, 1, 1]]},
+ "noise": {"plugin": "TessraTexNoise", "color_a": "@checker", "color_b": 0.5, "octaves": 3},
+ "checker": {"plugin": "TessraTexChecker", "transform": {"rotate": [0, 90, 0], "scale": 2}},
+ "rec": {"plugin": "Recorder", "flag": true, "count": "fire", "amount": {"keys": [[0, 1], [5, 2e1]]},
+   "text": "caf\u00e9 \n", "place": [[1, 0, 0], [0, 1, 0], [0, 0, 1], [1e7, 0, -5]],
+   "map": "@noise.out_color", "mask": null, "source": "@other", "mixed": [1, "a", false, [1, 2, 3]]},
+ "other": {"plugin": "Recorder", "numbers": [], "aspect": [1, 1.5, 2]}
+})";
+
+/// Half of the time another digit somewhere, so that values are reached behind the parser.
+std::string damaged(std::string text, std::mt19937_64& random) {
+    if (random() % 2)
+        return nimbra::test::mutated(std::move(text), random);
+    const std::size_t digit = text.find_first_of("0123456789", random() % text.size());
+    if (digit != text.npos)
+        text[digit] = static_cast<char>('0' + random() % 10);
+    return text;
+}
+
+TEST(SceneMutation, DamagedScene_GivesASceneOrMessagesWithAPlace) {
+    test::TestRegistry registry;
+    std::mt19937_64 random(2026);
+    int parsed = 0, scenes = 0, refused = 0;
+    for (int i = 0; i < 20000; ++i) {
+        std::string text = kSeedScene;
+        for (unsigned n = 1 + random() % 3; n > 0 && text.size() > 64; --n)
+            text = damaged(std::move(text), random);
+        SceneDiagnostics diagnostics;
+        const SceneDocument document = SceneDocument::parse(text, "m.json", diagnostics);
+        // Plug-ins take their time to make: those of 5000 scenes will do.
+        parsed += diagnostics.empty();
+        if (diagnostics.empty() && parsed > 5000)
+            continue;
+        const auto scene = Scene::create(document, registry.registry, diagnostics);
+        registry.record.calls.clear();
+        ASSERT_EQ(scene == nullptr, !diagnostics.empty()) << text;
+        (scene ? scenes : refused) += 1;
+        for (const SceneMessage& message : diagnostics.messages()) {
+            ASSERT_GE(message.location.line, 1) << text;
+            ASSERT_GE(message.location.column, 1) << text;
+            ASSERT_LE(message.str().size(), 3000u) << text;
+        }
+    }
+    // The mutations are neither all harmless nor all fatal.
+    EXPECT_GT(scenes, 500);
+    EXPECT_GT(parsed, 2000);
+    EXPECT_GT(refused, 5000);
 }
 
 }  // namespace

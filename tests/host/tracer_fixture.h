@@ -21,9 +21,11 @@
 
 namespace nimbra::host::test {
 
+using namespace TessUtils;
+
 /// A ray that a slab was asked for.
 struct VolumeCall {
-    TessUtils::TraceRay ray;
+    TraceRay ray;
     bool transparencyOnly = false;
     bool hasLights = false;
 };
@@ -33,7 +35,7 @@ struct SlabRecord {
     std::mutex mutex;
     std::vector<VolumeCall> calls;
     /// Run by every slab that answers a colour.
-    std::function<void(TessUtils::ShadingContext&)> onShade;
+    std::function<void(ShadingContext&)> onShade;
 };
 
 inline SlabRecord& slabRecord() {
@@ -42,49 +44,42 @@ inline SlabRecord& slabRecord() {
 }
 
 /// Extinction and emission per unit length between two corners.
-class Slab final : public TessUtils::TessraVolumetric, public TessUtils::RenderSettingsInterface {
+class Slab final : public TessraVolumetric, public RenderSettingsInterface {
 public:
     static HostPluginInfo info() {
-        return {"Slab", 0x51AB, HostCategory::Geometry, "", {TessUtils::ids::kVolumetric}};
+        return {"Slab", 0x51AB, HostCategory::Geometry, "", {ids::kVolumetric}};
     }
-    static void defineParameters(TessUtils::TessraParameterListDesc& t) {
-        t.addParam("low", TessUtils::paramtype_vector);
-        t.addParam("high", TessUtils::paramtype_vector);
+    static void defineParameters(TessraParameterListDesc& t) {
+        t.addParam("low", paramtype_vector);
+        t.addParam("high", paramtype_vector);
         t.addParamColor("extinction", {});
         t.addParamColor("emission", {});
-        t.addParamPlugin("lights", TessUtils::ids::kLight, 0);
+        t.addParamPlugin("lights", ids::kLight, 0);
     }
-    explicit Slab(TessUtils::TessraPluginDesc* desc) : TessraVolumetric(desc) {
+    explicit Slab(TessraPluginDesc* desc) : TessraVolumetric(desc) {
         newest() = this;
+        addInterface(static_cast<RenderSettingsInterface*>(this), false);
         paramList->setParamCache("extinction", &extinction_);
         paramList->setParamCache("emission", &emission_);
         paramList->setParamCache("lights", &lights);
     }
 
     Plugin* getPlugin() override { return this; }
-    PluginInterface* getInterface(InterfaceID id) override {
-        if (id == TessUtils::ids::kRenderSettings)
-            return static_cast<RenderSettingsInterface*>(this);
-        return TessraVolumetric::getInterface(id);
+    void setupRender(TessraRenderer* renderer) override {
+        dynamic_cast<VolumetricListInterface*>(renderer->getInterface(ids::kVolumetricList))
+            ->volumetrics.push_back(this);
     }
-    void setupRender(TessUtils::TessraRenderer* renderer) override {
-        list(renderer)->volumetrics.push_back(this);
-    }
-    void frameBegin(TessUtils::TessraRenderer* renderer) override {
+    void frameBegin(TessraRenderer* renderer) override {
         TessraVolumetric::frameBegin(renderer);
         low_ = paramList->getParam("low")->getVector(0, 0);
         high_ = paramList->getParam("high")->getVector(0, 0);
     }
-    void shade(TessUtils::ShadingContext& context) override {
-        note(context, false);
-        answer(context, true);
+    void shade(ShadingContext& context) override {
+        answer(context, false);
         if (slabRecord().onShade)
             slabRecord().onShade(context);
     }
-    void shadeTransparency(TessUtils::ShadingContext& context) override {
-        note(context, true);
-        answer(context, false);
-    }
+    void shadeTransparency(ShadingContext& context) override { answer(context, true); }
 
     /// The slab that was made last.
     static Slab*& newest() {
@@ -92,19 +87,16 @@ public:
         return slab;
     }
 
-    TessUtils::TessraPluginList lights;
+    TessraPluginList lights;
 
 private:
-    static TessUtils::VolumetricListInterface* list(TessUtils::TessraRenderer* renderer) {
-        return dynamic_cast<TessUtils::VolumetricListInterface*>(
-            renderer->getInterface(TessUtils::ids::kVolumetricList));
-    }
-    void note(const TessUtils::ShadingContext& context, bool transparencyOnly) {
-        std::lock_guard lock(slabRecord().mutex);
-        slabRecord().calls.push_back({context.ray, transparencyOnly, context.lights != nullptr});
-    }
-    void answer(TessUtils::ShadingContext& context, bool withColor) {
-        const TessUtils::TraceRay& ray = context.ray;
+    void answer(ShadingContext& context, bool transparencyOnly) {
+        {
+            std::lock_guard lock(slabRecord().mutex);
+            slabRecord().calls.push_back(
+                {context.ray, transparencyOnly, context.lights != nullptr});
+        }
+        const TraceRay& ray = context.ray;
         double from = ray.mint, to = ray.maxt;
         for (int axis = 0; axis < 3; ++axis) {
             const double inverse = 1 / double(ray.dir[axis]);
@@ -119,56 +111,49 @@ private:
             const double t = std::exp(-double(extinction_[c]) * length);
             result.transparency.color[c] = static_cast<float>(t);
             const double share = extinction_[c] > 0 ? (1 - t) / extinction_[c] : length;
-            result.color.color[c] = withColor ? static_cast<float>(emission_[c] * share) : 0;
+            result.color.color[c] = transparencyOnly ? 0 : static_cast<float>(emission_[c] * share);
         }
     }
 
-    TessUtils::Vector low_, high_;
-    TessUtils::Color extinction_, emission_;
+    Vector low_, high_;
+    Color extinction_, emission_;
 };
 
 /// A sphere of radius 1 around the origin: emits its normal's z, half transparent.
-class Ball final : public TessUtils::TessraPlugin, public TessUtils::StaticGeomSourceInterface {
+class Ball final : public TessraPlugin, public StaticGeomSourceInterface {
 public:
     static HostPluginInfo info() {
-        return {"Ball", 0xBA11, HostCategory::Geometry, "", {TessUtils::ids::kStaticGeomSource}};
+        return {"Ball", 0xBA11, HostCategory::Geometry, "", {ids::kStaticGeomSource}};
     }
-    static void defineParameters(TessUtils::TessraParameterListDesc&) {}
-    explicit Ball(TessUtils::TessraPluginDesc* desc) : TessraPlugin(desc) {}
+    static void defineParameters(TessraParameterListDesc&) {}
+    explicit Ball(TessraPluginDesc* desc) : TessraPlugin(desc) {
+        addInterface(static_cast<StaticGeomSourceInterface*>(this), false);
+    }
     Plugin* getPlugin() override { return this; }
-    PluginInterface* getInterface(InterfaceID id) override {
-        if (id == TessUtils::ids::kStaticGeomSource)
-            return static_cast<StaticGeomSourceInterface*>(this);
-        return TessraPlugin::getInterface(id);
-    }
-    TessUtils::StaticGeomInstance* newInstance(TessUtils::TessraRenderer*) override {
-        return new Instance;
-    }
-    void deleteInstance(TessUtils::StaticGeomInstance* instance) override { delete instance; }
+    StaticGeomInstance* newInstance(TessraRenderer*) override { return new Instance; }
+    void deleteInstance(StaticGeomInstance* instance) override { delete instance; }
 
 private:
-    struct Instance final : TessUtils::StaticGeomInstance, TessUtils::UserPrimitive {
-        void compile(TessUtils::TessraRenderer*) override {}
+    struct Instance final : StaticGeomInstance, UserPrimitive {
+        void compile(TessraRenderer*) override {}
         UserPrimitive* primitive() override { return this; }
-        void worldBounds(TessUtils::TracePoint& low, TessUtils::TracePoint& high) const override {
+        void worldBounds(TracePoint& low, TracePoint& high) const override {
             low = {-1, -1, -1};
             high = {1, 1, 1};
         }
-        Hit intersect(const TessUtils::TraceRay& ray, TessUtils::ShadingContext&) override {
-            const auto d = [](const TessUtils::TracePoint& a, const TessUtils::TracePoint& b) {
-                return a.x * b.x + a.y * b.y + a.z * b.z;
-            };
-            const TessUtils::TracePoint dir = toPoint(ray.dir);
-            const double b = d(ray.p, dir), root = b * b - d(ray.p, ray.p) + 1;
-            if (root < 0)
-                return {};
-            for (const double t : {-b - std::sqrt(root), -b + std::sqrt(root)})
+        Hit intersect(const TraceRay& ray, ShadingContext&) override {
+            double b = 0, c = -1;
+            for (int axis = 0; axis < 3; ++axis) {
+                b += ray.p[axis] * ray.dir[axis];
+                c += ray.p[axis] * ray.p[axis];
+            }
+            const double root = std::sqrt(b * b - c);  // NaN beside the ball
+            for (const double t : {-b - root, -b + root})
                 if (t > ray.mint && t < ray.maxt)
-                    return {t, toVector(ray.p + dir * t), true};
+                    return {t, toVector(ray.p + toPoint(ray.dir) * t), true};
             return {};
         }
-        void shadeHit(TessUtils::ShadingContext&, const Hit& hit,
-                      TessUtils::VolumeResult& out) override {
+        void shadeHit(ShadingContext&, const Hit& hit, VolumeResult& out) override {
             out.color.color = {hit.normal.z, hit.normal.z, hit.normal.z};
             out.transparency.color = {0.5f, 0.5f, 0.5f};
         }
@@ -176,7 +161,7 @@ private:
 };
 
 /// A context that no tracer made.
-class PlainContext final : public TessUtils::ShadingContext {};
+class PlainContext final : public ShadingContext {};
 
 /// Scenes given as the inside of a JSON object. Every pixel looks exactly through its centre.
 class TracerFixture : public ::testing::Test {
@@ -200,37 +185,24 @@ protected:
     /// `settings` are rows of TessraSettings besides size and filter.
     FrameBuffer render(const std::string& plugins, const std::string& settings = "",
                        int threads = 1) {
-        std::string error;
-        FrameBuffer pixels = tryRender(plugins, settings, threads, error);
-        EXPECT_EQ(error, "");
-        return pixels;
+        Output output;
+        EXPECT_EQ(renderTo(output, plugins, settings, threads).error, "");
+        return output.pixels;
     }
-    FrameBuffer tryRender(const std::string& plugins, const std::string& settings, int threads,
-                          std::string& error) {
-        const auto scene = makeScene(plugins, settings);
+    SessionResult renderTo(FrameOutput& output, const std::string& plugins,
+                           const std::string& settings = "", int threads = 1) {
+        const auto scene = registry_.scene(
+            R"("s": {"plugin": "TessraSettings", "width": )" + std::to_string(width_) +
+                R"(, "height": )" + std::to_string(height_) + unless(settings, "samples", "1") +
+                unless(settings, "filter_width", "0") + (settings.empty() ? "" : ", ") + settings +
+                "}, " + plugins,
+            "/scenes/test.json");
         if (!scene)
             return {};
         PathTracer tracer(registry_.log.log);
-        Output output;
         SessionOptions options;
         options.threads = threads;
-        const SessionResult result =
-            RenderSession(*scene, tracer, output, registry_.log.log, abort_).run(options);
-        error = result.error;
-        return output.pixels;
-    }
-    /// Null with a failed test when the text is at fault.
-    std::unique_ptr<Scene> makeScene(const std::string& plugins, const std::string& settings) {
-        const std::string text = R"({"nimbra": 1, "s": {"plugin": "TessraSettings", "width": )" +
-                                 std::to_string(width_) + R"(, "height": )" +
-                                 std::to_string(height_) + unless(settings, "samples", "1") +
-                                 unless(settings, "filter_width", "0") +
-                                 (settings.empty() ? "" : ", ") + settings + "}, " + plugins + "}";
-        SceneDiagnostics diagnostics;
-        const SceneDocument document = SceneDocument::parse(text, "/scenes/test.json", diagnostics);
-        auto scene = Scene::create(document, registry_.registry, diagnostics);
-        EXPECT_EQ(diagnostics.str(), "");
-        return scene;
+        return RenderSession(*scene, tracer, output, registry_.log.log, abort_).run(options);
     }
     static std::string unless(const std::string& settings, const std::string& row,
                               const std::string& value) {
@@ -238,11 +210,11 @@ protected:
                                                                      : "";
     }
     /// The middle pixel.
-    static TessUtils::Color centre(const FrameBuffer& p) {
+    static Color centre(const FrameBuffer& p) {
         const auto v = p.pixel(p.width / 2, p.height / 2);
         return {v[0], v[1], v[2]};
     }
-    TessUtils::Color centreOf(const std::string& plugins, const std::string& settings = "") {
+    Color centreOf(const std::string& plugins, const std::string& settings = "") {
         return centre(render(plugins, settings));
     }
 

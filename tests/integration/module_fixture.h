@@ -10,58 +10,45 @@
 #include <string>
 #include <vector>
 
+#include "host/fake_library.h"
 #include "host/path_tracer.h"
-#include "host/plugin_registry.h"
 #include "host/session.h"
 
 namespace nimbra::host {
 
-/// Keeps the frames that a session gives out.
-class KeptFrames final : public FrameOutput {
-public:
-    bool write(const FinishedFrame& frame, std::string&) override {
-        frames.push_back(frame.frame);
-        pictures.push_back(frame.pixels);
-        return true;
-    }
-    std::vector<FrameNumber> frames;
-    std::vector<FrameBuffer> pictures;
-};
-
-class ModuleTest : public ::testing::Test {
+class ModuleTest : public ::testing::Test, protected FrameOutput {
 protected:
     ModuleTest() {
         addHostPlugins(registry_);
         std::string error;
-        loaded_ = registry_.loadModule(NIMBRA_MODULE, error);
-        EXPECT_TRUE(loaded_) << error;
+        EXPECT_TRUE(registry_.loadModule(NIMBRA_MODULE, error)) << error;
+    }
+    bool write(const FinishedFrame& frame, std::string&) override {
+        pictures_.push_back(frame.pixels);
+        return true;
+    }
+    /// The pictures of some frames of a scene, which is the inside of a JSON object.
+    const std::vector<FrameBuffer>& render(const std::string& body,
+                                           std::vector<FrameNumber> frames = {1}, int threads = 2) {
+        pictures_.clear();
+        std::string faults;
+        const auto scene = test::makeScene(registry_, body, faults);
+        EXPECT_EQ(faults, "");
+        if (scene) {
+            PathTracer tracer(log_.log);
+            AbortFlag abort;
+            SessionOptions options;
+            options.frames = std::move(frames);
+            options.threads = threads;
+            const auto result = RenderSession(*scene, tracer, *this, log_.log, abort).run(options);
+            EXPECT_EQ(result.status, RenderStatus::Complete) << result.error;
+        }
+        return pictures_;
     }
 
-    std::unique_ptr<Scene> make(const std::string& body) {
-        SceneDiagnostics diagnostics;
-        auto scene = Scene::create(
-            SceneDocument::parse("{\"nimbra\": 1,\n" + body + "}", "s.json", diagnostics),
-            registry_, diagnostics);
-        faults_ = diagnostics.str();
-        return scene;
-    }
-    SessionResult render(Scene& scene, KeptFrames& output, std::vector<FrameNumber> frames,
-                         int threads) {
-        PathTracer tracer(log_);
-        AbortFlag abort;
-        SessionOptions options;
-        options.frames = std::move(frames);
-        options.threads = threads;
-        return RenderSession(scene, tracer, output, log_, abort).run(options);
-    }
-
-    std::vector<std::string> lines_;
-    HostLog log_{LogLevel::Debug, [this](LogLevel level, std::string_view line) {
-                     lines_.push_back(std::string(toString(level)) + ": " + std::string(line));
-                 }};
-    PluginRegistry registry_{log_};
-    bool loaded_ = false;
-    std::string faults_;
+    test::LogLines log_;
+    PluginRegistry registry_{log_.log};
+    std::vector<FrameBuffer> pictures_;
 };
 
 }  // namespace nimbra::host

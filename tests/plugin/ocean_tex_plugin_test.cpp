@@ -16,35 +16,16 @@ namespace {
 
 using namespace TessUtils;
 
-struct ConstantScale final : TextureInterface {
-    AColor color;
-    Plugin* getPlugin() override { return nullptr; }
-    AColor getTexColor(const TextureContext&) override { return color; }
-};
-
-struct Placement final : UvwGenInterface {
-    Transform transform;
-    Plugin* getPlugin() override { return nullptr; }
-    Transform getUVWTransform(double) const override { return transform; }
-};
-
 class OceanTex : public testing::Test {
 protected:
     OceanTex() {
-        desc_ = descriptor("NmbShaderOceanTex");
-        plugin_ = desc_->newPlugin();
-        texture = dynamic_cast<NimbraOceanTexPlugin*>(plugin_);
         renderer.frame.t = 12;
         renderer.frame.frameStart = 11;
         renderer.frame.frameEnd = 13;
         at_.position = {3, 4, -5};
     }
-    ~OceanTex() override { desc_->deletePlugin(plugin_); }
-
-    void set(const char* name, ParamScalar value) {
-        values_.emplace_back(name, std::move(value));
-        ASSERT_TRUE(texture->setParameter(&values_.back())) << name;
-    }
+    void set(const char* name, ParamScalar value) { texture.set(name, std::move(value)); }
+    void set(std::initializer_list<std::pair<const char*, ParamScalar>> rows) { texture.set(rows); }
     Color ask() {
         texture->frameBegin(&renderer);
         const AColor answer = texture->getTexColor(at_);
@@ -52,26 +33,21 @@ protected:
         return answer.color;
     }
     /// What a sea with the rows' defaults moves at a point of its own space.
-    Vector wave(float x, float y, float time, float filter = 0) {
+    static Vector wave(float x, float y, float time = 11 / 30.0f, float filter = 0) {
         Ocean ocean;
         ocean.setup(OceanSettings());
         return ocean.evaluate(x, y, time, filter);
     }
 
     FakeRenderer renderer;
-    NimbraOceanTexPlugin* texture = nullptr;
+    Made<NimbraOceanTexPlugin> texture{"NmbShaderOceanTex"};
     TextureContext at_;
-
-private:
-    PluginDesc* desc_ = nullptr;
-    Plugin* plugin_ = nullptr;
-    std::deque<DefParam> values_;
 };
 
 TEST_F(OceanTex, Defaults_SwapTheAxesAndMapThoseThatStandInXAndY) {
-    const Vector v = wave(3, -5, 11 / 30.0f);
+    const Vector v = wave(3, -5);
     EXPECT_EQ(ask(), (Color{(v.x + 1) * 0.5f, (v.z + 1) * 0.5f, v.y}));
-    EXPECT_EQ(texture->getInterface(ids::kTexture), static_cast<TextureInterface*>(texture));
+    EXPECT_EQ(texture->getInterface(ids::kTexture), static_cast<TextureInterface*>(texture.get()));
 }
 
 TEST_F(OceanTex, Rows_EachReachTheirOwnSettingOfTheSea) {
@@ -122,8 +98,7 @@ TEST_F(OceanTex, Time_FollowsTheShutterAndTheHostsFrames) {
 }
 
 TEST_F(OceanTex, Filter_IsScaledLikeThePlaceAndIgnoredWhereTheRaySaysSo) {
-    set("up_vector", 0);
-    set("meter_scale", 2.0f);
+    set({{"up_vector", 0}, {"meter_scale", 2.0f}});
     set("wind", 1.5f);  // times the scale the default
     set("rgboffset", 0.25f);
     at_.filterSize = 0.5f;
@@ -139,17 +114,10 @@ TEST_F(OceanTex, Filter_IsScaledLikeThePlaceAndIgnoredWhereTheRaySaysSo) {
 
 TEST_F(OceanTex, ScaleTexture_WorksAboutTheMiddleOfRedAndBlue) {
     const Color plain = ask();
-    ConstantScale scale;
-    scale.color = {{0.5f, 3, 2}, 1};
-    struct Holder : Plugin {
-        TextureInterface* texture;
-        PluginDesc* getPluginDesc() override { return nullptr; }
-        PluginInterface* getInterface(InterfaceID id) override {
-            return id == ids::kTexture ? texture : Plugin::getInterface(id);
-        }
-    } holder;
-    holder.texture = &scale;
-    set("scaletex", static_cast<PluginBase*>(&holder));
+    struct Scale : PluginOf<TextureInterface> {
+        AColor getTexColor(const TextureContext&) override { return {{0.5f, 3, 2}, 1}; }
+    } scale;
+    set("scaletex", &scale);
     EXPECT_EQ(ask(),
               (Color{(plain.r - 0.5f) * 0.5f + 0.5f, plain.g * 3, (plain.b - 0.5f) * 2 + 0.5f}));
 }
@@ -158,16 +126,17 @@ TEST_F(OceanTex, Placement_TurnsTheSeaWithTheWorldAndKeepsItThereUnderASceneOffs
     set("up_vector", 0);
     renderer.frame.sceneOffset = {100, -20, 0};
     at_.position = {-97, 24, -5};
-    const Vector still = wave(3, 4, 11 / 30.0f);
+    const Vector still = wave(3, 4);
     EXPECT_EQ(ask(), (Color{(still.x + 1) * 0.5f, (still.y + 1) * 0.5f, still.z}));
 
     // World x runs along the sea's y, world y against its x: the wind blows along -y.
-    Placement placement;
-    placement.transform.f[0] = {0, 1, 0};
-    placement.transform.f[1] = {-1, 0, 0};
-    placement.transform.offs = {7, 0, 0};
+    struct Placement : UvwGenInterface {
+        Transform transform;
+        Transform getUVWTransform(double) const override { return transform; }
+    } placement;
+    placement.transform = {{{0, 1, 0}, {-1, 0, 0}, {0, 0, 1}}, {7, 0, 0}};
     texture->addInterface(&placement, false);
-    const Vector turned = wave(7 - 4, 3, 11 / 30.0f);
+    const Vector turned = wave(7 - 4, 3);
     const Color color = ask();
     EXPECT_FLOAT_EQ(color.r, (turned.y + 1) * 0.5f);
     EXPECT_FLOAT_EQ(color.g, (-turned.x + 1) * 0.5f);

@@ -14,136 +14,111 @@ namespace {
 
 using namespace TessUtils;
 using test::makeFrame;
-using test::SimFixture;
+using Lines = std::vector<std::string>;
 
-class SimMessages : public ::testing::Test {
+class SimMessages : public test::SimFixture {
 protected:
-    SimMessages() { f.cache.frame = makeFrame(30, 40, 1); }
+    SimMessages() { cache.frame = makeFrame(30, 40, 1); }
 
     /// The warnings of one frame load.
-    std::vector<std::string> warnings() {
-        f.log.lines.clear();
-        f.sim->preFrameBegin(&f.renderer);
-        std::vector<std::string> found;
-        for (const std::string& line : f.log.lines)
-            if (line.rfind("warning: ", 0) == 0)
+    Lines warnings() {
+        log.lines.clear();
+        load();
+        Lines found;
+        for (const std::string& line : log.lines)
+            if (line.starts_with("warning: "))
                 found.push_back(line.substr(9));
         return found;
     }
-    NimbraRenderer& shader() { return *f.sim->getRenderer(0); }
-    using Lines = std::vector<std::string>;
-
-    SimFixture f;
+    NimbraRenderer& shader() { return *sim->getRenderer(0); }
+    const Lines kQuiet;
+    TessraSequenceData& sequence = renderer.sequence;
 };
 
-TEST_F(SimMessages, DefaultContainer_IsQuiet) {
-    EXPECT_EQ(warnings(), Lines());
-    f.renderer.sequence.progress = nullptr;
-    EXPECT_EQ(warnings(), Lines());
-}
-
 TEST_F(SimMessages, MotionBlur_NeedsVelocities) {
+    EXPECT_EQ(warnings(), kQuiet);
     const Lines expected = {
         "[NimbraSimPlugin] Motion blur without velocity channel will not work properly.\n"};
-    f.renderer.sequence.motionBlurOn = 1;
+    test::FakeCamera camera;
+    sequence.addInterface(&camera, false);
+    EXPECT_EQ(warnings(), kQuiet);
+    camera.motionBlur = 0;
     EXPECT_EQ(warnings(), expected);
-    for (int channel : {kVelocityX, kVelocityY}) {
-        f.cache.frame->channels[channel].allocate(f.cache.frame->gridSize);
-        f.cache.frame->channelMask |= channelBit(channel);
+    sequence.removeInterface(&camera);
+    sequence.motionBlurOn = 1;
+    for (const int channel : {kVelocityX, kVelocityY, kVelocityZ}) {
+        EXPECT_EQ(warnings(), expected);
+        test::addChannel(*cache.frame, channel);
     }
-    EXPECT_EQ(warnings(), expected);
-    f.cache.frame->channels[kVelocityZ].allocate(f.cache.frame->gridSize);
-    f.cache.frame->channelMask |= channelBit(kVelocityZ);
-    EXPECT_EQ(warnings(), Lines());
+    EXPECT_EQ(warnings(), kQuiet);
 
-    f.cache.frame = makeFrame(2, 2, 2);
-    f.set("velocity_mult", 1e-7f);
-    EXPECT_EQ(warnings(), Lines());
-    f.set("velocity_mult", 1.0f);
-    f.setList("velocities", paramtype_color, {});
-    EXPECT_EQ(warnings(), Lines());
-}
-
-TEST_F(SimMessages, CameraWithMotionBlur_CountsAsWell) {
-    struct Camera : CameraSettingsInterface {
-        int blur = -1;
-        int getValue(int key) override { return key == kCameraMotionBlurKey ? blur : 12345; }
-    } camera;
-    f.renderer.sequence.addInterface(&camera, false);
-    EXPECT_EQ(warnings(), Lines());
-    camera.blur = 0;
-    EXPECT_EQ(warnings().size(), 1u);
+    cache.frame = makeFrame(2, 2, 2);
+    set("velocity_mult", 1e-7f);
+    EXPECT_EQ(warnings(), kQuiet);
+    set("velocity_mult", 1.0f);
+    setList("velocities", paramtype_color, {});
+    EXPECT_EQ(warnings(), kQuiet);
 }
 
 TEST_F(SimMessages, GeometryMode_WantsTransparencyLevels) {
-    f.set("geommode", 1);
-    f.set("rendstep", 50);
+    set({{"geommode", 1}, {"rendstep", 50}});
     // 50 cells across, half a cell each: 100 steps.
-    f.renderer.sequence.maxTransparencyLevels = 101;
-    EXPECT_EQ(warnings(), Lines());
-    f.renderer.sequence.maxTransparencyLevels = 99;
+    sequence.maxTransparencyLevels = 101;
+    EXPECT_EQ(warnings(), kQuiet);
+    sequence.maxTransparencyLevels = 99;
     EXPECT_EQ(warnings(),
               (Lines{"[NimbraSimPlugin] To get better results with Volumetric Geometry mode "
                      "rendering, you may need to increase the Max transparency levels of Tessra "
                      "to about 100.\n"}));
-    f.set("rendstep", 0);
-    EXPECT_EQ(warnings(), Lines());
-    f.set("rendstep", 50);
-    test::FakeEngine engine;
-    engine.progressive = true;
-    f.renderer.sequence.addInterface(&engine, false);
-    f.renderer.sequence.isInteractive = 1;
-    EXPECT_EQ(warnings(), Lines());
+    set("rendstep", 0);
+    EXPECT_EQ(warnings(), kQuiet);
+    set("rendstep", 50);
+    interact(true, false);
+    EXPECT_EQ(warnings(), kQuiet);
     EXPECT_TRUE(shader().has(kInteractive));
 }
 
 TEST_F(SimMessages, GI_WantsEmissiveLights) {
-    f.renderer.sequence.giOn = 1;
-    f.set("al_enable", false);
-    EXPECT_EQ(warnings(), Lines());
-    f.renderer.sequence.maxRayIntensityOn = 1;
+    sequence.giOn = 1;
+    set("al_enable", false);
+    EXPECT_EQ(warnings(), kQuiet);
+    sequence.maxRayIntensityOn = 1;
     EXPECT_EQ(warnings(),
               (Lines{"[NimbraSimPlugin] Rendering in GI mode without using the Nimbra Emissive "
                      "Lights will produce incorrect illumination unless you turn off 'Max ray "
                      "intens' in Tessra.\n"}));
-    f.set("al_enable", true);
-    EXPECT_EQ(warnings(), Lines());
-    f.set("al_enable", false);
-    f.set("earg", 0);
-    EXPECT_EQ(warnings(), Lines());
+    renderer.sequence.progress = nullptr;
+    EXPECT_EQ(warnings(), kQuiet);
+    renderer.sequence.progress = &log;
+    set("al_enable", true);
+    EXPECT_EQ(warnings(), kQuiet);
+    set({{"al_enable", false}, {"earg", 0}});
+    EXPECT_EQ(warnings(), kQuiet);
 }
 
 TEST_F(SimMessages, ProgressiveSampler_HasNoUseForTheLightCache) {
-    EXPECT_EQ(warnings(), Lines());
+    EXPECT_EQ(warnings(), kQuiet);
     EXPECT_TRUE(shader().has(kLightCache));
-    f.renderer.sequence.imageSamplerType = kProgressiveSampler;
+    sequence.imageSamplerType = kProgressiveSampler;
     EXPECT_EQ(warnings(),
               (Lines{"[NimbraSimPlugin] Using the Progressive sampler with the Nimbra Light Cache "
                      "will slow down the rendering considerably. The Nimbra Light Cache will not "
                      "be used for this render.\n"}));
-    EXPECT_EQ(warnings(), Lines()) << "told once a render";
+    EXPECT_EQ(warnings(), kQuiet) << "told once a render";
     EXPECT_FALSE(shader().has(kLightCache));
-    f.sim->renderBegin(&f.renderer);
+    sim->renderBegin(&renderer);
     EXPECT_EQ(warnings().size(), 1u);
-
-    f.sim->renderBegin(&f.renderer);
-    test::FakeEngine engine;
-    engine.realtime = true;
-    f.renderer.sequence.addInterface(&engine, false);
-    f.renderer.sequence.isInteractive = 1;
-    EXPECT_EQ(warnings(), Lines());
+    sim->renderBegin(&renderer);
+    interact(false, true);
+    EXPECT_EQ(warnings(), kQuiet);
     EXPECT_FALSE(shader().has(kLightCache));
 }
 
 TEST_F(SimMessages, VisibleFire_CannotBeProbabilistic) {
-    struct Samples : ProbabilisticSettingsInterface {
-        int count = 0, countGI = 0;
-        int samples() const override { return count; }
-        int samplesGI() const override { return countGI; }
-    } samples;
-    f.renderer.sequence.addInterface(&samples, false);
-    f.set("fire_opacity_mode", 1);
-    EXPECT_EQ(warnings(), Lines());
+    test::FakeSamples samples(0, 0);
+    sequence.addInterface(&samples, false);
+    set("fire_opacity_mode", 1);
+    EXPECT_EQ(warnings(), kQuiet);
     EXPECT_EQ(shader().fire_opacity_mode, kFireVisible);
     samples.countGI = 4;
     EXPECT_EQ(warnings(),
@@ -154,18 +129,18 @@ TEST_F(SimMessages, VisibleFire_CannotBeProbabilistic) {
 }
 
 TEST_F(SimMessages, DistributedRender_WantsSharedCaches) {
-    const std::vector<std::string> hosts = {"node1"};
-    f.renderer.sequence.distributedHosts = &hosts;
+    const Lines hosts = {"node1"};
+    sequence.distributedHosts = &hosts;
     EXPECT_EQ(warnings(),
               (Lines{"[NimbraCachePlugin] You are using local machine Input path for distributed "
                      "rendering:\n",
                      "/caches/fake_0001.vdb\n",
                      "[NimbraCachePlugin] Please share the caches on a network location and adjust "
                      "you Input path.\n"}));
-    f.cache.frame->path = "//server/caches/fake_0001.vdb";
-    EXPECT_EQ(warnings(), Lines());
-    f.cache.frame->path = "";
-    EXPECT_EQ(warnings(), Lines());
+    for (const char* path : {"//server/caches/fake_0001.vdb", ""}) {
+        cache.frame->path = path;
+        EXPECT_EQ(warnings(), kQuiet);
+    }
 }
 
 }  // namespace

@@ -13,7 +13,11 @@
 #include <fstream>
 #include <functional>
 #include <limits>
+#include <regex>
+#include <sstream>
 #include <stdexcept>
+
+#include "support/temp_folder.h"
 
 namespace nimbra::test {
 
@@ -29,10 +33,9 @@ std::string GoldenCase::name() const {
     return fs::relative(path, goldenFolder()).string();
 }
 
-bool GoldenCase::ambiguous() const {
-    return isAmbiguous(json);
-}
+namespace {
 
+/// All .json files below the folder, sorted.
 std::vector<fs::path> goldenFiles() {
     std::vector<fs::path> files;
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(goldenFolder())) {
@@ -51,8 +54,6 @@ GoldenCase loadGolden(const fs::path& path) {
         throw std::runtime_error(path.string() + ": " + error.what());
     }
 }
-
-namespace {
 
 std::vector<GoldenCase> goldenWhere(const std::function<bool(const fs::path&)>& wanted) {
     std::vector<GoldenCase> cases;
@@ -90,20 +91,13 @@ bool isAmbiguous(const json& value) {
 }
 
 // --- NumPy arrays --------------------------------------------------------------------------------
-// Bytes 0-5 "\x93NUMPY", 6 major version, 7 minor version, then the header's length (16 bits, from
-// version 2 on 32 bits), the header as a Python dictionary, the values.
+// Bytes 0-5 "\x93NUMPY", 6 and 7 version 1.0, then the header's length (16 bits), the header as a
+// Python dictionary, the values.
 
 namespace {
 
 [[noreturn]] void fail(const fs::path& path, const std::string& what) {
     throw std::runtime_error(path.string() + ": " + what);
-}
-
-std::string readBytes(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file)
-        fail(path, "cannot be opened");
-    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 struct NpyHeader {
@@ -113,37 +107,20 @@ struct NpyHeader {
     std::size_t dataStart = 0;
 };
 
-/// The text that follows a key of the header's dictionary.
-std::string valueOf(const fs::path& path, const std::string& header, const std::string& key) {
-    const std::size_t place = header.find("'" + key + "':");
-    if (place == std::string::npos)
-        fail(path, "no " + key + " in the header");
-    return header.substr(header.find_first_not_of(' ', place + key.size() + 3));
-}
-
 NpyHeader parseHeader(const fs::path& path, const std::string& bytes) {
-    if (bytes.size() < 12 || bytes.compare(0, 6, "\x93NUMPY") != 0)
-        fail(path, "not a NumPy array");
-    const bool wide = bytes[6] >= 2;
-    std::uint32_t length = 0;
-    std::memcpy(&length, bytes.data() + 8, wide ? 4 : 2);
-    NpyHeader header;
-    header.dataStart = (wide ? 12u : 10u) + length;
-    if (header.dataStart > bytes.size())
-        fail(path, "the header is cut");
-    const std::string text = bytes.substr(wide ? 12 : 10, length);
-
-    const std::string type = valueOf(path, text, "descr");
-    header.type = type.substr(1, type.find('\'', 1) - 1);
-    header.columnMajor = valueOf(path, text, "fortran_order").starts_with("True");
-    const std::string shape = valueOf(path, text, "shape");
-    for (const char* at = shape.c_str() + 1; *at && *at != ')';) {
-        char* end = nullptr;
-        const std::size_t extent = std::strtoull(at, &end, 10);
-        if (end != at)
-            header.shape.push_back(extent);
-        at = end == at ? at + 1 : end;
-    }
+    static const std::regex layout(
+        "^\\{'descr': '(...)', 'fortran_order': (True|False), 'shape': \\(([0-9, ]*)\\)");
+    std::uint16_t length = 0;
+    if (bytes.compare(0, 7, "\x93NUMPY\1") == 0 && bytes.size() > 10)
+        std::memcpy(&length, bytes.data() + 8, sizeof length);
+    const std::string text = bytes.substr(std::min<std::size_t>(10, bytes.size()), length);
+    std::smatch found;
+    if (!std::regex_search(text, found, layout))
+        fail(path, "not a NumPy array of version 1");
+    NpyHeader header{found[1], found[2] == "True", {}, 10u + length};
+    std::istringstream shape(std::regex_replace(found[3].str(), std::regex(","), " "));
+    for (std::size_t extent; shape >> extent;)
+        header.shape.push_back(extent);
     return header;
 }
 
@@ -152,7 +129,7 @@ std::vector<T> convert(const fs::path& path, const std::string& bytes, const Npy
     std::size_t count = 1;
     for (const std::size_t extent : header.shape)
         count *= extent;
-    if (bytes.size() - header.dataStart != count * sizeof(Stored))
+    if (bytes.size() != header.dataStart + count * sizeof(Stored))
         fail(path, "holds another number of values than its shape says");
     std::vector<T> values(count);
     for (std::size_t i = 0; i < count; ++i) {
@@ -189,7 +166,7 @@ NpyArray<T> readNpy(const fs::path& path) {
         {"<i4", convert<std::int32_t, T>}, {"<u4", convert<std::uint32_t, T>},
         {"<i8", convert<std::int64_t, T>}, {"<u8", convert<std::uint64_t, T>},
         {"|u1", convert<std::uint8_t, T>}, {"|b1", convert<std::uint8_t, T>}};
-    const std::string bytes = readBytes(path);
+    const std::string bytes = readFile(path);
     const NpyHeader header = parseHeader(path, bytes);
     for (const auto& [type, convertValues] : kTypes) {
         if (header.type != type)

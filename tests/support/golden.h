@@ -24,12 +24,15 @@ namespace nimbra::test {
 
 std::filesystem::path goldenFolder();
 
+/// True where a case allows more than one answer: print the difference, don't fail.
+bool isAmbiguous(const nlohmann::json& value);
+
 /// One .json file.
 struct GoldenCase {
     std::filesystem::path path;
     nlohmann::json json;
 
-    bool ambiguous() const;
+    bool ambiguous() const { return isAmbiguous(json); }
     /// Relative to the golden folder.
     std::string name() const;
     /// A file next to this one.
@@ -38,8 +41,7 @@ struct GoldenCase {
     }
 };
 
-/// All .json files below the folder, sorted; throws if one can't be parsed.
-std::vector<std::filesystem::path> goldenFiles();
+/// Throws if it can't be parsed.
 GoldenCase loadGolden(const std::filesystem::path& path);
 /// The files whose "type" is this. The project's own set must have some of every type that is
 /// asked.
@@ -49,9 +51,6 @@ std::vector<GoldenCase> goldenCases(const std::string& type);
 std::vector<GoldenCase> goldenNamed(const std::string& stem);
 /// The files that lie in a folder of this name ("kol").
 std::vector<GoldenCase> goldenInFolder(const std::string& folder);
-
-/// True where a case allows more than one answer: print the difference, don't fail.
-bool isAmbiguous(const nlohmann::json& value);
 
 /// A NumPy array, flattened so that the last index runs fastest: a grid [z][y][x] is x fastest.
 template <class T>
@@ -86,6 +85,13 @@ struct Tolerance {
 /// Fails, or prints for an ambiguous case, unless the value is as expected.
 void expectGolden(const GoldenCase& golden, const Tolerance& tolerance, double got, double expected,
                   const std::string& what);
+/// The same for each element of a list; `got` is read by index.
+template <class List>
+void expectGoldens(const GoldenCase& golden, const Tolerance& tolerance, const List& got,
+                   const nlohmann::json& expected, const std::string& what) {
+    for (int i = 0; i < static_cast<int>(expected.size()); ++i)
+        expectGolden(golden, tolerance, got[i], expected[i], what + ", " + std::to_string(i));
+}
 testing::AssertionResult isNear(double got, double expected, const Tolerance& tolerance);
 /// Element by element; names the worst place. With a mask, only where it is 1.
 testing::AssertionResult areNear(std::span<const float> got, std::span<const float> expected,

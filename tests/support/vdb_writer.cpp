@@ -9,6 +9,7 @@
 #include <tbb/global_control.h>
 
 #include <fstream>
+#include <map>
 
 namespace nimbra::test {
 
@@ -85,25 +86,17 @@ openvdb::GridBase::Ptr makePoints(const GridSpec& spec) {
 }
 
 openvdb::GridBase::Ptr makeByType(const GridSpec& spec) {
-    if (spec.type == "float")
-        return makeGrid<openvdb::FloatGrid>(spec);
-    if (spec.type == "double")
-        return makeGrid<openvdb::DoubleGrid>(spec);
-    if (spec.type == "int32")
-        return makeGrid<openvdb::Int32Grid>(spec);
-    if (spec.type == "int64")
-        return makeGrid<openvdb::Int64Grid>(spec);
-    if (spec.type == "vec3s")
-        return makeGrid<openvdb::Vec3SGrid>(spec);
-    if (spec.type == "vec3d")
-        return makeGrid<openvdb::Vec3DGrid>(spec);
-    if (spec.type == "vec3i")
-        return makeGrid<openvdb::Vec3IGrid>(spec);
-    if (spec.type == "bool")
-        return makeGrid<openvdb::BoolGrid>(spec);
-    if (spec.type == "points")
-        return makePoints(spec);
-    throw std::runtime_error("no grid type " + spec.type);
+    using Make = openvdb::GridBase::Ptr (*)(const GridSpec&);
+    static const std::map<std::string, Make> kTypes = {{"float", makeGrid<openvdb::FloatGrid>},
+                                                       {"double", makeGrid<openvdb::DoubleGrid>},
+                                                       {"int32", makeGrid<openvdb::Int32Grid>},
+                                                       {"int64", makeGrid<openvdb::Int64Grid>},
+                                                       {"vec3s", makeGrid<openvdb::Vec3SGrid>},
+                                                       {"vec3d", makeGrid<openvdb::Vec3DGrid>},
+                                                       {"vec3i", makeGrid<openvdb::Vec3IGrid>},
+                                                       {"bool", makeGrid<openvdb::BoolGrid>},
+                                                       {"points", makePoints}};
+    return kTypes.at(spec.type)(spec);
 }
 
 openvdb::math::Transform::Ptr makeTransform(const GridSpec& spec) {

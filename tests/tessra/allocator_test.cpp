@@ -11,8 +11,11 @@
 #include <thread>
 #include <vector>
 
+#include "support/threads.h"
+
 namespace {
 
+using nimbra::test::onThreads;
 using TessUtils::MemoryTracker;
 
 /// What the heap holds more than at the start of a test.
@@ -48,12 +51,11 @@ TEST_F(AllocatorTest, EveryKindOfBlock_CountsWhileItLives) {
     EXPECT_EQ(static_cast<char*>(larger)[999], 7);
     EXPECT_EQ(blocks(), 3);
     EXPECT_GE(bytes(), 205300);
-    vfree(vrealloc(larger, 0));
-    vfree(zeroed);
+    for (void* block :
+         {vrealloc(larger, 0), zeroed, vrealloc(nullptr, 10), static_cast<void*>(nullptr)})
+        vfree(block);
     vfree_aligned(aligned);
-    vfree(nullptr);
     vfree_aligned(nullptr);
-    vfree(vrealloc(nullptr, 10));
     EXPECT_EQ(blocks(), 0);
     EXPECT_EQ(bytes(), 0);
 }
@@ -77,21 +79,19 @@ TEST_F(AllocatorTest, ImpossibleSizes_AnswerNullWithTheError) {
 
 TEST_F(AllocatorTest, FailAllocation_FailsTheNthOfAllThreadsOnce) {
     tracker.failAllocation(3);
-    void* const first = vmalloc(8);
+    void* first = vmalloc(8);
     void* second = nullptr;
     std::thread([&] { second = vcalloc(1, 8); }).join();
-    EXPECT_NE(first, nullptr);
-    EXPECT_NE(second, nullptr);
     EXPECT_EQ(vrealloc(first, 500), nullptr);
-    void* const fourth = vrealloc(first, 500);
-    EXPECT_NE(fourth, nullptr);
+    first = vrealloc(first, 500);
+    EXPECT_TRUE(first && second);
     tracker.failAllocation(1);
     EXPECT_EQ(vmalloc_aligned(8, 16), nullptr);
     tracker.failAllocation(1);
     tracker.failAllocation(0);
-    void* const fifth = vmalloc(8);
-    EXPECT_NE(fifth, nullptr);
-    for (void* block : {second, fourth, fifth})
+    void* const third = vmalloc(8);
+    EXPECT_NE(third, nullptr);
+    for (void* block : {first, second, third})
         vfree(block);
     EXPECT_EQ(blocks(), 0);
 }
@@ -112,35 +112,24 @@ TEST_F(AllocatorTest, Peak_IsTheMostOfAllThreadsTogether) {
 TEST_F(AllocatorTest, BlocksThatCrossThreads_AreCountedRightInTheEnd) {
     constexpr int kThreads = 4;
     constexpr int kBlocks = 5000;
-    // Each thread frees what its neighbour allocated, while others start, end and are counted.
-    std::vector<std::vector<void*>> handed(kThreads);
-    std::vector<std::thread> threads;
-    threads.reserve(kThreads);
-    for (std::vector<void*>& list : handed) {
-        threads.emplace_back([&list] {
-            vallocInitializeForCurrentThread();
-            for (int i = 0; i < kBlocks; ++i)
-                list.push_back(vmalloc(static_cast<std::size_t>(i % 300)));
-            vallocTerminateForCurrentThread();
-        });
-    }
     std::atomic<bool> done{false};
     std::thread reader([&] {
         while (!done)
             tracker.currentBytes();
     });
-    for (std::thread& thread : threads)
-        thread.join();
+    // Each thread frees what its neighbour allocated, while others start, end and are counted.
+    std::vector<void*> handed[kThreads];
+    onThreads(kThreads, [&](int t) {
+        vallocInitializeForCurrentThread();
+        for (int i = 0; i < kBlocks; ++i)
+            handed[t].push_back(vmalloc(static_cast<std::size_t>(i % 300)));
+        vallocTerminateForCurrentThread();
+    });
     EXPECT_EQ(blocks(), kThreads * kBlocks);
-    threads.clear();
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&handed, t] {
-            for (void* block : handed[static_cast<std::size_t>((t + 1) % kThreads)])
-                vfree(block);
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
+    onThreads(kThreads, [&](int t) {
+        for (void* block : handed[(t + 1) % kThreads])
+            vfree(block);
+    });
     done = true;
     reader.join();
     EXPECT_EQ(blocks(), 0);

@@ -15,22 +15,20 @@
 namespace TessUtils {
 namespace {
 
-class Body : public ThreadProcedure {
-public:
-    explicit Body(std::function<void(int)> run) : run_(std::move(run)) {}
-    void Run(int index) override { run_(index); }
-
-private:
-    std::function<void(int)> run_;
+struct Body : ThreadProcedure {
+    std::function<void(int)> run;
+    explicit Body(std::function<void(int)> body) : run(std::move(body)) {}
+    void Run(int index) override { run(index); }
 };
 
-struct DeleteManager {
-    void operator()(ThreadManager* manager) const { deleteThreadManager(manager); }
-};
-using ManagerPtr = std::unique_ptr<ThreadManager, DeleteManager>;
+using ManagerPtr = std::unique_ptr<ThreadManager, decltype(&deleteThreadManager)>;
+
+ManagerPtr makeManager(int threads) {
+    return {newThreadManager(threads), deleteThreadManager};
+}
 
 TEST(ThreadManager, Bodies_RunAtTheSameTimeWithTheirNumbers) {
-    const ManagerPtr manager(newThreadManager(2));
+    const ManagerPtr manager = makeManager(2);
     EXPECT_EQ(manager->getNumberOfProcessors(), 2);
     constexpr int kBodies = 10;  // more than processors: they must not queue
     std::latch all(kBodies);
@@ -49,7 +47,7 @@ TEST(ThreadManager, Bodies_RunAtTheSameTimeWithTheirNumbers) {
 }
 
 TEST(ThreadManager, EndedThreads_AreLentAgain) {
-    const ManagerPtr manager(newThreadManager(1));
+    const ManagerPtr manager = makeManager(1);
     std::set<std::thread::id> ids;
     Body body([&](int) { ids.insert(std::this_thread::get_id()); });
     for (int round = 0; round < 100; ++round) {
@@ -65,10 +63,10 @@ TEST(ThreadManager, Deletion_WaitsForTheLastBody) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         ++done;
     });
-    ThreadManager* const manager = newThreadManager(1);
+    ManagerPtr manager = makeManager(1);
     manager->runThread(&body, 0, nullptr);
     manager->runThread(&body, 1, nullptr);
-    deleteThreadManager(manager);
+    manager.reset();
     EXPECT_EQ(done, 2);
     deleteThreadManager(nullptr);
 }

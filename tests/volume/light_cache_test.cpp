@@ -64,19 +64,16 @@ TEST(LightCacheGolden, LookupsGiveTheExpectedLight) {
         const auto cache = makeCache(j["size"][0], j["size"][1], j["size"][2]);
         for (std::size_t i = 0; i < j["positions"].size(); ++i) {
             const json& p = j["positions"][i];
-            const Color got = lookup(*cache, {p[0], p[1], p[2]}, illuminator, j["lightcachesr"]);
-            for (int channel = 0; channel < 3; ++channel)
-                expectGolden(golden, tolerance, got[channel], j["rgb"][i][channel],
-                             "position " + std::to_string(i));
+            expectGoldens(golden, tolerance,
+                          lookup(*cache, {p[0], p[1], p[2]}, illuminator, j["lightcachesr"]),
+                          j["rgb"][i], "position " + std::to_string(i));
         }
-        std::vector<int> filled;
-        const int voxels =
-            j["size"][0].get<int>() * j["size"][1].get<int>() * j["size"][2].get<int>();
-        for (int i = 0; i < voxels; ++i) {
+        json filled = json::array();
+        const std::vector<int> size = j["size"];
+        for (int i = 0; i < size[0] * size[1] * size[2]; ++i)
             if (cache->isLit(i))
                 filled.push_back(i);
-        }
-        EXPECT_EQ(filled, j["filled"].get<std::vector<int>>()) << golden.name();
+        EXPECT_EQ(filled, j["filled"]) << golden.name();
         for (const json& seed : j["seeds"])
             EXPECT_EQ(lightCacheSeed(seed["index"]), seed["seed"].get<std::uint32_t>());
     }

@@ -2,8 +2,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Single rays against golden values.
-#include "support/golden.h"
-#include "volume/golden_tables.h"
 #include "volume/test_scene.h"
 
 namespace nimbra::test {
@@ -13,16 +11,10 @@ using nlohmann::json;
 using TessUtils::Color;
 using TessUtils::Vector;
 
-Color colorFrom(const json& list) {
-    return {list[0].get<float>(), list[1].get<float>(), list[2].get<float>()};
-}
-
-Vector vectorFrom(const json& list) {
-    return {list[0].get<float>(), list[1].get<float>(), list[2].get<float>()};
-}
-
-TessUtils::TracePoint pointFrom(const json& list) {
-    return {list[0].get<double>(), list[1].get<double>(), list[2].get<double>()};
+/// A Color, Vector or TracePoint of its three numbers.
+template <class T>
+T tripleFrom(const json& list) {
+    return {list[0], list[1], list[2]};
 }
 
 TessUtils::Transform transformFrom(const json& m) {
@@ -47,26 +39,19 @@ void buildTables(TestVolume& volume, const json& luts) {
 void setGizmo(TestVolume& volume, const json& from) {
     std::vector<ShapesGizmo::Shape> shapes;
     for (const json& shape : from["shapes"]) {
-        ShapesGizmo::Shape s;
-        s.sphere = shape["shape"] == "sphere";
-        if (s.sphere) {
-            s.center = vectorFrom(shape["center"]);
-            s.radius = shape["radius"];
+        if (shape["shape"] == "sphere") {
+            const float r = shape["radius"];
+            const Vector center = tripleFrom<Vector>(shape["center"]), reach{r, r, r};
+            shapes.push_back({true, center - reach, center + reach});
         } else {
-            s.low = vectorFrom(shape["min"]);
-            s.high = vectorFrom(shape["max"]);
+            shapes.push_back(
+                {false, tripleFrom<Vector>(shape["min"]), tripleFrom<Vector>(shape["max"])});
         }
-        shapes.push_back(s);
     }
     volume.gizmo = std::make_unique<ShapesGizmo>(shapes);
     const NMBUtils::Matrix34 place =
         NMBUtils::Matrix34::fromTransform(transformFrom(from["world_from_gizmo"]));
     volume.shader.setGizmo(volume.gizmo.get(), place, place);
-}
-
-/// Rows that other parts of the library read.
-bool isShaderParameter(const std::string& key) {
-    return key != "usegizmo";
 }
 
 std::unique_ptr<TestVolume> makeVolume(const GoldenCase& golden, const json& from) {
@@ -84,8 +69,8 @@ std::unique_ptr<TestVolume> makeVolume(const GoldenCase& golden, const json& fro
     volume->params.set("jitter", 1);
     for (const auto& [key, value] : from["params"].items()) {
         if (key == "simple_color")
-            volume->params.simpleColor = colorFrom(value);
-        else if (isShaderParameter(key))
+            volume->params.simpleColor = tripleFrom<Color>(value);
+        else if (key != "usegizmo")  // of no meaning to the shader
             volume->params.set(key, value);
     }
     buildTables(*volume, from["luts"]);
@@ -99,21 +84,13 @@ std::unique_ptr<TestVolume> makeVolume(const GoldenCase& golden, const json& fro
 
 TestIlluminator::Light lightFrom(const json& from) {
     TestIlluminator::Light light;
-    light.color = colorFrom(from["color"]);
+    light.color = tripleFrom<Color>(from["color"]);
     light.directional = from["type"] == "directional";
     if (light.directional) {
-        light.toLight = vectorFrom(from["to_light"]);
+        light.toLight = tripleFrom<Vector>(from["to_light"]);
         light.shadowLength = from["shadow_length"];
     }
     return light;
-}
-
-void expectColor(const GoldenCase& golden, const Color& got, const json& expected,
-                 const std::string& what) {
-    const Tolerance tolerance(golden.json["tolerance"]);
-    for (int i = 0; i < 3; ++i)
-        expectGolden(golden, tolerance, got[i], expected[i],
-                     what + " channel " + std::to_string(i));
 }
 
 TEST(MarchGolden, RaysGiveTheExpectedColorAndOpacity) {
@@ -128,11 +105,12 @@ TEST(MarchGolden, RaysGiveTheExpectedColorAndOpacity) {
         const json& query = golden.json["query"];
         const int from = query["from_volume"];
         const json& expected = golden.json["expected"];
+        const Tolerance tolerance(golden.json["tolerance"]);
         for (std::size_t i = 0; i < golden.json["rays"].size(); ++i) {
             const json& ray = golden.json["rays"][i];
             ShadeQuery shade;
-            shade.rayStart = pointFrom(ray["start"]);
-            shade.rayEnd = pointFrom(ray["end"]);
+            shade.rayStart = tripleFrom<TessUtils::TracePoint>(ray["start"]);
+            shade.rayEnd = tripleFrom<TessUtils::TracePoint>(ray["end"]);
             shade.isGI = query["is_gi"];
             shade.gamma = query["gamma"];
             shade.probabilisticSamples = query["samples"];
@@ -148,13 +126,16 @@ TEST(MarchGolden, RaysGiveTheExpectedColorAndOpacity) {
             const std::string what = "ray " + std::to_string(i);
             ShadeResult result;
             if (query["color"]) {
-                result = shadeOver(colorFrom(query["background"]), shade, shaders, illuminator);
+                result =
+                    shadeOver(tripleFrom<Color>(query["background"]), shade, shaders, illuminator);
                 EXPECT_EQ(result.marched, expected["marched"][i].get<int>()) << what;
-                expectColor(golden, result.color, expected["rgb"][i], what + " colour");
+                expectGoldens(golden, tolerance, result.color, expected["rgb"][i],
+                              what + " colour");
             } else {
                 result.opacity = shadowOf(shade, shaders, illuminator);
             }
-            expectColor(golden, result.opacity, expected["opacity"][i], what + " opacity");
+            expectGoldens(golden, tolerance, result.opacity, expected["opacity"][i],
+                          what + " opacity");
         }
     }
 }

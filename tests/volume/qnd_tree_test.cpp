@@ -28,39 +28,41 @@ struct Random {
     }
 };
 
+std::unique_ptr<VolumeShaderTessra> makeGrid(int nx, int ny, int nz) {
+    auto shader = std::make_unique<VolumeShaderTessra>();
+    shader->flags &= ~kLightCache;
+    const int size[3] = {nx, ny, nz};
+    shader->setGridSize(size);
+    return shader;
+}
+
 /// Turned and stretched grids at random places; every fourth one moves.
 struct Boxes {
     std::vector<std::unique_ptr<VolumeShaderTessra>> owned;
     std::vector<const VolumeShaderTessra*> shaders;
 
     Boxes(int count, float spread, Random& random) {
-        const int size[3] = {4, 5, 6};
         for (int i = 0; i < count; ++i) {
-            auto shader = std::make_unique<VolumeShaderTessra>();
-            shader->flags &= ~kLightCache;
-            shader->setGridSize(size);
             const Matrix34 turn{{random.vector(-1, 1), random.vector(-1, 1), random.vector(-1, 1)},
                                 {}};
-            const Vector place = random.vector(-spread, spread);
-            shader->setTransforms(turn, {{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}, place}, false);
+            Matrix34 place;
+            place.offset = random.vector(-spread, spread);
+            shaders.push_back(owned.emplace_back(makeGrid(4, 5, 6)).get());
+            owned.back()->setTransforms(turn, place, false);
+            place.offset = place.offset + random.vector(-5, 5);
             if (i % 4 == 0)
-                shader->setTransforms(
-                    turn, {{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}, place + random.vector(-5, 5)}, true);
-            shaders.push_back(shader.get());
-            owned.push_back(std::move(shader));
+                owned.back()->setTransforms(turn, place, true);
         }
     }
-};
-
-std::vector<const VolumeShader*> bruteForce(const Boxes& boxes, const WorldRay& ray) {
-    std::vector<const VolumeShader*> found;
-    for (const VolumeShaderTessra* shader : boxes.shaders) {
+    std::vector<const VolumeShader*> bruteForce(const WorldRay& ray) const {
+        std::vector<const VolumeShader*> found;
         RayBlock block;
-        if (enterGrid(block, *shader, ray))
-            found.push_back(shader);
+        for (const VolumeShaderTessra* shader : shaders)
+            if (enterGrid(block, *shader, ray))
+                found.push_back(shader);
+        return found;
     }
-    return found;
-}
+};
 
 TEST(QndTree, FindsWhatTestingEachBoxFinds) {
     Random random;
@@ -84,7 +86,7 @@ TEST(QndTree, FindsWhatTestingEachBoxFinds) {
             std::vector<const VolumeShader*> shaders;
             for (int k = 0; k < found; ++k)
                 shaders.push_back(entries[std::size_t(k)].shader);
-            EXPECT_EQ(shaders, bruteForce(boxes, ray)) << count << " boxes, ray " << i;
+            EXPECT_EQ(shaders, boxes.bruteForce(ray)) << count << " boxes, ray " << i;
             hits += shaders.size();
         }
         EXPECT_TRUE(count < 300 || hits > 30) << hits;
@@ -93,15 +95,9 @@ TEST(QndTree, FindsWhatTestingEachBoxFinds) {
 
 TEST(QndTree, EqualBoxes_StayInOrderAndTheTreeShallow) {
     std::vector<const VolumeShaderTessra*> same;
-    VolumeShaderTessra shader;
-    shader.flags &= ~kLightCache;
-    const int size[3] = {4, 4, 4};
-    shader.setGridSize(size);
-    VolumeShaderTessra without;
-    for (int i = 0; i < 64; ++i) {
-        same.push_back(&shader);
-        same.push_back(&without);
-    }
+    const auto grid = makeGrid(4, 4, 4), without = std::make_unique<VolumeShaderTessra>();
+    for (int i = 0; i < 64; ++i)
+        same.insert(same.end(), {grid.get(), without.get()});
     QndTree tree;
     tree.build(same);
     EXPECT_EQ(tree.primitiveCount(), 64u);

@@ -4,7 +4,6 @@
 // From parameter rows to shader state.
 #include <algorithm>
 
-#include "support/golden.h"
 #include "tessra/allocator.h"
 #include "volume/test_scene.h"
 
@@ -13,28 +12,19 @@ namespace {
 
 using nlohmann::json;
 
-std::unique_ptr<float[]> zeroTable(int floats) {
-    return std::make_unique<float[]>(static_cast<std::size_t>(floats));
-}
-
 void setTables(NimbraVolumeRenderLUTholder& luts, const json& from) {
-    for (const std::string& name : from.value("tables", std::vector<std::string>())) {
-        if (name == "emission")
-            luts.emission = zeroTable(3 * kLutEntries);
-        else if (name == "fireOpacity")
-            luts.fireOpacity = zeroTable(kLutEntries);
-        else if (name == "diffuse")
-            luts.diffuse = zeroTable(3 * kLutEntries);
-        else
-            luts.opacity = zeroTable(kLutEntries);
-    }
-    const auto range = [&](const char* key, LutRange& out) {
-        if (from.contains(key))
-            out = {from[key][0].get<float>(), from[key][1].get<float>()};
-    };
-    range("eRange", luts.eRange);
-    range("dRange", luts.dRange);
-    range("tRange", luts.tRange);
+    const std::pair<const char*, std::unique_ptr<float[]>&> tables[] = {
+        {"emission", luts.emission},
+        {"fireOpacity", luts.fireOpacity},
+        {"diffuse", luts.diffuse},
+        {"opacity", luts.opacity}};
+    for (const std::string& name : from.value("tables", std::vector<std::string>()))
+        for (const auto& [known, table] : tables)
+            if (name == known)
+                table = std::make_unique<float[]>(3 * kLutEntries);
+    setGoldenRange(luts.eRange, from, "eRange");
+    setGoldenRange(luts.dRange, from, "dRange");
+    setGoldenRange(luts.tRange, from, "tRange");
 }
 
 /// A volume whose channels 1 to 10 all exist and can be told apart.
@@ -58,7 +48,7 @@ int boundChannel(const VolumeShader& shader, int slot) {
 }
 
 void expectBindings(const VolumeShader& shader, const json& expected) {
-    const std::vector<std::pair<const char*, int>> slots = {
+    const std::pair<const char*, int> slots[] = {
         {"e", kSlotE}, {"d", kSlotD}, {"t", kSlotT}, {"s", kSlotS}};
     for (const auto& [name, slot] : slots)
         EXPECT_EQ(boundChannel(shader, slot), expected["slots"].value(name, 0)) << name;
@@ -66,17 +56,17 @@ void expectBindings(const VolumeShader& shader, const json& expected) {
         EXPECT_EQ(boundChannel(shader, kSlotColor + i), expected["rgb_slots"] ? kColorR + i : 0);
 }
 
-void expectTables(const TestVolume& volume, const json& expected) {
-    const std::vector<std::string> kept = expected["tables"];
-    const auto keeps = [&](const char* name) {
-        return std::find(kept.begin(), kept.end(), name) != kept.end();
+void expectTables(const VolumeShader& shader, const NimbraVolumeRenderLUTholder& luts,
+                  const json& expected) {
+    const auto expectKept = [&](const char* name, const float* got, const float* table) {
+        const json& kept = expected["tables"];
+        EXPECT_EQ(got, std::find(kept.begin(), kept.end(), name) != kept.end() ? table : nullptr)
+            << name;
     };
-    const VolumeShader& shader = volume.shader;
-    EXPECT_EQ(shader.emissionTable, keeps("emission") ? volume.luts.emission.get() : nullptr);
-    EXPECT_EQ(shader.fireOpacityTable,
-              keeps("fireOpacity") ? volume.luts.fireOpacity.get() : nullptr);
-    EXPECT_EQ(shader.diffuseTable, keeps("diffuse") ? volume.luts.diffuse.get() : nullptr);
-    EXPECT_EQ(shader.opacityTable, keeps("opacity") ? volume.luts.opacity.get() : nullptr);
+    expectKept("emission", shader.emissionTable, luts.emission.get());
+    expectKept("fireOpacity", shader.fireOpacityTable, luts.fireOpacity.get());
+    expectKept("diffuse", shader.diffuseTable, luts.diffuse.get());
+    expectKept("opacity", shader.opacityTable, luts.opacity.get());
 }
 
 TEST(SettingsGolden, RowsBecomeShaderState) {
@@ -85,61 +75,49 @@ TEST(SettingsGolden, RowsBecomeShaderState) {
         for (const json& row : golden.json["rows"]) {
             SCOPED_TRACE(golden.name() + " " + row["params"].dump());
             const auto volume = volumeWithAllChannels(row);
-            const VolumeShader& shader = volume->shader;
+            const VolumeShader& s = volume->shader;
             const json& expected = row["expected"];
-            const auto check = [&](const char* key, double got) {
+            const std::pair<const char*, double> numbers[] = {
+                {"rendstep", s.rendstep},
+                {"rendshadstep", s.rendshadstep},
+                {"stoptransp", s.stoptransp},
+                {"skiptransp", s.skiptransp},
+                {"smoketransp", s.smoketransp},
+                {"hhfactor", s.hhfactor},
+                {"gridReductInv", s.gridReductInv},
+                {"self_illum_map_min_pow", s.self_illum_map_min_pow}};
+            for (const auto& [key, got] : numbers)
                 expectGolden(golden, tolerance, got, expected[key], key);
-            };
-            EXPECT_EQ(shader.flags, expected["flags"].get<std::uint32_t>());
-            check("rendstep", shader.rendstep);
-            check("rendshadstep", shader.rendshadstep);
-            check("stoptransp", shader.stoptransp);
-            check("skiptransp", shader.skiptransp);
-            check("smoketransp", shader.smoketransp);
-            check("hhfactor", shader.hhfactor);
-            check("gridReductInv", shader.gridReductInv);
-            check("self_illum_map_min_pow", shader.self_illum_map_min_pow);
-            EXPECT_EQ(shader.bounces, expected["bounces"].get<int>());
-            EXPECT_EQ(shader.sampleMask, expected["sampleMask"].get<std::uint32_t>());
-            EXPECT_EQ(shader.wrapFlags, expected["wrapFlags"].get<std::uint32_t>());
-            EXPECT_EQ(shader.selfShadowed, expected["selfShadowed"].get<bool>());
-            for (int i = 0; i < 4; ++i) {
-                expectGolden(golden, tolerance, shader.inputScale[i], expected["inputScale"][i],
-                             "inputScale");
-                expectGolden(golden, tolerance, shader.inputOffset[i], expected["inputOffset"][i],
-                             "inputOffset");
-            }
-            for (int i = 0; i < 3; ++i)
-                expectGolden(golden, tolerance, shader.simpleColor[i], expected["simpleColor"][i],
-                             "simpleColor");
-            expectBindings(shader, expected);
-            expectTables(*volume, expected);
+            EXPECT_EQ(s.flags, expected["flags"]);
+            EXPECT_EQ(s.bounces, expected["bounces"]);
+            EXPECT_EQ(s.sampleMask, expected["sampleMask"]);
+            EXPECT_EQ(s.wrapFlags, expected["wrapFlags"]);
+            EXPECT_EQ(s.selfShadowed, expected["selfShadowed"]);
+            expectGoldens(golden, tolerance, s.inputScale, expected["inputScale"], "scale");
+            expectGoldens(golden, tolerance, s.inputOffset, expected["inputOffset"], "offset");
+            expectGoldens(golden, tolerance, s.simpleColor, expected["simpleColor"], "color");
+            expectBindings(s, expected);
+            expectTables(s, volume->luts, expected);
         }
     }
-}
-
-TestVolume& loaded(TestVolume& volume) {
-    volume.load();
-    return volume;
 }
 
 TEST(Settings, TexturesTakeTheirInputsPlace) {
     TestVolume volume(3, 3, 3);
     volume.fill(kTemperature, 1.0f);
     volume.fill(kSmoke, 1.0f);
-    volume.params.set("earg", 4);
-    volume.params.set("darg", 4);
-    volume.params.set("targ", 4);
+    for (const char* input : {"earg", "darg", "targ"})
+        volume.params.set(input, 4);
     volume.params.set("sarg", 0);
     const VolumeShader& shader = volume.shader;
 
-    loaded(volume);
+    volume.load();
     EXPECT_FALSE(shader.has(kEmissive | kDiffuse | kTextureFlags)) << "no texture connected";
     EXPECT_EQ(boundChannel(shader, kSlotT), 1) << "counts as simple smoke";
 
     std::fill(volume.params.textures, volume.params.textures + 4, true);
     volume.params.set("mod_d", 1);
-    loaded(volume);
+    volume.load();
     EXPECT_EQ(shader.flags & (kEmissive | kDiffuse | kTextureFlags),
               kEmissive | kDiffuse | kTextureFlags);
     EXPECT_EQ(shader.flags & (kModEmissive | kModDiffuse | kModOpacity), kModDiffuse);
@@ -151,7 +129,7 @@ TEST(Settings, TexturesTakeTheirInputsPlace) {
 TEST(Settings, NoFrame_TakesTheGridSizeOfTheTables) {
     TestVolume volume(3, 3, 3);
     volume.fill(kSmoke, 1.0f);
-    loaded(volume);
+    volume.load();
     volume.luts.gridSize[0] = 7;
     volume.luts.gridSize[1] = -2;
     volume.luts.gridSize[2] = 5;
@@ -166,19 +144,18 @@ TEST(Settings, NoMemoryForTheLightCache_StopsHalfWay) {
     TestVolume volume(30, 30, 30);
     volume.params.set("softb", 3);
     volume.params.set("lightcache", 0);
-    loaded(volume);
+    volume.load();
     EXPECT_EQ(volume.shader.softb, 3);
 
     volume.params.set("lightcache", 1);
-    TessUtils::MemoryTracker* tracker = getGlobalMemoryTracker();
-    tracker->failAllocation(1);
-    loaded(volume);
-    tracker->failAllocation(0);
+    getGlobalMemoryTracker()->failAllocation(1);
+    volume.load();
+    getGlobalMemoryTracker()->failAllocation(0);
     EXPECT_TRUE(volume.shader.outOfMemory);
     EXPECT_FALSE(volume.shader.has(kLightCache));
     EXPECT_EQ(volume.shader.softb, 0) << "settings behind the grid aren't read";
 
-    loaded(volume);
+    volume.load();
     EXPECT_FALSE(volume.shader.outOfMemory);
     EXPECT_TRUE(volume.shader.has(kLightCache));
 }

@@ -4,14 +4,14 @@
 
 #include <bit>
 #include <cmath>
+#include <functional>
 #include <numeric>
 #include <vector>
 
 #include "foundation/ramps.h"
-#include "support/golden.h"
 #include "volume/fast_exp.h"
-#include "volume/golden_tables.h"
 #include "volume/lut_holder.h"
+#include "volume/test_scene.h"
 #include "volume/volume_shader.h"
 
 namespace nimbra {
@@ -23,26 +23,24 @@ using NMBUtils::IRenderGradientSampler;
 using TessUtils::Color;
 using TessUtils::Vector;
 using test::expectGolden;
+using test::expectGoldens;
 using test::goldenCases;
 using test::Tolerance;
 
-/// A curve given by a function.
-template <class F>
 struct CurveOf final : IRenderDiagramSampler {
-    F f;
-    explicit CurveOf(F function) : f(function) {}
+    std::function<float(float)> f;
+    explicit CurveOf(std::function<float(float)> function) : f(std::move(function)) {}
+    explicit CurveOf(float value) : f([value](float) { return value; }) {}
     float eval(float x, int) const override { return f(x); }
 };
 
-/// A gradient given by a function.
-template <class F>
-struct GradientOf final : IRenderGradientSampler {
-    F f;
-    explicit GradientOf(F function) : f(function) {}
-    Color eval(float x) const override { return f(x); }
+struct EvenGradient final : IRenderGradientSampler {
+    Color color;
+    explicit EvenGradient(const Color& everywhere) : color(everywhere) {}
+    Color eval(float) const override { return color; }
 };
 
-const auto kWhite = GradientOf([](float) { return Color{1, 1, 1}; });
+const EvenGradient kWhite({1, 1, 1});
 
 /// Builds the tables of a golden case, and a shader that reads them.
 struct GoldenTables {
@@ -74,13 +72,6 @@ struct GoldenTables {
     }
 };
 
-void expectColor(const test::GoldenCase& golden, const Tolerance& tolerance, const Color& got,
-                 const json& expected, const std::string& what) {
-    for (int i = 0; i < 3; ++i)
-        expectGolden(golden, tolerance, got[i], expected[i],
-                     what + " channel " + std::to_string(i));
-}
-
 void checkEntries(const test::GoldenCase& golden, const json& table, const GoldenTables& tables) {
     const Tolerance tolerance(golden.json["tolerance"]);
     const NimbraVolumeRenderLUTholder& luts = tables.luts;
@@ -88,9 +79,8 @@ void checkEntries(const test::GoldenCase& golden, const json& table, const Golde
         const int i = e["i"];
         const std::string what = table["kind"].get<std::string>() + " entry " + std::to_string(i);
         if (e.contains("rgb")) {
-            const float* rgb = (table["kind"] == "diffuse" ? luts.diffuse : luts.emission).get();
-            expectColor(golden, tolerance, {rgb[3 * i], rgb[3 * i + 1], rgb[3 * i + 2]}, e["rgb"],
-                        what);
+            const auto& rgb = table["kind"] == "diffuse" ? luts.diffuse : luts.emission;
+            expectGoldens(golden, tolerance, &rgb[3 * i], e["rgb"], what);
         }
         if (e.contains("fire"))
             expectGolden(golden, tolerance, luts.fireOpacity[i], e["fire"], what + " fire");
@@ -107,10 +97,10 @@ void checkReads(const test::GoldenCase& golden, const json& table, const GoldenT
         const float step = r["step"];
         const std::string what = table["kind"].get<std::string>() + " read at " + r["v"].dump();
         if (r.contains("emission"))
-            expectColor(golden, tolerance, tables.shader.getEmission(sample, step), r["emission"],
-                        what);
+            expectGoldens(golden, tolerance, tables.shader.getEmission(sample, step), r["emission"],
+                          what);
         if (r.contains("diffuse"))
-            expectColor(golden, tolerance, tables.shader.getDiffuse(sample), r["diffuse"], what);
+            expectGoldens(golden, tolerance, tables.shader.getDiffuse(sample), r["diffuse"], what);
         if (r.contains("opacity"))
             expectGolden(golden, tolerance, tables.shader.getOpacity(sample, step).g, r["opacity"],
                          what);
@@ -148,8 +138,8 @@ TEST(ColorTables, StrengthsAndColorsThatAreNone_AreDark) {
     EXPECT_EQ(luts.emission[3 * 1000], 0);  // below 0
     EXPECT_EQ(luts.emission[3 * 4000], 0);  // infinite
     EXPECT_GT(luts.emission[3 * 5000], 0);
-    const auto broken = GradientOf([](float) { return Color{std::nanf(""), 1, -1}; });
-    luts.buildEmissionTable(CurveOf([](float) { return 1.0f; }), broken, {});
+    const EvenGradient broken({std::nanf(""), 1, -1});
+    luts.buildEmissionTable(CurveOf(1), broken, {});
     luts.buildDiffuseTable(broken, true);
     for (const float* table : {luts.emission.get(), luts.diffuse.get()}) {
         EXPECT_EQ(table[0], 0);
@@ -162,29 +152,27 @@ TEST(EmissionTable, BlackBody_WeighsByTheLuminanceAtTheKelvinOfTheChannel) {
     std::vector<float> planck(kPlanckEntries);
     std::iota(planck.begin(), planck.end(), 0.0f);
     NimbraVolumeRenderLUTholder luts;
-    luts.eRange = {0, 2000};
     EmissionTableSettings s;
     s.planckLuminance = planck.data();
     s.physMult = 0.5f;
-    const auto one = CurveOf([](float) { return 1.0f; });
-    struct Case {
+    const struct {
         int channel;
-        float blackbody, start, width;
+        float blackbody, width;
         int entry;
         float kelvin;
-    };
-    for (const Case& c : {Case{1, 1, 0, 2000, 4000, 1000},  // temperature in kelvin
-                          Case{1, 1, 0, 2000, 0, 150},      // the coldest
-                          Case{2, 1, 0, 2, 2000, 1500},     // smoke
-                          Case{10, 1, 0, 2, 2000, 1500},    // fuel
-                          Case{3, 1, 0, 200, 4000, 1000},   // speed
-                          Case{2, 1, 0, 100, 7999, 9999},   // the hottest
-                          Case{5, 1, 0, 2000, 7999, 150},   // others are cold
-                          Case{1, 7, 0, 2000, 4000, 1000}}) {
-        luts.eRange = {c.start, c.width};
+    } cases[] = {{1, 1, 2000, 4000, 1000},  // temperature in kelvin
+                 {1, 1, 2000, 0, 150},      // the coldest
+                 {2, 1, 2, 2000, 1500},     // smoke
+                 {10, 1, 2, 2000, 1500},    // fuel
+                 {3, 1, 200, 4000, 1000},   // speed
+                 {2, 1, 100, 7999, 9999},   // the hottest
+                 {5, 1, 2000, 7999, 150},   // others are cold
+                 {1, 7, 2000, 4000, 1000}};
+    for (const auto& c : cases) {
+        luts.eRange = {0, c.width};
         s.blackbodyMode = c.channel;
         s.blackbody = c.blackbody;
-        luts.buildEmissionTable(one, kWhite, s);
+        luts.buildEmissionTable(CurveOf(1), kWhite, s);
         EXPECT_NEAR(luts.emission[3 * c.entry], c.kelvin * 683 * 0.5f, c.kelvin * 0.1f)
             << "channel " << c.channel << " entry " << c.entry;
     }
@@ -192,42 +180,23 @@ TEST(EmissionTable, BlackBody_WeighsByTheLuminanceAtTheKelvinOfTheChannel) {
     s.blackbodyMode = 1;
     s.blackbody = 0.25f;
     luts.eRange = {0, 2000};
-    luts.buildEmissionTable(one, kWhite, s);
+    luts.buildEmissionTable(CurveOf(1), kWhite, s);
     EXPECT_NEAR(luts.emission[3 * 4000], 1000 * 683 * 0.5f * 0.25f + 0.75f, 1);
 }
 
 TEST(OpacityTable, Curve_GivesTransparencyOrOpacityLimitedToAFiniteDensity) {
     NimbraVolumeRenderLUTholder luts;
-    const auto zero = CurveOf([](float) { return 0.0f; });
-    const auto full = CurveOf([](float) { return 1.0f; });
-    const auto broken = CurveOf([](float) { return std::nanf(""); });
-    const float opaque = std::log(1e-6f);
-    luts.buildOpacityTable(zero, true, true, 2);
-    EXPECT_EQ(luts.opacity[10], 0);
-    luts.buildOpacityTable(full, true, true, 2);
-    EXPECT_FLOAT_EQ(luts.opacity[10], 2 * opaque);
-    luts.buildOpacityTable(zero, true, false, 2);
-    EXPECT_FLOAT_EQ(luts.opacity[10], 2 * opaque);
-    luts.buildOpacityTable(full, true, false, 2);
-    EXPECT_EQ(luts.opacity[10], 0);
-    luts.buildOpacityTable(broken, true, true, 2);
-    EXPECT_EQ(luts.opacity[10], 0);
-}
-
-TEST(LutHolder, Lists_RepeatTheirLastEntryInPlace) {
-    NimbraVolumeRenderLUTholder luts;
-    luts.setEmissionList(nullptr, 0, 1);
-    EXPECT_EQ(luts.emission, nullptr);
-    const Color colors[] = {{1, 2, 3}, {4, 5, 6}};
-    luts.setEmissionList(colors, 2, 10);
-    luts.setDiffuseList(colors, 2);
-    const float* before = luts.emission.get();
-    EXPECT_EQ(luts.emission[1], 20);
-    EXPECT_EQ(luts.emission[3 * 7999 + 2], 60);
-    EXPECT_EQ(luts.diffuse[3 * 5000], 4);
-    luts.setEmissionList(colors, 1, 1);
-    EXPECT_EQ(luts.emission.get(), before);
-    EXPECT_EQ(luts.emission[3 * 7999 + 2], 3);
+    const float opaque = 2 * std::log(1e-6f), nan = std::nanf("");
+    const struct {
+        float curve;
+        bool invert;
+        float expected;
+    } cases[] = {
+        {0, true, 0}, {1, true, opaque}, {0, false, opaque}, {1, false, 0}, {nan, true, 0}};
+    for (const auto& c : cases) {
+        luts.buildOpacityTable(CurveOf(c.curve), true, c.invert, 2);
+        EXPECT_FLOAT_EQ(luts.opacity[10], c.expected) << c.curve << c.invert;
+    }
 }
 
 /// A shader whose textures have one colour each.

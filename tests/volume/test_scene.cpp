@@ -2,8 +2,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "volume/test_scene.h"
 
+#include <gtest/gtest.h>
+
 #include <cmath>
+#include <sstream>
 #include <stdexcept>
+
+#include "foundation/ramps.h"
 
 namespace nimbra::test {
 
@@ -11,48 +16,25 @@ using TessUtils::Color;
 using TessUtils::TracePoint;
 using TessUtils::Vector;
 
-TestParams::TestParams()
-    : numbers{{"lightcache", 1},     {"pmbounces", 1},
-              {"pmprimary", 0},      {"heathaze", 0},
-              {"hhfactor", 1},       {"geommode", 0},
-              {"rendsolid", 0},      {"jitter", 1},
-              {"invgizmo", 0},       {"bounces", 10},
-              {"rendstep", 90},      {"rendshadstep", 200},
-              {"softb", 0},          {"displmul", 1},
-              {"fadebylevel", 1},    {"displfade", 20},
-              {"fadebyvel", 0},      {"displvelfade", 20},
-              {"usefadeobj", 0},     {"displgeomfade", 20},
-              {"surflevel", 0.1},    {"difmul", 1},
-              {"transfext", 1},      {"transfown", 1},
-              {"shad_strength", 1},  {"subred", 0},
-              {"sampler", 1},        {"smoketransp", 0.5},
-              {"stoptransp", 0.999}, {"skiptransp", 0.001},
-              {"play_speed", 1},     {"bias", 1},
-              {"noscatter", 3},      {"brdfscatter", 1},
-              {"al_enable", 1},      {"selfshadow", 2},
-              {"gridreduct", 5},     {"self_illum_map_min_pow", 0.1},
-              {"al_decay", 2},       {"mbgrid", 0},
-              {"mbsmooth", 3},       {"optvolpass", 1},
-              {"transpmode", 1},     {"fire_opacity_mode", 0},
-              {"volnorm", 0},        {"volzdepth", 0},
-              {"displ2d", 1},        {"displacement", 0},
-              {"earg", 1},           {"darg", 5},
-              {"targ", 0},           {"sarg", 2},
-              {"mod_e", 0},          {"mod_d", 0},
-              {"mod_t", 0},          {"solidbelow", 0},
-              {"wrapx", 0},          {"wrapy", 0},
-              {"wrapz", 0}} {}
-
-double TestParams::number(const char* key) const {
-    const auto found = numbers.find(key);
-    if (found == numbers.end())
-        throw std::out_of_range(std::string("no such parameter: ") + key);
-    return found->second;
+TestParams::TestParams() {
+    std::istringstream rows(
+        "lightcache 1  pmbounces 1  pmprimary 0  heathaze 0  hhfactor 1  geommode 0  "
+        "rendsolid 0  jitter 1  invgizmo 0  bounces 10  rendstep 90  rendshadstep 200  "
+        "softb 0  displmul 1  fadebylevel 1  displfade 20  fadebyvel 0  displvelfade 20  "
+        "usefadeobj 0  displgeomfade 20  surflevel 0.1  difmul 1  transfext 1  transfown 1  "
+        "shad_strength 1  subred 0  sampler 1  smoketransp 0.5  stoptransp 0.999  "
+        "skiptransp 0.001  play_speed 1  bias 1  noscatter 3  brdfscatter 1  al_enable 1  "
+        "selfshadow 2  gridreduct 5  self_illum_map_min_pow 0.1  al_decay 2  mbgrid 0  "
+        "mbsmooth 3  optvolpass 1  transpmode 1  fire_opacity_mode 0  volnorm 0  volzdepth 0  "
+        "displ2d 1  displacement 0  earg 1  darg 5  targ 0  sarg 2  mod_e 0  mod_d 0  "
+        "mod_t 0  solidbelow 0  wrapx 0  wrapy 0  wrapz 0  ");
+    std::string key;
+    for (double value; rows >> key >> value;)
+        numbers[key] = value;
 }
 
 Color TestParams::getColor(const char* key) const {
-    if (std::string(key) != "simple_color")
-        throw std::out_of_range(std::string("no such colour: ") + key);
+    EXPECT_STREQ(key, "simple_color");
     return simpleColor;
 }
 
@@ -88,6 +70,14 @@ void TestVolume::load() {
     GridTransforms transforms;
     transforms.set(NMBUtils::Matrix34::fromFloats(frame.transform), nodeTransform);
     readVolumeSettings(shader, {params, &frame, luts, transforms});
+}
+
+ShadeResult TestVolume::shade(const ShadeQuery& ray, Illuminator& illuminator) const {
+    return shadeOver({}, ray, {&shader}, illuminator);
+}
+
+Color TestVolume::shadow(const ShadeQuery& ray, Illuminator& illuminator) const {
+    return shadowOf(ray, {&shader}, illuminator);
 }
 
 float TestIlluminator::random() {
@@ -152,31 +142,23 @@ ShadeQuery rayAlongX(double y, double z, double from, double to) {
 namespace {
 
 /// Parameters at which a ray enters and leaves a shape; false if it misses.
-bool crossSphere(const ShapesGizmo::Shape& shape, const Vector& origin, const Vector& dir,
-                 double span[2]) {
-    const TracePoint o = TessUtils::toPoint(origin) - TessUtils::toPoint(shape.center);
-    const double a = dot(dir, dir);
-    const double b = o.x * dir.x + o.y * dir.y + o.z * dir.z;
-    const double c = o.x * o.x + o.y * o.y + o.z * o.z - double(shape.radius) * shape.radius;
-    const double root = b * b - a * c;
-    if (root < 0)
-        return false;
-    span[0] = (-b - std::sqrt(root)) / a;
-    span[1] = (-b + std::sqrt(root)) / a;
-    return true;
-}
-
-bool crossBox(const ShapesGizmo::Shape& shape, const Vector& origin, const Vector& dir,
-              double span[2]) {
-    span[0] = -1e30;
-    span[1] = 1e30;
+bool crossShape(const ShapesGizmo::Shape& shape, const Vector& origin, const Vector& dir,
+                double span[2]) {
+    // In the space where the shape reaches from -1 to 1.
+    double a = 0, b = 0, c = -1;
+    double enter = -1e30, leave = 1e30;
     for (int axis = 0; axis < 3; ++axis) {
-        const double inverse = 1.0 / dir[axis];
-        const double a = (shape.low[axis] - origin[axis]) * inverse;
-        const double b = (shape.high[axis] - origin[axis]) * inverse;
-        span[0] = std::fmax(span[0], std::fmin(a, b));
-        span[1] = std::fmin(span[1], std::fmax(a, b));
+        const double half = (double(shape.high[axis]) - shape.low[axis]) / 2;
+        const double o = (origin[axis] - shape.low[axis]) / half - 1, d = dir[axis] / half;
+        a += d * d;
+        b += o * d;
+        c += o * o;
+        enter = std::fmax(enter, std::fmin((-1 - o) / d, (1 - o) / d));
+        leave = std::fmin(leave, std::fmax((-1 - o) / d, (1 - o) / d));
     }
+    const double root = std::sqrt(b * b - a * c);
+    span[0] = shape.sphere ? (-b - root) / a : enter;
+    span[1] = shape.sphere ? (-b + root) / a : leave;
     return span[0] < span[1];
 }
 
@@ -188,9 +170,7 @@ bool ShapesGizmo::firstHit(const Vector& origin, const Vector& dir, float mint, 
     bool found = false;
     for (std::size_t i = 0; i < shapes.size(); ++i) {
         double span[2];
-        const Shape& shape = shapes[i];
-        if (!(shape.sphere ? crossSphere(shape, origin, dir, span)
-                           : crossBox(shape, origin, dir, span)))
+        if (!crossShape(shapes[i], origin, dir, span))
             continue;
         for (int end = 0; end < 2; ++end) {
             const float distance = static_cast<float>(span[end]);
@@ -201,6 +181,74 @@ bool ShapesGizmo::firstHit(const Vector& origin, const Vector& dir, float mint, 
         }
     }
     return found;
+}
+
+namespace {
+
+using nlohmann::json;
+using NMBUtils::RenderDiagramSamplerStandAlone;
+using NMBUtils::RenderGradientSamplerStandAlone;
+
+void setCurve(RenderDiagramSamplerStandAlone& curve, const json& from) {
+    std::vector<float> xs, ys;
+    std::vector<NMBUtils::MultiCurvePointType> types;
+    for (const json& point : from["points"]) {
+        xs.push_back(point[0]);
+        ys.push_back(point[1]);
+        types.push_back(static_cast<NMBUtils::MultiCurvePointType>(point[2].get<int>()));
+    }
+    ASSERT_TRUE(curve.setPoints(xs.data(), ys.data(), types.data(), static_cast<int>(xs.size())));
+}
+
+void setGradient(RenderGradientSamplerStandAlone& gradient, const json& from) {
+    std::vector<float> positions;
+    std::vector<TessUtils::Color> colors;
+    for (const json& key : from["keys"]) {
+        positions.push_back(key[0]);
+        colors.push_back({key[1], key[2], key[3]});
+    }
+    gradient.type = from["type"];
+    ASSERT_TRUE(
+        gradient.setKeys(positions.data(), colors.data(), static_cast<int>(positions.size())));
+}
+
+}  // namespace
+
+void setGoldenRange(LutRange& range, const json& from, const char* key) {
+    if (from.contains(key))
+        range = {from[key][0].get<float>(), from[key][1].get<float>()};
+}
+
+void buildGoldenEmission(NimbraVolumeRenderLUTholder& luts, const json& from, int fireOpacityMode) {
+    setGoldenRange(luts.eRange, from);
+    EmissionTableSettings settings;
+    settings.rawIndex = from["raw"];
+    settings.blackbodyMode = from["channel"];
+    settings.blackbody = from["blackbody"];
+    settings.physMult = from["phys_mult"];
+    settings.emult = from["emult"];
+    settings.tmultFireOpacity = from["tmult_fire"];
+    settings.fireOpacityScale = from["fire_scale"];
+    settings.fireOpacityMode = fireOpacityMode;
+    RenderDiagramSamplerStandAlone curve;
+    RenderGradientSamplerStandAlone gradient;
+    setCurve(curve, from["curve"]);
+    setGradient(gradient, from["gradient"]);
+    luts.buildEmissionTable(curve, gradient, settings);
+}
+
+void buildGoldenDiffuse(NimbraVolumeRenderLUTholder& luts, const json& from) {
+    setGoldenRange(luts.dRange, from);
+    RenderGradientSamplerStandAlone gradient;
+    setGradient(gradient, from["gradient"]);
+    luts.buildDiffuseTable(gradient, from["raw"]);
+}
+
+void buildGoldenOpacity(NimbraVolumeRenderLUTholder& luts, const json& from, bool invert) {
+    setGoldenRange(luts.tRange, from);
+    RenderDiagramSamplerStandAlone curve;
+    setCurve(curve, from["curve"]);
+    luts.buildOpacityTable(curve, from["raw"], invert, from["scale"]);
 }
 
 }  // namespace nimbra::test

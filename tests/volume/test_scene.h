@@ -11,21 +11,24 @@
 #include <vector>
 
 #include "cache/frame_data.h"
+#include "support/golden.h"
 #include "volume/gizmo_object.h"
 #include "volume/grid_transforms.h"
 #include "volume/lut_holder.h"
 #include "volume/march.h"
 #include "volume/nimbra_params.h"
 #include "volume/settings.h"
+#include "volume/volume_shader_tessra.h"
 
 namespace nimbra::test {
 
 /// The rows of a container's parameter table that the shader core reads, with their defaults.
+/// Other keys throw.
 class TestParams : public NimbraParams {
 public:
     TestParams();
-    int getInt(const char* key) const override { return static_cast<int>(number(key)); }
-    float getFloat(const char* key) const override { return static_cast<float>(number(key)); }
+    int getInt(const char* key) const override { return static_cast<int>(numbers.at(key)); }
+    float getFloat(const char* key) const override { return static_cast<float>(numbers.at(key)); }
     TessUtils::Color getColor(const char* key) const override;
     bool hasTexture(int slot) const override { return textures[slot]; }
     float getDensityScale(const NimbraFrameData* frame) const override {
@@ -40,8 +43,13 @@ public:
     float densityScale = 1;
 
 private:
-    double number(const char* key) const;
     std::map<std::string, double> numbers;
+};
+
+struct ShadeResult {
+    int marched = 0;
+    TessUtils::Color color;
+    TessUtils::Color opacity;
 };
 
 /// One container: its frame, tables and the shader set up from them.
@@ -54,12 +62,16 @@ struct TestVolume {
     void fill(int channel, const std::vector<float>& values);
     /// Reads the settings; the shader can be marched then.
     void load();
+    /// A ray through this volume alone, over black.
+    ShadeResult shade(const ShadeQuery& ray, Illuminator& illuminator) const;
+    /// The opacity of this volume alone that a transparency query gives.
+    TessUtils::Color shadow(const ShadeQuery& ray, Illuminator& illuminator) const;
 
     TestParams params;
     NimbraFrameData frame;
     NimbraVolumeRenderLUTholder luts;
     TessUtils::Transform nodeTransform;
-    VolumeShader shader;
+    VolumeShaderTessra shader;
     std::unique_ptr<GizmoObject> gizmo;
 };
 
@@ -69,7 +81,7 @@ public:
     struct Light {
         TessUtils::Color color;
         bool directional = false;  // else ambient
-        TessUtils::Vector toLight;
+        TessUtils::Vector toLight{};
         double shadowLength = 0;
     };
 
@@ -104,12 +116,6 @@ private:
     std::uint32_t state = 12345;
 };
 
-struct ShadeResult {
-    int marched = 0;
-    TessUtils::Color color;
-    TessUtils::Color opacity;
-};
-
 /// Marches a ray through all volumes over a background.
 ShadeResult shadeOver(const TessUtils::Color& background, ShadeQuery query,
                       const std::vector<const VolumeShader*>& shaders, Illuminator& illuminator);
@@ -120,14 +126,12 @@ TessUtils::Color shadowOf(ShadeQuery query, const std::vector<const VolumeShader
 /// A ray along +x at the height (y, z).
 ShadeQuery rayAlongX(double y, double z, double from, double to);
 
-/// Disjoint spheres and boxes.
+/// Disjoint ellipsoids and boxes, each between two corners.
 class ShapesGizmo : public GizmoObject {
 public:
     struct Shape {
-        bool sphere = true;
-        TessUtils::Vector center;     // of a sphere
-        float radius = 0;             // of a sphere
-        TessUtils::Vector low, high;  // of a box
+        bool sphere;
+        TessUtils::Vector low, high;
     };
     explicit ShapesGizmo(std::vector<Shape> list) : shapes(std::move(list)) {}
     bool firstHit(const TessUtils::Vector& origin, const TessUtils::Vector& dir, float mint,
@@ -136,5 +140,16 @@ public:
 private:
     std::vector<Shape> shapes;
 };
+
+// ---- Shading tables from the curves and gradients of golden files
+
+/// Sets a range of the input if the entry has one.
+void setGoldenRange(LutRange& range, const nlohmann::json& from, const char* key = "range");
+
+// Each builds one table from its entry of a file; the range of the input is set if there is one.
+void buildGoldenEmission(NimbraVolumeRenderLUTholder& luts, const nlohmann::json& from,
+                         int fireOpacityMode);
+void buildGoldenDiffuse(NimbraVolumeRenderLUTholder& luts, const nlohmann::json& from);
+void buildGoldenOpacity(NimbraVolumeRenderLUTholder& luts, const nlohmann::json& from, bool invert);
 
 }  // namespace nimbra::test
