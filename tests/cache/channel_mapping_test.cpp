@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <bit>
-
 namespace CacheIO {
 namespace {
 
@@ -32,37 +30,6 @@ TEST(ChannelMap, OwnNames_InTheirOrder) {
               "7,ColorR_nmb;8,ColorG_nmb;9,ColorB_nmb;10,Fuel_nmb;14,WaveletEnergy_nmb;"
               "19,WaveletU_nmb;20,WaveletV_nmb;21,WaveletW_nmb;15,AdvectionOriginX_nmb;"
               "16,AdvectionOriginY_nmb;17,AdvectionOriginZ_nmb;");
-}
-
-int channelOf(std::span<const DefaultMapping> table, const std::string& name) {
-    for (const DefaultMapping& m : table)
-        if (name == m.name)
-            return m.channel;
-    return -1;
-}
-
-TEST(DefaultTables, AxesAsTheirPrograms) {
-    // The two formats' exporters swap different axes.
-    EXPECT_EQ(channelOf(defaultVdbMappings(), "VelocitiesX"), 4);
-    EXPECT_EQ(channelOf(defaultVdbMappings(), "VelocitiesY"), 6);
-    EXPECT_EQ(channelOf(defaultVdbMappings(), "VelocitiesZ"), 5);
-    EXPECT_EQ(channelOf(defaultF3dMappings(), "VelocitiesX"), 6);
-    EXPECT_EQ(channelOf(defaultF3dMappings(), "VelocitiesY"), 5);
-    EXPECT_EQ(channelOf(defaultF3dMappings(), "VelocitiesZ"), 4);
-    EXPECT_EQ(channelOf(defaultF3dMappings(), "velocity(y)"), -1);
-    EXPECT_EQ(channelOf(defaultF3dMappings(), "velocity(Y)"), 5);
-    EXPECT_EQ(defaultVdbMappings().size(), 55u);
-    EXPECT_EQ(defaultF3dMappings().size(), 30u);
-}
-
-TEST(DefaultTables, OnlyLiquidsAreScaled) {
-    for (const auto table : {defaultVdbMappings(), defaultF3dMappings()})
-        for (const DefaultMapping& m : table) {
-            const bool liquid =
-                m.name == std::string("surface") || m.name == std::string("fluid_density");
-            EXPECT_EQ(std::bit_cast<std::uint32_t>(m.scale), liquid ? 0xC205554Du : 0x3F800000u)
-                << m.name;
-        }
 }
 
 std::string chosen(const std::vector<AvailableChannels>& available,

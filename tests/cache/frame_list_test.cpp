@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "cache/nimbra_frame.h"
-#include "cache/test_log.h"
+#include "support/caught_log.h"
 
 namespace nimbra {
 namespace {
@@ -68,27 +68,6 @@ TEST(FrameDataArray, TheEnd_ReportsWhatIsLeftFromTheLastOn) {
               "Nimbra cache file not released 5 ref:1\n"
               "Nimbra cache file not released 3 ref:7\n");
     EXPECT_EQ(gone, 2);
-}
-
-TEST(NimbraFrame, TheHoldersReferences_GoWithIt) {
-    int gone = 0;
-    auto& list = NimbraFrame::frameDataArray;
-    {
-        NimbraFrame holder;
-        EXPECT_EQ(holder.smoothThreshold[31], 0.0f);
-        EXPECT_EQ(holder.smoothSimilarity[31], 0.5f);
-        EXPECT_EQ(holder.smoothRandomize[31], 0.1f);
-        holder.data = list.acquireFrame(new WatchedFrame(gone), true);
-        holder.sourceData = holder.data;
-        holder.blendFrom = list.acquireFrame(holder.data, false);
-        holder.blendTo = list.acquireFrame(new WatchedFrame(gone), true);
-        holder.releaseFrames();
-        EXPECT_EQ(gone, 2);
-        EXPECT_EQ(holder.sourceData, nullptr);
-        holder.data = list.acquireFrame(new WatchedFrame(gone), true);
-    }
-    EXPECT_EQ(gone, 3);
-    EXPECT_EQ(list.size, 0);
 }
 
 }  // namespace

@@ -146,34 +146,36 @@ TEST(GridSamplers, Masks_ChooseEntriesAndLeaveTheOthersAlone) {
     for (int i = 0; i < 35; ++i)
         if (i != 0 && i != 5)
             proxies[i] = denseChannel(size, [i](int, int, int) { return float(i); });
-    proxies[7] = treeChannel(kDoubleTree, size, [](int, int, int) { return 70.0f; });
-    proxies[8] = proxies[6];                                                      // shared
-    proxies[9] = denseChannel({4, 4, 4}, [](int, int, int) { return 99.0f; });    // a smaller grid
-    proxies[10] = denseChannel({60, 2, 1}, [](int, int, int) { return 99.0f; });  // another shape
+    proxies[7] = treeChannel(kDoubleTree, size, test::everywhere(70));
+    proxies[8] = proxies[6];                                       // shared
+    proxies[9] = denseChannel({4, 4, 4}, test::everywhere(99));    // a smaller grid
+    proxies[10] = denseChannel({60, 2, 1}, test::everywhere(99));  // another shape
     const float position[3] = {1.25f, 2.5f, 3};
-    for (int kernel : {0, 8, 15, 16, 23}) {
-        const auto call = [&](int count, std::uint32_t scalars, std::uint32_t vectors) {
+    using Set = std::vector<std::pair<int, float>>;
+    const struct {
+        int count;
+        std::uint32_t scalars, vectors;
+        Set set;
+    } cases[] = {{8, 0xB, 0x70, {{1, 1}, {3, 3}, {4, 4}, {6, 6}}},
+                 {11, 0, 0x7C0, {{6, 6}, {7, 70}, {8, 6}}},
+                 {4, 0x8, 0, {{3, 3}}},
+                 {3, 0x8, 0, {}},
+                 {35, 1u << 2, 0, {{2, 2}, {34, 34}}},
+                 {35, 0, 0, {}},
+                 {0, ~0u, ~0u, {}},
+                 {-1, ~0u, ~0u, {}}};
+    for (int kernel : {0, 8, 15, 16, 23})
+        for (const auto& c : cases) {
             std::vector<float> out(35, kUntouched);
-            kSampleKernels[kernel](proxies.data(), position, out.data(), count, scalars, vectors);
-            return out;
-        };
-        const auto expect = [&](const std::vector<float>& out,
-                                std::vector<std::pair<int, float>> set) {
-            for (const auto& [i, v] : set)
+            kSampleKernels[kernel](proxies.data(), position, out.data(), c.count, c.scalars,
+                                   c.vectors);
+            for (const auto& [i, v] : c.set)
                 EXPECT_FLOAT_EQ(out[i], v) << "kernel " << kernel << ", entry " << i;
-            EXPECT_EQ(std::count(out.begin(), out.end(), kUntouched), 35 - std::ssize(set));
-        };
-        expect(call(8, 0xB, 0x70), {{1, 1.0f}, {3, 3.0f}, {4, 4.0f}, {6, 6.0f}});
-        expect(call(11, 0, 0x7C0), {{6, 6.0f}, {7, 70.0f}, {8, 6.0f}});
-        expect(call(4, 0x8, 0), {{3, 3.0f}});
-        expect(call(3, 0x8, 0), {});
-        expect(call(35, 1u << 2, 0), {{2, 2.0f}, {34, 34.0f}});
-        expect(call(35, 0, 0), {});
-        expect(call(0, ~0u, ~0u), {});
-        expect(call(-1, ~0u, ~0u), {});
-    }
+            EXPECT_EQ(std::count(out.begin(), out.end(), kUntouched), 35 - std::ssize(c.set));
+        }
+    // Entries without cells are left alone as well.
     test::Proxy none[3];
-    none[2] = denseChannel({0, 5, 5}, [](int, int, int) { return 1.0f; });
+    none[2] = denseChannel({0, 5, 5}, test::everywhere(1));
     float out[3] = {kUntouched, kUntouched, kUntouched};
     const float position4[4] = {1, 1, 1, 0};
     for (const SampleKernel kernel : kSampleKernels)

@@ -82,42 +82,5 @@ INSTANTIATE_TEST_SUITE_P(Files, KolDamage, testing::ValuesIn(kFiles), [](const a
     return name.substr(0, name.find('.'));
 });
 
-/// A file of version 4 with the one section, behind which nothing but the end comes.
-std::string fileWith(const std::string& section) {
-    const auto number = [](auto v) {
-        return std::string(reinterpret_cast<const char*>(&v), sizeof v);
-    };
-    std::string bytes = "KOLV" + section;
-    const auto marker = static_cast<std::int64_t>(bytes.size());
-    return bytes + number(0) + number(9999999) + number(marker) + number(4) + "KOLV2NMB";
-}
-
-std::string words(const std::vector<std::int32_t>& values) {
-    return {reinterpret_cast<const char*>(values.data()), values.size() * 4};
-}
-
-/// One group of 2 particles in a block of 6 words, positions at `offset`.
-std::string particleSection(int id, std::int32_t offset, const std::string& tags) {
-    std::vector<std::int32_t> head{id, 6, 0, 0, 0, 0, 0, 0, 1, 1};
-    std::vector<std::int32_t> offsets(32, -1);
-    offsets[0] = offset;
-    return words(head) + "G" + words({2}) + words(offsets) + tags;
-}
-
-TEST(KolParticleBlock, OffsetsAndTagsThatLeadOutside_FailTheFile) {
-    const std::string end = words({0});
-    EXPECT_EQ(walk(fileWith(particleSection(7, 0, end))), kLoadOk);
-    for (const std::int32_t offset : {1, 6, 7, INT32_MAX, -2, INT32_MIN})
-        EXPECT_EQ(walk(fileWith(particleSection(7, offset, end))), kLoadBroken) << offset;
-    for (const std::int32_t offset : {7, INT32_MAX, -2, INT32_MIN})
-        EXPECT_EQ(walk(fileWith(particleSection(13, offset, end))), kLoadBroken) << offset;
-    // A stream may end anywhere in the block; one that is none costs the channel.
-    EXPECT_EQ(walk(fileWith(particleSection(13, 3, end))), kLoadOk);
-    for (const std::int32_t length : {-1, 1000, INT32_MAX})
-        EXPECT_EQ(walk(fileWith(particleSection(13, 0, words({2, length})))), kLoadBroken);
-    // IDs whose symbols are missing are left out.
-    EXPECT_EQ(walk(fileWith(particleSection(13, 0, words({2, 4, 0x20, 0})))), kLoadOk);
-}
-
 }  // namespace
 }  // namespace nimbra

@@ -14,8 +14,8 @@
 #include "cache/external_readers.h"
 #include "cache/kol_stream.h"
 #include "cache/nimbra_frame.h"
-#include "cache/test_log.h"
 #include "kol_writer/kol_writer.h"
+#include "support/caught_log.h"
 #include "support/threads.h"
 
 namespace nimbra {

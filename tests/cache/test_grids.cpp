@@ -4,6 +4,7 @@
 
 #include <openvdb/openvdb.h>
 
+#include <algorithm>
 #include <stdexcept>
 #include <type_traits>
 
@@ -25,25 +26,20 @@ Proxy makeTree(std::int32_t kind, const Cell3& size, const CellField& field,
     };
     auto grid = Grid::create(toValue(options.background));
     auto accessor = grid->getAccessor();
-    for (int z = 0; z < size[2]; ++z)
-        for (int y = 0; y < size[1]; ++y)
-            for (int x = 0; x < size[0]; ++x) {
-                const float v = field(x, y, z);
-                if (v != options.background)
-                    accessor.setValue(
-                        {x + options.origin[0], y + options.origin[1], z + options.origin[2]},
-                        toValue(v));
-            }
+    forEachCell(size, [&](int x, int y, int z) {
+        const float v = field(x, y, z);
+        if (v != options.background)
+            accessor.setValue({x + options.origin[0], y + options.origin[1], z + options.origin[2]},
+                              toValue(v));
+    });
     if (options.prune)
         grid->pruneGrid();
 
     TreeSource source;
     source.grid = grid;
     source.kind = kind;
-    for (int a = 0; a < 3; ++a) {
-        source.origin[a] = options.origin[a];
-        source.size[a] = size[a];
-    }
+    std::copy_n(options.origin.data(), 3, source.origin);
+    std::copy_n(size.data(), 3, source.size);
     source.component = options.component;
     source.scale = options.scale;
     Proxy proxy;
@@ -58,10 +54,7 @@ Proxy denseChannel(const Cell3& size, const CellField& field, int spare) {
     if (!proxy.allocate(size.data(), spare))
         return proxy;
     std::int64_t i = 0;
-    for (int z = 0; z < size[2]; ++z)
-        for (int y = 0; y < size[1]; ++y)
-            for (int x = 0; x < size[0]; ++x)
-                proxy.write(i++, field(x, y, z));
+    forEachCell(size, [&](int x, int y, int z) { proxy.write(i++, field(x, y, z)); });
     return proxy;
 }
 

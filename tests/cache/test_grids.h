@@ -18,6 +18,19 @@ using Proxy = GridChannelProxy<float>;
 using Cell3 = std::array<int, 3>;
 /// Value of a cell.
 using CellField = std::function<float(int x, int y, int z)>;
+/// The same in all cells.
+inline CellField everywhere(float value) {
+    return [value](int, int, int) { return value; };
+}
+
+/// Calls body(x, y, z) for each cell, x fastest.
+template <class Body>
+void forEachCell(const Cell3& size, const Body& body) {
+    for (int z = 0; z < size[2]; ++z)
+        for (int y = 0; y < size[1]; ++y)
+            for (int x = 0; x < size[0]; ++x)
+                body(x, y, z);
+}
 
 Proxy denseChannel(const Cell3& size, const CellField& field, int spare = 0);
 

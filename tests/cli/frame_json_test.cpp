@@ -10,6 +10,7 @@
 #include "cache/prt_group.h"
 #include "cli/cache_frame.h"
 #include "cli/json_text.h"
+#include "support/caught_log.h"
 #include "support/golden.h"
 
 namespace nimbra::cli {
@@ -78,6 +79,7 @@ void settleTolerances(const GoldenCase& golden, Json& got, Json& expected) {
 
 void compare(const GoldenCase& golden, const Json& answer, bool headerOnly) {
     int status = -1;
+    test::CaughtLog log;
     Json got = frameOf(golden.file(golden.json["file"]), headerOnly, status);
     Json expected = answer.value("frame", Json());
     if (!expected.is_null() && !headerOnly && got.is_object())
@@ -88,6 +90,12 @@ void compare(const GoldenCase& golden, const Json& answer, bool headerOnly) {
     }
     EXPECT_EQ(status, answer["status"]);
     EXPECT_EQ(got, expected) << Json::diff(got, expected).dump(1);
+    const std::string text = log.take();
+    for (std::string line : golden.json.value("log_contains", Json::array())) {
+        // A "#" in front is a mark for the debugger's window; the file goes without.
+        line.erase(0, line.find_first_not_of('#'));
+        EXPECT_NE(text.find(line), text.npos) << line << " isn't in the log:\n" << text;
+    }
 }
 
 TEST(FrameJson, KolFiles_GiveTheGoldenFrames) {
