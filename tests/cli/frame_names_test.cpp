@@ -55,26 +55,15 @@ protected:
     test::TempFolder folder_;
 };
 
-TEST_F(Sequences, FileFolderAndPattern_FindTheSameSequence) {
-    const std::vector<std::int64_t> frames{8, 9, 10};
-    for (const std::string& path : {in("smoke_0009.vdb"), in("smoke_####.vdb"),
-                                    in("smoke_%04d.vdb"), folder_.path().string()}) {
-        const auto found = findSequence(path, {".vdb"});
-        ASSERT_TRUE(found) << path;
-        EXPECT_EQ(found->pattern, in("smoke_####.vdb"));
-        EXPECT_EQ(found->frames, frames) << path;
-    }
-    EXPECT_EQ(findSequence(in("w9.vdb"), {".vdb"})->frames, (std::vector<std::int64_t>{9, 10}));
-    EXPECT_EQ(findSequence(in("n_0000.vdb"), {".vdb"})->frames, (std::vector<std::int64_t>{-1, 0}));
-    EXPECT_TRUE(findSequence(in("other.vdb"), {".vdb"})->frames.empty());
-    EXPECT_FALSE(findSequence(in("gone.vdb"), {".vdb"}));
-    EXPECT_FALSE(findSequence(in("gone_##.vdb"), {".vdb"}));
-}
-
-TEST_F(Sequences, WhatTheCacheIsGiven_FindsTheFiles) {
+TEST_F(Sequences, FilesFoldersAndPatterns_FindTheSameSequence) {
     const struct {
         const char *input, *pattern, *frames;
     } cases[] = {
+        {"smoke_0009.vdb", "smoke_####.vdb", "8 9 10 "},
+        {"smoke_####.vdb", "smoke_####.vdb", "8 9 10 "},
+        {"smoke_%04d.vdb", "smoke_####.vdb", "8 9 10 "},
+        {".", "./smoke_####.vdb", "8 9 10 "},
+        {"w9.vdb", "w#.vdb", "9 10 "},
         {"u", "u/w#.vdb", "8 10 11 "},
         {"u/w10.vdb", "u/w#.vdb", "8 10 11 "},
         {"u/w%d.vdb", "u/w#.vdb", "8 10 11 "},
@@ -91,10 +80,15 @@ TEST_F(Sequences, WhatTheCacheIsGiven_FindsTheFiles) {
         std::string frames;
         for (std::size_t i = 0; i < found->frames.size(); ++i) {
             frames += std::to_string(found->frames[i]) + " ";
+            // The cache that is given the pattern finds the files.
             EXPECT_EQ(FilePattern(found->pattern).fill(found->frames[i]), found->files[i]);
         }
         EXPECT_EQ(frames, c.frames) << c.input;
     }
+    EXPECT_EQ(findSequence(in("n_0000.vdb"), {".vdb"})->frames, (std::vector<std::int64_t>{-1, 0}));
+    EXPECT_TRUE(findSequence(in("other.vdb"), {".vdb"})->frames.empty());
+    EXPECT_FALSE(findSequence(in("gone.vdb"), {".vdb"}));
+    EXPECT_FALSE(findSequence(in("gone_##.vdb"), {".vdb"}));
 }
 
 }  // namespace

@@ -170,16 +170,17 @@ TEST_F(F3dImport, LayersOfTwoBoxes_ShareOneGrid) {
     // sparse layer's value for empty blocks.
     const json mixed = jsonOf("window_mixed_og.f3d")[0]["layers"];
     ASSERT_EQ(load(sample("window_mixed_og.f3d"), "2,density;1,temperature;10,fuel;"), kLoadOk);
-    int low[3], high[3];
+    int low[3];
     for (int a = 0; a < 3; ++a) {
-        low[a] = INT32_MAX, high[a] = INT32_MIN;
+        low[a] = INT32_MAX;
+        int high = INT32_MIN;
         for (const json& l : mixed)
             if (lastImportWarning().find("layer '" + l["name"].get<std::string>() + "' of") ==
                 std::string::npos) {
                 low[a] = std::min(low[a], l["data_window"]["min"][a].get<int>());
-                high[a] = std::max(high[a], l["data_window"]["max"][a].get<int>());
+                high = std::max(high, l["data_window"]["max"][a].get<int>());
             }
-        EXPECT_EQ(frame.gridSize[a], high[a] - low[a] + 1);
+        EXPECT_EQ(frame.gridSize[a], high - low[a] + 1);
     }
     for (const json& s : mixed[0]["samples"])
         EXPECT_FLOAT_EQ(voxel(kSmoke, s[0][0].get<int>() - low[0], s[0][1].get<int>() - low[1],

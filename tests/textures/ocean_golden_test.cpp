@@ -10,7 +10,6 @@ namespace {
 
 using nlohmann::json;
 using TessUtils::Color;
-using TessUtils::Vector;
 
 OceanSettings settingsFrom(const json& j) {
     OceanSettings s;
@@ -56,25 +55,26 @@ void checkSpectrum(const GoldenCase& golden, const json& set, const Ocean& ocean
     }
 }
 
-void checkPoints(const GoldenCase& golden, const json& set, const Ocean& ocean) {
-    for (const json& j : set["points"]) {
-        const std::vector<float> at = floatsOf(j["point"]), expected = floatsOf(j["value"]);
-        const Vector got = ocean.evaluate(at[0], at[1], floatOf(j["time"]), floatOf(j["filter"]));
-        for (int c = 0; c < 3; ++c)
-            expectGolden(golden, Tolerance(j["tolerance"]), got[c], expected[c],
-                         j["point"].dump() + " component " + std::to_string(c));
-    }
+template <class Values>
+void checkThree(const GoldenCase& golden, const json& j, const Values& got, const char* key) {
+    const std::vector<float> expected = floatsOf(j[key]);
+    for (int c = 0; c < 3; ++c)
+        expectGolden(golden, Tolerance(j["tolerance"]), got[c], expected[c],
+                     j["point"].dump() + " " + key + " " + std::to_string(c));
 }
 
-void checkTexture(const GoldenCase& golden, const json& set, const Ocean& ocean) {
+void checkPlaces(const GoldenCase& golden, const json& set, const Ocean& ocean) {
+    for (const json& j : set["points"]) {
+        const std::vector<float> at = floatsOf(j["point"]);
+        checkThree(golden, j,
+                   ocean.evaluate(at[0], at[1], floatOf(j["time"]), floatOf(j["filter"])), "value");
+    }
     for (const json& j : set["texture"]) {
-        const std::vector<float> at = floatsOf(j["point"]), expected = floatsOf(j["colour"]);
+        const std::vector<float> at = floatsOf(j["point"]);
         Color got;
         ocean.getValue(got, {at[0], at[1], at[2]}, floatOf(j["time"]), j["up_vector"].get<int>(),
                        floatOf(j["filter"]));
-        for (int c = 0; c < 3; ++c)
-            expectGolden(golden, Tolerance(j["tolerance"]), got[c], expected[c],
-                         j["point"].dump() + " channel " + std::to_string(c));
+        checkThree(golden, j, got, "colour");
     }
 }
 
@@ -85,8 +85,7 @@ TEST(OceanGolden, SpectraWavesAndColours_AgreeWithGoldenValues) {
             Ocean ocean;
             ocean.setup(settingsFrom(set["parameters"]));
             checkSpectrum(golden, set, ocean);
-            checkPoints(golden, set, ocean);
-            checkTexture(golden, set, ocean);
+            checkPlaces(golden, set, ocean);
         }
 }
 

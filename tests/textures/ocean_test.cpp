@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <bit>
 #include <cmath>
 #include <functional>
@@ -12,7 +11,6 @@
 #include <random>
 #include <vector>
 
-#include "support/threads.h"
 #include "textures/ocean_math.h"
 
 namespace nimbra {
@@ -81,19 +79,6 @@ TEST(Ocean, VectorCode_GivesTheBitsOfThePlainCode) {
         }
 }
 
-TEST(Ocean, ParabolaSine_StaysWithinOneAndNearTheSine) {
-    for (int i = -4000; i <= 4000; ++i) {
-        const float angle = static_cast<float>(i) * 0.01f;
-        const float sine = ocean::waveSine(angle);
-        EXPECT_LE(std::fabs(sine), 1.0f);
-        EXPECT_NEAR(sine, std::sin(angle), 0.0563f) << angle;  // largest error of the parabola
-        EXPECT_NEAR(ocean::waveCosine(angle), std::cos(angle), 0.0563f) << angle;
-    }
-    for (const float angle : {1e6f, -3.3e8f, 4e9f, 1e30f})
-        EXPECT_LE(std::fabs(ocean::waveSine(angle)), 1.0f) << angle;
-    EXPECT_FLOAT_EQ(ocean::parabola(1), 1.273236f - 0.405283f);
-}
-
 TEST(Ocean, Loop_ComesBackAndMovesOnSmoothly) {
     const float length = 2.5f;
     for (const bool vector : {false, true}) {
@@ -154,22 +139,6 @@ TEST(Ocean, Settings_OutOfAllBoundsEndInAFlatSeaOrNone) {
     // No cell is found so far out.
     for (const float far : {1e30f, -kInfinity, NAN})
         EXPECT_EQ(gapless.vectorMode ? fine.evaluate(far, 1, 0, 0).z : 1, 0);
-}
-
-TEST(Ocean, ManyThreads_SeeTheSameSea) {
-    const Sea ocean([](OceanSettings&) {});
-    const std::vector<Place> asked = places(200);
-    std::vector<Vector> expected;
-    for (const Place& p : asked)
-        expected.push_back(ocean.evaluate(p.x, p.y, p.time, p.filter));
-    std::atomic<int> wrong{0};
-    test::onThreads(4, [&](int) {
-        for (std::size_t i = 0; i < asked.size(); ++i) {
-            const Place& p = asked[i];
-            wrong += !sameBits(ocean.evaluate(p.x, p.y, p.time, p.filter), expected[i]);
-        }
-    });
-    EXPECT_EQ(wrong, 0);
 }
 
 }  // namespace
