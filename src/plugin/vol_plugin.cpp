@@ -55,6 +55,11 @@ bool comesFromOwnLight(const TraceRay& ray, NimbraSimInterface& container) {
     return plugin == ray.light && plugin->getInterface(ids::kLight);
 }
 
+bool contains(const WorldBox& box, const TracePoint& p) {
+    return box.low.x <= p.x && p.x <= box.high.x && box.low.y <= p.y && p.y <= box.high.y &&
+           box.low.z <= p.z && p.z <= box.high.z;
+}
+
 VolumeShaderTessra& asTessra(VolumeShader& shader) {
     return static_cast<VolumeShaderTessra&>(shader);
 }
@@ -196,9 +201,9 @@ void NimbraVolPlugin::findBounds() {
 
 bool NimbraVolPlugin::mayMeet(const ShadingContext& context) const {
     // Who asks for fragments gets one of each ray.
-    if (context.fragments || bounds_.isEmpty())
-        return true;
     const TraceRay& ray = context.ray;
+    if (context.fragments || bounds_.isEmpty() || contains(bounds_, ray.p))
+        return true;
     return BoxRay(ray.p, ray.dir, static_cast<float>(ray.mint), static_cast<float>(ray.maxt))
         .mayMeet(bounds_);
 }
