@@ -1,19 +1,20 @@
 // Copyright 2026 The Nimbra Authors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The search for surfaces, by Embree. Nothing else of the host knows of it.
+// The search for surfaces, by Embree, as a module. Nothing else of the host knows of it.
 #include <embree3/rtcore.h>
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <memory>
 #include <new>
 #include <stdexcept>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
-#include "host/surface_scene.h"
+#include "host/surface_search.h"
 
 namespace nimbra::host {
 
@@ -34,7 +35,7 @@ constexpr const char* kDeviceSettings = "threads=1";
 constexpr const char* kDeviceSettings = nullptr;
 #endif
 
-/// One geometry of the scene; its number is its place in State::parts.
+/// One geometry of the scene; its number is its place in the list of them.
 struct Part {
     int object = 0;
     const TriangleMesh* mesh = nullptr;
@@ -166,25 +167,25 @@ bool isFinite(const TraceRay& ray) {
            std::isfinite(ray.dir.x + ray.dir.y + ray.dir.z) && ray.mint < ray.maxt;
 }
 
-}  // namespace
+class EmbreeSearch final : public SurfaceSearch {
+public:
+    EmbreeSearch();
+    ~EmbreeSearch() override;
+    void clear() override;
+    void addMesh(const TriangleMesh& mesh, const Transform& start, const Transform& end,
+                 int object) override;
+    void addInstance(const TriangleMesh& mesh, const Transform& start, const Transform& end,
+                     int object) override;
+    void addPrimitive(UserPrimitive& primitive, int object) override;
+    void commit() override;
+    bool empty() const override { return parts_.empty(); }
+    bool intersect(const TraceRay& ray, ShadingContext& context, SurfaceHit& hit) const override;
+    bool occluded(const TraceRay& ray, ShadingContext& context) const override;
 
-struct SurfaceScene::State {
-    RTCDevice device = nullptr;
-    RTCScene scene = nullptr;
-    std::vector<std::unique_ptr<Part>> parts;
-    std::unordered_map<const TriangleMesh*, SharedMesh> shared;
-
-    ~State() {
-        clear();
-        if (device)
-            rtcReleaseDevice(device);
-    }
-    /// Before anything is added. A scene without surfaces leaves Embree asleep: starting it costs
-    /// memory.
-    void start();
+private:
     /// Turns what Embree noted of this thread into an exception.
     void check(const char* what) const {
-        const RTCError error = rtcGetDeviceError(device);
+        const RTCError error = rtcGetDeviceError(device_.get());
         if (error == RTC_ERROR_OUT_OF_MEMORY)
             throw std::bad_alloc();
         if (error != RTC_ERROR_NONE)
@@ -192,10 +193,10 @@ struct SurfaceScene::State {
                                      std::to_string(static_cast<int>(error)) + ")");
     }
     void attach(RTCGeometry geometry, std::unique_ptr<Part> part) {
-        const auto number = static_cast<unsigned>(parts.size());
-        parts.push_back(std::move(part));
+        const auto number = static_cast<unsigned>(parts_.size());
+        parts_.push_back(std::move(part));
         rtcCommitGeometry(geometry);
-        rtcAttachGeometryByID(scene, geometry, number);
+        rtcAttachGeometryByID(scene_, geometry, number);
         rtcReleaseGeometry(geometry);
         check("adding an object");
     }
@@ -220,33 +221,26 @@ struct SurfaceScene::State {
     }
     /// The mesh as a scene of its own, without one where it has no triangles.
     const SharedMesh& share(const TriangleMesh& mesh);
-    void clear();
+    void release();
+
+    const std::unique_ptr<RTCDeviceTy, decltype(&rtcReleaseDevice)> device_;
+    RTCScene scene_ = nullptr;
+    std::vector<std::unique_ptr<Part>> parts_;
+    std::unordered_map<const TriangleMesh*, SharedMesh> shared_;
 };
 
-void SurfaceScene::State::start() {
-    if (!device)
-        device = rtcNewDevice(kDeviceSettings);
-    if (!device)
-        throw std::runtime_error("geometry: Embree could not start");
-    if (scene)
-        return;
-    scene = rtcNewScene(device);
-    rtcSetSceneFlags(scene, RTC_SCENE_FLAG_ROBUST);
-    check("making a scene");
-}
-
-const SharedMesh& SurfaceScene::State::share(const TriangleMesh& mesh) {
-    const auto [entry, isNew] = shared.try_emplace(&mesh);
+const SharedMesh& EmbreeSearch::share(const TriangleMesh& mesh) {
+    const auto [entry, isNew] = shared_.try_emplace(&mesh);
     SharedMesh& result = entry->second;
     const std::vector<std::uint32_t> triangles =
         isNew ? validTriangles(mesh) : std::vector<std::uint32_t>();
     if (triangles.empty())
         return result;
-    RTCGeometry geometry = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_TRIANGLE);
+    RTCGeometry geometry = rtcNewGeometry(device_.get(), RTC_GEOMETRY_TYPE_TRIANGLE);
     result.positions = storeVertices(geometry, 0, mesh, {});
     result.indices = storeTriangles(geometry, triangles);
     rtcCommitGeometry(geometry);
-    result.scene = rtcNewScene(device);
+    result.scene = rtcNewScene(device_.get());
     rtcSetSceneFlags(result.scene, RTC_SCENE_FLAG_ROBUST);
     rtcAttachGeometry(result.scene, geometry);
     rtcReleaseGeometry(geometry);
@@ -255,31 +249,39 @@ const SharedMesh& SurfaceScene::State::share(const TriangleMesh& mesh) {
     return result;
 }
 
-void SurfaceScene::State::clear() {
-    if (scene)
-        rtcReleaseScene(scene);
-    scene = nullptr;
-    for (const auto& entry : shared)
+void EmbreeSearch::release() {
+    if (scene_)
+        rtcReleaseScene(scene_);
+    scene_ = nullptr;
+    for (const auto& entry : shared_)
         if (entry.second.scene)
             rtcReleaseScene(entry.second.scene);
-    shared.clear();
-    parts.clear();
+    shared_.clear();
+    parts_.clear();
 }
 
-SurfaceScene::SurfaceScene() : state_(std::make_unique<State>()) {}
-
-SurfaceScene::~SurfaceScene() = default;
-
-void SurfaceScene::clear() {
-    state_->clear();
+EmbreeSearch::EmbreeSearch() : device_(rtcNewDevice(kDeviceSettings), rtcReleaseDevice) {
+    if (!device_)
+        throw std::runtime_error("geometry: Embree could not start");
+    clear();
 }
 
-void SurfaceScene::addMesh(const TriangleMesh& mesh, const Transform& start, const Transform& end,
+EmbreeSearch::~EmbreeSearch() {
+    release();
+}
+
+void EmbreeSearch::clear() {
+    release();
+    scene_ = rtcNewScene(device_.get());
+    rtcSetSceneFlags(scene_, RTC_SCENE_FLAG_ROBUST);
+    check("making a scene");
+}
+
+void EmbreeSearch::addMesh(const TriangleMesh& mesh, const Transform& start, const Transform& end,
                            int object) {
     const std::vector<std::uint32_t> triangles = validTriangles(mesh);
     if (triangles.empty())
         return;
-    state_->start();
     auto part = std::make_unique<Part>();
     part->object = object;
     part->mesh = &mesh;
@@ -287,19 +289,18 @@ void SurfaceScene::addMesh(const TriangleMesh& mesh, const Transform& start, con
     part->transform[1] = end;
     part->moving = !(start == end);
 
-    RTCGeometry geometry = rtcNewGeometry(state_->device, RTC_GEOMETRY_TYPE_TRIANGLE);
+    RTCGeometry geometry = rtcNewGeometry(device_.get(), RTC_GEOMETRY_TYPE_TRIANGLE);
     const unsigned steps = part->moving ? 2 : 1;
     rtcSetGeometryTimeStepCount(geometry, steps);
     for (unsigned step = 0; step < steps; ++step)
-        part->positions[step] = state_->storeVertices(geometry, step, mesh, part->transform[step]);
-    part->indices = state_->storeTriangles(geometry, triangles);
-    state_->attach(geometry, std::move(part));
+        part->positions[step] = storeVertices(geometry, step, mesh, part->transform[step]);
+    part->indices = storeTriangles(geometry, triangles);
+    attach(geometry, std::move(part));
 }
 
-void SurfaceScene::addInstance(const TriangleMesh& mesh, const Transform& start,
+void EmbreeSearch::addInstance(const TriangleMesh& mesh, const Transform& start,
                                const Transform& end, int object) {
-    state_->start();
-    const SharedMesh& shared = state_->share(mesh);
+    const SharedMesh& shared = share(mesh);
     if (!shared.scene)
         return;
     auto part = std::make_unique<Part>();
@@ -312,7 +313,7 @@ void SurfaceScene::addInstance(const TriangleMesh& mesh, const Transform& start,
     part->moving = !(start == end);
     part->instanced = true;
 
-    RTCGeometry geometry = rtcNewGeometry(state_->device, RTC_GEOMETRY_TYPE_INSTANCE);
+    RTCGeometry geometry = rtcNewGeometry(device_.get(), RTC_GEOMETRY_TYPE_INSTANCE);
     rtcSetGeometryInstancedScene(geometry, shared.scene);
     const unsigned steps = part->moving ? 2 : 1;
     rtcSetGeometryTimeStepCount(geometry, steps);
@@ -321,35 +322,26 @@ void SurfaceScene::addInstance(const TriangleMesh& mesh, const Transform& start,
         const Vector columns[4] = {m.f[0], m.f[1], m.f[2], toVector(m.offs)};
         rtcSetGeometryTransform(geometry, step, RTC_FORMAT_FLOAT3X4_COLUMN_MAJOR, columns);
     }
-    state_->attach(geometry, std::move(part));
+    attach(geometry, std::move(part));
 }
 
-void SurfaceScene::addPrimitive(UserPrimitive& primitive, int object) {
-    state_->start();
+void EmbreeSearch::addPrimitive(UserPrimitive& primitive, int object) {
     auto part = std::make_unique<Part>();
     part->object = object;
     part->primitive = &primitive;
-    RTCGeometry geometry = rtcNewGeometry(state_->device, RTC_GEOMETRY_TYPE_USER);
+    RTCGeometry geometry = rtcNewGeometry(device_.get(), RTC_GEOMETRY_TYPE_USER);
     rtcSetGeometryUserPrimitiveCount(geometry, 1);
     rtcSetGeometryUserData(geometry, part.get());
     rtcSetGeometryBoundsFunction(geometry, primitiveBounds, nullptr);
     rtcSetGeometryIntersectFunction(geometry, primitiveIntersect);
     rtcSetGeometryOccludedFunction(geometry, primitiveOccluded);
-    state_->attach(geometry, std::move(part));
+    attach(geometry, std::move(part));
 }
 
-void SurfaceScene::commit() {
-    if (empty())
-        return;
-    rtcCommitScene(state_->scene);
-    state_->check("building the search tree");
+void EmbreeSearch::commit() {
+    rtcCommitScene(scene_);
+    check("building the search tree");
 }
-
-bool SurfaceScene::empty() const {
-    return state_->parts.empty();
-}
-
-namespace {
 
 void describeTriangle(const Part& part, const RTCRayHit& found, const TraceRay& ray,
                       SurfaceHit& hit) {
@@ -386,21 +378,19 @@ void describeTriangle(const Part& part, const RTCRayHit& found, const TraceRay& 
             hit.uvw += mesh.uvw[corner[i]] * weights[i];
 }
 
-}  // namespace
-
-bool SurfaceScene::intersect(const TraceRay& ray, ShadingContext& context, SurfaceHit& hit) const {
+bool EmbreeSearch::intersect(const TraceRay& ray, ShadingContext& context, SurfaceHit& hit) const {
     if (empty() || !isFinite(ray))
         return false;
     Query query{{}, &ray, &context, {}};
     rtcInitIntersectContext(&query.base);
     RTCRayHit found{toEmbree(ray), {}};
     found.hit.geomID = found.hit.instID[0] = RTC_INVALID_GEOMETRY_ID;
-    rtcIntersect1(state_->scene, &query.base, &found);
+    rtcIntersect1(scene_, &query.base, &found);
     if (found.hit.geomID == RTC_INVALID_GEOMETRY_ID)
         return false;
 
     const bool instanced = found.hit.instID[0] != RTC_INVALID_GEOMETRY_ID;
-    const Part& part = *state_->parts[instanced ? found.hit.instID[0] : found.hit.geomID];
+    const Part& part = *parts_[instanced ? found.hit.instID[0] : found.hit.geomID];
     hit.object = part.object;
     hit.primitive = part.primitive;
     if (!part.primitive) {
@@ -416,14 +406,20 @@ bool SurfaceScene::intersect(const TraceRay& ray, ShadingContext& context, Surfa
     return true;
 }
 
-bool SurfaceScene::occluded(const TraceRay& ray, ShadingContext& context) const {
+bool EmbreeSearch::occluded(const TraceRay& ray, ShadingContext& context) const {
     if (empty() || !isFinite(ray))
         return false;
     Query query{{}, &ray, &context, {}};
     rtcInitIntersectContext(&query.base);
     RTCRay r = toEmbree(ray);
-    rtcOccluded1(state_->scene, &query.base, &r);
+    rtcOccluded1(scene_, &query.base, &r);
     return r.tfar < 0;
+}
+
+}  // namespace
+
+SurfaceSearch* nimbraNewSurfaceSearch() {
+    return new EmbreeSearch;
 }
 
 }  // namespace nimbra::host

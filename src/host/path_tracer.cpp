@@ -127,15 +127,15 @@ int PathTracer::State::addPlaced(PlacedPlugin& plugin, const MaterialPlugin* mat
 
 void PathTracer::State::gatherMeshes(Scene& plugins) {
     for (MeshPlugin* mesh : plugins.pluginsOf<MeshPlugin>())
-        scene.surfaces.addMesh(*mesh->getMesh(), mesh->place(0), mesh->place(1),
-                               addPlaced(*mesh, mesh->material()));
+        scene.surfaces.search().addMesh(*mesh->getMesh(), mesh->place(0), mesh->place(1),
+                                        addPlaced(*mesh, mesh->material()));
     for (InstancePlugin* copy : plugins.pluginsOf<InstancePlugin>()) {
         MeshPlugin* source = copy->source();
         if (!source)
             continue;
         const MaterialPlugin* material = copy->material() ? copy->material() : source->material();
-        scene.surfaces.addInstance(*source->getMesh(), copy->place(0), copy->place(1),
-                                   addPlaced(*copy, material));
+        scene.surfaces.search().addInstance(*source->getMesh(), copy->place(0), copy->place(1),
+                                            addPlaced(*copy, material));
     }
 }
 
@@ -152,9 +152,9 @@ void PathTracer::State::gatherGenerated(TessraRenderer& renderer, Scene& plugins
         object.identity = plugin;
         object.plugin = plugin;
         if (TessUtils::UserPrimitive* primitive = instance->primitive())
-            scene.surfaces.addPrimitive(*primitive, addObject(object, false));
+            scene.surfaces.search().addPrimitive(*primitive, addObject(object, false));
         if (const TessUtils::TriangleMesh* mesh = instance->mesh())
-            scene.surfaces.addMesh(*mesh, {}, {}, addObject(object, true));
+            scene.surfaces.search().addMesh(*mesh, {}, {}, addObject(object, true));
     }
 }
 

@@ -8,11 +8,10 @@
 
 #include <cstdio>
 #include <exception>
-#include <filesystem>
+
+#include "host/program_files.h"
 
 namespace nimbra::host {
-
-namespace fs = std::filesystem;
 
 const TessUtils::ParameterDef* PluginType::findRow(std::string_view rowName) const {
     for (const TessUtils::ParameterDef* row : rows)
@@ -177,16 +176,7 @@ void PluginRegistry::destroy(Plugin* plugin) {
 }
 
 std::string PluginRegistry::defaultModulePath() {
-    std::error_code code;
-    const fs::path program = fs::read_symlink("/proc/self/exe", code);
-    if (code)
-        return "";
-    const fs::path folder = program.parent_path();
-    for (const fs::path& place : {folder, folder / ".." / "lib"})
-        for (const char* name : {"tessra_nmbshader.so", "libtessra_nmbshader.so"})
-            if (fs::is_regular_file(place / name, code))
-                return (place / name).lexically_normal().string();
-    return "";
+    return findModule("tessra_nmbshader.so");
 }
 
 void PluginRegistry::registerPluginDesc(PluginDesc* desc) {

@@ -1,75 +1,40 @@
 // Copyright 2026 The Nimbra Authors
 // SPDX-License-Identifier: Apache-2.0
 //
-// All surfaces of a frame, and the first of them along a ray.
+// All surfaces of a frame, and the first of them along a ray. The module that searches is loaded
+// for the first surface.
 #pragma once
 
-#include <algorithm>
 #include <memory>
 
-#include "tessra/geometry.h"
+#include "host/surface_search.h"
 
 namespace nimbra::host {
 
-/// Where a ray met a surface. All in world space.
-struct SurfaceHit {
-    double t = 0;
-    TessUtils::TracePoint position;
-    /// Unit length; the side follows the winding, not the ray.
-    TessUtils::Vector geometricNormal;
-    /// Interpolated where the mesh has normals; on the side of geometricNormal.
-    TessUtils::Vector normal;
-    TessUtils::Vector uvw;
-    bool hasUVW = false;
-    /// The number that was given with what was hit.
-    int object = 0;
-    /// Set for generated primitives, with their own answer.
-    TessUtils::UserPrimitive* primitive = nullptr;
-    TessUtils::UserPrimitive::Hit primitiveHit;
-
-    /// Largest coordinate of the place and of what was hit there: what rounding is relative to.
-    double extent = 0;
-
-    /// How far from the surface a new ray has to start, so that it doesn't meet it again.
-    double offset() const { return 1e-6 * extent + 1e-12; }
-    /// How far behind t the same ray has to go on.
-    double step() const { return 4e-6 * std::max(extent, t) + 1e-12; }
-};
-
-/// Filled on the scene thread, then asked on all render threads. Positions are kept in single
-/// precision.
+/// As SurfaceSearch.
 class SurfaceScene {
 public:
-    SurfaceScene();
-    ~SurfaceScene();
-    SurfaceScene(const SurfaceScene&) = delete;
-    SurfaceScene& operator=(const SurfaceScene&) = delete;
-
-    /// Takes everything out.
-    void clear();
-    /// Adds a mesh at its places at the start and the end of the frame; `object` comes back with
-    /// its hits. Triangles whose indices lie outside of the mesh are left out. The mesh must
-    /// outlive the frame.
-    void addMesh(const TessUtils::TriangleMesh& mesh, const TessUtils::Transform& start,
-                 const TessUtils::Transform& end, int object);
-    /// The same for a mesh that is added several times: its triangles and their tree are kept once.
-    /// A little slower to trace.
-    void addInstance(const TessUtils::TriangleMesh& mesh, const TessUtils::Transform& start,
-                     const TessUtils::Transform& end, int object);
-    void addPrimitive(TessUtils::UserPrimitive& primitive, int object);
-    /// Builds the search tree. Throws std::bad_alloc or std::runtime_error.
-    void commit();
-    bool empty() const;
-
-    /// The first surface in (ray.mint, ray.maxt); re-entrant.
+    void clear() {
+        if (search_)
+            search_->clear();
+    }
+    /// For something to be added. Throws std::runtime_error when the module can't be loaded.
+    SurfaceSearch& search();
+    void commit() {
+        if (search_)
+            search_->commit();
+    }
+    bool empty() const { return !search_ || search_->empty(); }
     bool intersect(const TessUtils::TraceRay& ray, TessUtils::ShadingContext& context,
-                   SurfaceHit& hit) const;
-    /// True if anything lies in (ray.mint, ray.maxt).
-    bool occluded(const TessUtils::TraceRay& ray, TessUtils::ShadingContext& context) const;
+                   SurfaceHit& hit) const {
+        return search_ && search_->intersect(ray, context, hit);
+    }
+    bool occluded(const TessUtils::TraceRay& ray, TessUtils::ShadingContext& context) const {
+        return search_ && search_->occluded(ray, context);
+    }
 
 private:
-    struct State;
-    std::unique_ptr<State> state_;
+    std::unique_ptr<SurfaceSearch> search_;
 };
 
 }  // namespace nimbra::host

@@ -97,6 +97,16 @@ TEST_F(VdbImport, EveryTypeStorageAndCompression) {
             }
 }
 
+TEST_F(VdbImport, LargeGrids_KeepTheirValuesWhileTheirBytesGo) {
+    // 2 MiB of values: what was read is given back by the MiB.
+    const GridSpec g = scalar("density", ballOfVoxels({50, 50, 50}, 50));
+    ASSERT_EQ(import({.grids = {g}, .compression = 0}, "2,density;"), kLoadOk);
+    std::size_t wrong = 0;
+    for (const VoxelSpec& v : g.voxels)
+        wrong += at(2, v.at[0], v.at[1], v.at[2]) != static_cast<float>(v.value[0]);
+    EXPECT_EQ(wrong, 0u);
+}
+
 TEST_F(VdbImport, Mappings_ChooseGridsAndComponents) {
     struct Cell {
         int channel;
