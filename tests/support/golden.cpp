@@ -33,6 +33,15 @@ std::string GoldenCase::name() const {
     return fs::relative(path, goldenFolder()).string();
 }
 
+GoldenCase loadGolden(const fs::path& path) {
+    std::ifstream file(path);
+    try {
+        return {path, json::parse(file)};
+    } catch (const json::exception& error) {
+        throw std::runtime_error(path.string() + ": " + error.what());
+    }
+}
+
 namespace {
 
 /// All .json files below the folder, sorted.
@@ -44,15 +53,6 @@ std::vector<fs::path> goldenFiles() {
     }
     std::sort(files.begin(), files.end());
     return files;
-}
-
-GoldenCase loadGolden(const fs::path& path) {
-    std::ifstream file(path);
-    try {
-        return {path, json::parse(file)};
-    } catch (const json::exception& error) {
-        throw std::runtime_error(path.string() + ": " + error.what());
-    }
 }
 
 std::vector<GoldenCase> goldenWhere(const std::function<bool(const fs::path&)>& wanted) {
