@@ -82,5 +82,34 @@ INSTANTIATE_TEST_SUITE_P(Files, KolDamage, testing::ValuesIn(kFiles), [](const a
     return name.substr(0, name.find('.'));
 });
 
+/// A file of version 4 with one group of 2 particles in a block of 6 words, positions at `offset`.
+std::string particleFile(std::int32_t section, std::int32_t offset,
+                         const std::vector<std::int32_t>& tags) {
+    const auto words = [](const std::vector<std::int32_t>& values) {
+        return std::string(reinterpret_cast<const char*>(values.data()), values.size() * 4);
+    };
+    std::vector<std::int32_t> offsets(32, -1);
+    offsets[0] = offset;
+    const std::string bytes = "KOLV" + words({section, 6, 0, 0, 0, 0, 0, 0, 1, 1}) + "G" +
+                              words({2}) + words(offsets) + words(tags);
+    const auto marker = static_cast<std::int32_t>(bytes.size());
+    return bytes + words({0, 9999999, marker, 0, 4}) + "KOLV2NMB";
+}
+
+TEST(KolParticleBlock, OffsetsAndTagsThatLeadOutside_FailTheFile) {
+    constexpr int kPlain = 7, kPacked = 13;
+    EXPECT_EQ(walk(particleFile(kPlain, 0, {0})), kLoadOk);
+    for (const std::int32_t offset : {1, 6, 7, INT32_MAX, -2, INT32_MIN})
+        EXPECT_EQ(walk(particleFile(kPlain, offset, {0})), kLoadBroken) << offset;
+    for (const std::int32_t offset : {7, INT32_MAX, -2, INT32_MIN})
+        EXPECT_EQ(walk(particleFile(kPacked, offset, {0})), kLoadBroken) << offset;
+    // A stream may end anywhere in the block; one that is none costs the channel.
+    EXPECT_EQ(walk(particleFile(kPacked, 3, {0})), kLoadOk);
+    for (const std::int32_t length : {-1, 1000, INT32_MAX})
+        EXPECT_EQ(walk(particleFile(kPacked, 0, {2, length})), kLoadBroken);
+    // IDs whose symbols are missing are left out.
+    EXPECT_EQ(walk(particleFile(kPacked, 0, {2, 4, 0x20, 0})), kLoadOk);
+}
+
 }  // namespace
 }  // namespace nimbra

@@ -12,6 +12,7 @@
 #include <map>
 #include <random>
 
+#include "cache/liquid_fit.h"
 #include "cache/prt_group.h"
 #include "cache/test_grids.h"
 #include "cache/test_jobs.h"
@@ -179,6 +180,24 @@ TEST(ParticlesToGrid, Values_AreThoseOfEachVoxelForItself) {
                 ASSERT_NEAR(got[i], expected[i], 2e-5f)
                     << size[0] << " x " << size[1] << ", " << count << ", voxel " << i;
         }
+    }
+}
+
+// Reading by groups must not leave a list that is full to its last place.
+TEST(ParticlesToGrid, Lists_OfAllLengths) {
+    using namespace ParticlesToGrid;
+    const float origin[3] = {0, 0, 0};
+    for (std::int64_t n = 2; n < 300; ++n) {
+        const Field coordinates(static_cast<std::size_t>(n + kGroup), 0.25f);
+        const float* const positions[3] = {coordinates.data(), coordinates.data(),
+                                           coordinates.data()};
+        OffsetLists lists;
+        lists.add(positions, n, origin, origin);
+        float values[kVoxels];
+        surfaceValues(lists, values);
+        const std::vector<Vector> near(static_cast<std::size_t>(n), {0.125f, 0.125f, 0.125f});
+        ASSERT_EQ(lists.list(0).count, n);
+        ASSERT_NEAR(values[0], referenceValue(near), 1e-5f) << n;
     }
 }
 
