@@ -194,6 +194,11 @@ TEST(Speed, IsTheLengthOfTheVelocity) {
 
 TEST(Lock, IsRecursiveForItsOwnerAndHoldsOthersOff) {
     NimbraFrameData frame;
+    frame.lock();
+    frame.lock();
+    frame.unlock();
+    EXPECT_EQ(frame.lockWord, 1);
+    frame.unlock();
     int counter = 0;  // nothing else protects it
     test::onThreads(8, [&](int) {
         for (int i = 0; i < 2000; ++i) {
