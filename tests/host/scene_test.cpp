@@ -230,12 +230,17 @@ constexpr const char* kSeedScene = R"(// a scene
  "other": {"plugin": "Recorder", "numbers": [], "aspect": [1, 1.5, 2]}
 })";
 
-/// Half of the time another digit somewhere, so that values are reached behind the parser.
+/// Any change, a telling piece, or another digit: then values are reached behind the parser.
 std::string damaged(std::string text, std::mt19937_64& random) {
-    if (random() % 2)
+    static const char* const kPieces[] = {"{",  "]",  ",",       "\"",   "@",  "1e400", "null", "",
+                                          "/*", "//", "\\u0000", "\xff", "\n", "NaN",   "-0"};
+    const std::size_t at = random() % text.size(), way = random() % 6;
+    const std::size_t digit = text.find_first_of("0123456789", at);
+    if (way == 0)
         return nimbra::test::mutated(std::move(text), random);
-    const std::size_t digit = text.find_first_of("0123456789", random() % text.size());
-    if (digit != text.npos)
+    if (way < 3)
+        text.replace(at, random() % 12, kPieces[random() % std::size(kPieces)]);
+    else if (digit != text.npos)
         text[digit] = static_cast<char>('0' + random() % 10);
     return text;
 }
@@ -246,7 +251,7 @@ TEST(SceneMutation, DamagedScene_GivesASceneOrMessagesWithAPlace) {
     int parsed = 0, scenes = 0, refused = 0;
     for (int i = 0; i < 20000; ++i) {
         std::string text = kSeedScene;
-        for (unsigned n = 1 + random() % 3; n > 0 && text.size() > 64; --n)
+        for (unsigned n = 1 + random() % 4; n > 0 && text.size() > 64; --n)
             text = damaged(std::move(text), random);
         SceneDiagnostics diagnostics;
         const SceneDocument document = SceneDocument::parse(text, "m.json", diagnostics);

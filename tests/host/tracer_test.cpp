@@ -221,14 +221,18 @@ TEST_F(Tracer, GeneratedPrimitive_IsMetTwiceAndSeenThrough) {
     // Front (normal 1), back (normal -1), then the card.
     EXPECT_NEAR(p.pixel(0, 0)[0], 1 - 0.5 + 0.25 * 3, 1e-5);
     EXPECT_NEAR(p.channels[4].at(0), 9, 1e-5);
-    // Its shadow: half for each side.
-    expectColor(
-        centreOf(all({pane("low", -2, R"("material": "@grey")"),
-                      R"("ball": {"plugin": "Ball"}, "l": {"plugin": "TessraLightDirectional"},
+    // Its shadow: half for each side. None is left below an opaque roof; a light may be off.
+    const auto below = [&](const std::string& more) {
+        return centreOf(
+            all({pane("low", -2, R"("material": "@grey")"), more,
+                 R"("ball": {"plugin": "Ball"}, "l": {"plugin": "TessraLightDirectional"},
+            "off": {"plugin": "TessraLightPoint", "enabled": false},
             "grey": {"plugin": "TessraMaterial", "diffuse": 0.8},
             "cam": {"plugin": "TessraCamera", "type": 1, "film_width": 0.01,
-                "position": [0, -1.5, 0], "target": [0, -9, 0], "up": [0, 0, -1]})"})),
-        {0.2f, 0.2f, 0.2f}, 1e-5f);
+                "position": [0, -1.5, 0], "target": [0, -9, 0], "up": [0, 0, -1]})"}));
+    };
+    expectColor(below(pane("aside", 3, R"("casts_shadows": false)")), {0.2f, 0.2f, 0.2f}, 1e-5f);
+    expectColor(below(pane("roof", 3, R"("casts_shadows": true)")), {0, 0, 0}, 0);
 }
 
 TEST_F(Tracer, DepthIsAlongTheViewAndTheNearestOfThePixel) {

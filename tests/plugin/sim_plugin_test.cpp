@@ -36,6 +36,7 @@ TEST_F(SimPlugin, WithoutACache_OneWarningEachFrame) {
     EXPECT_EQ(log.lines, (Lines{"warning: [NimbraSimPlugin] Unable to acquire the Nimbra cache "
                                 "interface.\n",
                                 none, none}));
+    sim->postFrameEnd(&renderer);
     EXPECT_EQ(sim->getFrameByTime(kLoadedFrameTime), nullptr);
     EXPECT_EQ(sim->getFrameIndices(5, true, nullptr, nullptr), 0);
     EXPECT_EQ(sim->getRenderer(0), nullptr);

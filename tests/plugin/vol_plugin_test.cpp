@@ -106,7 +106,10 @@ protected:
     }
     const VolumeResult& shade(std::uint32_t flags = kRayPath) {
         ray.flags = flags;
-        plugin.shade(context);
+        if (flags & kRayShadow)
+            plugin.shadeTransparency(context);
+        else
+            plugin.shade(context);
         return result;
     }
     float transparency(std::uint32_t flags = kRayPath) { return shade(flags).transparency.color.g; }
@@ -126,11 +129,14 @@ TEST_F(VolPlugin, RayWithoutAVolume_IsLeftAlone) {
     std::vector<Fragment> fragments;
     context.fragments = &fragments;
     const auto expectEmpty = [&] {
-        const AColor clear{{1, 1, 1}, 1};
+        const AColor clear{{1, 1, 1}, 1}, before{{7, 7, 7}, 7};
+        context.volumeResult = {before, before, before};
         EXPECT_EQ(shade().color, AColor());
         EXPECT_EQ(result.transparency, clear);
         EXPECT_EQ(result.transparency2, clear);
     };
+    expectEmpty();
+    collect({});
     expectEmpty();
     collect({&container});
     container.visible = false;
@@ -174,6 +180,8 @@ TEST_F(VolPlugin, Register_TakesEachPluginOnce) {
     EXPECT_EQ(getVolumeRegister(&renderer)->plugins.size, 2);
     EXPECT_EQ(plugin.shaders.size, 3);
     EXPECT_EQ(plugin.simInterfaces[2], &many);
+    FakeRenderer other;
+    EXPECT_NE(getVolumeRegister(&other), getVolumeRegister(&renderer));
     EXPECT_EQ(renderer.log.count("warning: [NimbraVolPlugin] The Nimbra simulator plugin does "
                                  "not support NimbraSimInterface.\n"),
               1);

@@ -210,6 +210,20 @@ protected:
     ShadeQuery query = rayAlongX(2.6, 3.2, -2, 20);
 };
 
+TEST_F(LitMarcher, ProbabilisticColor_ConvergesToBlended) {
+    const ShadeResult blended = shade();
+    ASSERT_GT(blended.color.r, 0.5f);
+    for (const int samples : {1, 7, 50, 2000}) {
+        query.probabilisticSamples = samples;
+        const ShadeResult got = shade();
+        // Stratified thresholds: one sample more or less than the transmittance asks for.
+        const double error = 1.0 / samples + 1e-5;
+        EXPECT_NEAR(got.opacity.r, blended.opacity.r, error) << samples;
+        EXPECT_NEAR(got.color.r, blended.color.r, error) << samples;
+        EXPECT_NEAR(got.color.b, blended.color.b, error) << samples;
+    }
+}
+
 TEST_F(LitMarcher, ProbabilisticSteps_ConvergeToBlended) {
     const ShadeResult blended = shade();
     box.shader.flags |= kProbPrimary;
@@ -237,6 +251,24 @@ VolumePtr fireBox(int mode, float smoke) {
     setFire(*box, {2.0f, 1.0f, 0.25f}, -0.3f);
     box->load();
     return box;
+}
+
+TEST_F(Marcher, FireOverBlack_GivesTheTablesValues) {
+    const double length = marchedLength(8, 0.5);
+    const double bySmoke = 1 - std::exp(-0.1 * length), byFire = 1 - std::exp(-0.3 * length);
+    const struct {
+        int mode;
+        float smoke;
+        double opacity, light;
+    } cases[] = {{kFireUsesSmoke, 0.1f, bySmoke, bySmoke},
+                 {kFireVisible, 0.0f, 0, length},  // light by length, not by opacity
+                 {kFireOwnOpacity, 0.0f, byFire, byFire}};
+    for (const auto& c : cases) {
+        const ShadeResult result = fireBox(c.mode, c.smoke)->shade(ray, illuminator);
+        EXPECT_NEAR(result.opacity.r, c.opacity, 2e-3) << c.mode;
+        EXPECT_NEAR(result.color.r, 2.0 * c.light, 4e-3) << c.mode;
+        EXPECT_NEAR(result.color.b, 0.25 * c.light, 1e-3) << c.mode;
+    }
 }
 
 TEST_F(Marcher, RayClasses_DecideWhoTakesPart) {
@@ -476,9 +508,8 @@ TEST_F(LitMarcher, GammaActsOnTheVolumesOwnColor) {
 
 TEST_F(LitMarcher, Elements_AreSummedOverTheRay) {
     const auto& written = illuminator.written;
-    for (const int element : {kElementDiffuse, kElementTotalLighting, kElementRawTotalLighting,
-                              kElementAge, kElementNormal})
-        illuminator.wantedElements |= 1u << element;
+    illuminator.wantedElements = 1u << kElementDiffuse | 1u << kElementTotalLighting |
+                                 1u << kElementRawTotalLighting | 1u << kElementAge;
     box.shader.volzdepth = 1;
     const ShadeResult result = shade();
     ASSERT_EQ(written.size(), static_cast<std::size_t>(kElementCount));
@@ -488,15 +519,16 @@ TEST_F(LitMarcher, Elements_AreSummedOverTheRay) {
     // Age asks for the depth, too: a mean of distances through the box, 2 to 11 from the start.
     EXPECT_GT(written[kElementZDepth].g, 2 * result.opacity.g);
     EXPECT_LT(written[kElementZDepth].g, 11 * result.opacity.g);
-    // Normals as well by chance, and by chance beyond the volume's bounces.
+    // Normals: blended, by chance, and by chance beyond the volume's bounces.
+    illuminator.wantedElements = 1u << kElementNormal;
     for (const int way : {0, 1, 2}) {
+        query.probabilisticSamples = way > 0 ? 1 : 0;
+        illuminator.kind = way > 1 ? kKindDiffuse : 0u;
+        illuminator.bounces = box.shader.bounces + 1;
+        illuminator.randomNumbers = {0.5f, 0.5f, 0.5f};
+        shade();
         EXPECT_LT(written[kElementNormal].r, -0.3f) << "density rises along x, way " << way;
         EXPECT_NEAR(written[kElementNormal].g, 0, 1e-3) << way;
-        query.probabilisticSamples = 1;
-        illuminator.kind = way > 0 ? kKindDiffuse : 0u;
-        illuminator.bounces = box.shader.bounces + 1;
-        illuminator.randomNumbers = std::vector<float>(9, 0.5f);
-        shade();
     }
 }
 
