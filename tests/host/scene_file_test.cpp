@@ -36,6 +36,7 @@ TEST(SceneFile, BadText_IsReportedAtItsPlace) {
         {R"({"nimbra": 1, "a.b": {"plugin": "X"}})",
          "1:15: a.b: found this as a name, allowed are 1 to 255 characters without '.', '@' "
          "and '='"},
+        {R"({"nimbra": 1, "a=b": {"plugin": "X"}})", "1:15: a=b: found this as a name, allowed"},
         {"{\"nimbra\": 1,\n \"a\": {\"plugin\": \"X\"},\n \"a\": {\"plugin\": \"X\"}}",
          "3:2: a: found the key 'a' twice, every key may be given once"},
         {"{\"nimbra\": 1,\n \"a\": {\"plugin\": \"X\", // one\n   \"p\": 1, /* two\n */ \"p\": 2}}",

@@ -82,6 +82,7 @@ TEST_F(SceneTest, BadValue_IsReportedWithWhatIsAllowed) {
          "two keys at time 1, allowed is a list of [time, value] pairs with different times"},
         {R"("amount": {"keys": [^[1, 2, 3]]})",
          "a list of 3 values, allowed is a pair [time, value]"},
+        {R"("shade": {"keys": [^[]]})", "a list of 0 values, allowed is a pair [time, value]"},
         {R"("amount": {"keys": [[1, ^"x"]]})", "the text 'x', allowed is a number"},
         {R"("amount": {"keys": [[1, 2]], ^"loop": 1})",
          R"(the key 'loop', an animated value has "keys" alone)"},
