@@ -78,6 +78,8 @@ public:
     virtual void initFromRay(const TessUtils::TraceRay* ray) = 0;
     virtual bool isLightCacheRay() const = 0;
 
+    /// Without a medium around the ray applyMediumAttenuation needn't be called.
+    bool inMedium = true;
     std::uint32_t elementMask = 0;
     std::uint32_t kind = 0;
     /// Shaders with one of these visibility bits don't take part.

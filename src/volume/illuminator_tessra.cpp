@@ -83,6 +83,7 @@ const VolumeShaderTessra& asTessra(const VolumeShader& shader) {
 IlluminatorTessra::IlluminatorTessra(ShadingContext* context,
                                      const TessUtils::RenderChannelListInterface* channels)
     : rayContext(context), channels_(channels) {
+    inMedium = context && context->fog.unit > 0;
     if (!context)
         return;
     screenPos[0] = context->screenX;

@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <atomic>
 
+#include "cache/sampler_lanes.h"
 #include "volume/illuminator.h"
+#include "volume/opacity_lanes.h"
 #include "volume/volume_shader.h"
 
 namespace nimbra {
@@ -53,7 +55,7 @@ bool NmbGridLightCacheBasic::allocate(const VolumeShader& /*shader*/, const int 
 struct NmbGridLightCacheBasic::Corners {
     std::int64_t base = 0;
     std::int64_t stride[3] = {0, 0, 0};
-    float upper[3], lower[3];
+    float upper[3];         // weights of the upper neighbours
     unsigned highEdge = 0;  // bit per axis: there is no upper neighbour
 
     bool exists(unsigned corner) const { return (corner & highEdge) == 0; }
@@ -61,9 +63,10 @@ struct NmbGridLightCacheBasic::Corners {
         return base + (corner & 1 ? stride[0] : 0) + (corner & 2 ? stride[1] : 0) +
                (corner & 4 ? stride[2] : 0);
     }
-    float weight(unsigned corner) const {
-        return (corner & 1 ? upper[0] : lower[0]) * (corner & 2 ? upper[1] : lower[1]) *
-               (corner & 4 ? upper[2] : lower[2]);
+    void weigh(float weights[8]) const {
+        const EightWeights<0> products(_mm_setr_ps(upper[0], upper[1], upper[2], 0.0f));
+        _mm_store_ps(weights, products.near);
+        _mm_store_ps(weights + 4, products.far);
     }
 };
 
@@ -85,7 +88,6 @@ NmbGridLightCacheBasic::Corners NmbGridLightCacheBasic::cornersAround(const Vect
             i = 0;
             corners.upper[axis] = 0;
         }
-        corners.lower[axis] = 1 - corners.upper[axis];
         corners.stride[axis] = stride;
         corners.base += i * stride;
         stride *= size[axis];
@@ -99,29 +101,34 @@ void NmbGridLightCacheBasic::lookup(Color& out, const VolumeShader& shader, cons
     if (rgb.size == 0)
         return;
     const Corners corners = cornersAround(pos);
-    const float reflectance = std::clamp(1 - shader.subred, 0.001f, 1.0f);
-    const std::uint32_t fillBit = illuminator.kind & kKindCacheFill;
-    illuminator.kind |= kKindCacheFill;
+    alignas(16) float weights[8];
+    corners.weigh(weights);
+    __m128 sum = _mm_setzero_ps();
+#pragma GCC unroll 8
     for (unsigned corner = 0; corner < 8; ++corner) {
         if (!corners.exists(corner))
             continue;
         const std::int64_t index = corners.index(corner);
-        if (!isLit(index) && !lightVoxel(index, reflectance, shader, illuminator)) {
+        if (!isLit(index) && !lightVoxel(index, shader, illuminator)) [[unlikely]] {
             illuminator.kind &= ~kKindCacheFill;
             illuminator.illuminate(out, pos, {1, 1, 1}, nullptr);
             return;
         }
-        const float weight = corners.weight(corner);
-        float* cell = &rgb[index * 3];
-        for (int i = 0; i < 3; ++i)
-            out[i] += weight * atomicCell(cell[i]).load(std::memory_order_relaxed);
+        sum = _mm_add_ps(sum, _mm_mul_ps(lightOf(index), _mm_set1_ps(weights[corner])));
     }
-    illuminator.kind = (illuminator.kind & ~kKindCacheFill) | fillBit;
+    out = colorOf(sum);
 }
 
 bool NmbGridLightCacheBasic::isLit(std::int64_t voxelIndex) const {
     float& first = rgb.data[voxelIndex * 3];
     return atomicCell(first).load(std::memory_order_acquire) != kUnlit;
+}
+
+__m128 NmbGridLightCacheBasic::lightOf(std::int64_t voxelIndex) const {
+    float* const cell = rgb.data + voxelIndex * 3;
+    return _mm_setr_ps(atomicCell(cell[0]).load(std::memory_order_relaxed),
+                       atomicCell(cell[1]).load(std::memory_order_relaxed),
+                       atomicCell(cell[2]).load(std::memory_order_relaxed), 0.0f);
 }
 
 Vector NmbGridLightCacheBasic::voxelPosition(std::int64_t voxelIndex) const {
@@ -131,15 +138,16 @@ Vector NmbGridLightCacheBasic::voxelPosition(std::int64_t voxelIndex) const {
             static_cast<float>(slice)};
 }
 
-bool NmbGridLightCacheBasic::lightVoxel(std::int64_t voxelIndex, float reflectance,
-                                        const VolumeShader& shader, Illuminator& illuminator) {
+bool NmbGridLightCacheBasic::lightVoxel(std::int64_t voxelIndex, const VolumeShader& shader,
+                                        Illuminator& illuminator) {
     const std::uint32_t kind = illuminator.kind;
     const std::uint32_t seed = illuminator.seed;
-    illuminator.kind |= kKindCacheLights | kKindCacheShadows;
+    illuminator.kind |= kKindCacheFill | kKindCacheLights | kKindCacheShadows;
     // The voxel's own random numbers, so that it doesn't matter which ray comes first.
     illuminator.seed = lightCacheSeed(static_cast<std::uint32_t>(voxelIndex));
     const Vector position = voxelPosition(voxelIndex);
     Color light;
+    const float reflectance = std::clamp(1 - shader.subred, 0.001f, 1.0f);
     // A darker surface lets the host spend less on sampling.
     illuminator.illuminate(light, position, {reflectance, reflectance, reflectance}, nullptr);
     light = light * (1 / reflectance);

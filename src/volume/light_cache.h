@@ -7,6 +7,8 @@
 // around them. Only voxels that rays reach are paid for.
 #pragma once
 
+#include <xmmintrin.h>
+
 #include <cstdint>
 
 #include "foundation/array.h"
@@ -46,8 +48,9 @@ private:
     /// The eight voxels around a position and their weights.
     Corners cornersAround(const TessUtils::Vector& pos) const;
     /// Lights a voxel; false when there is too much light for the cache.
-    bool lightVoxel(std::int64_t voxelIndex, float reflectance, const VolumeShader& shader,
-                    Illuminator& illuminator);
+    bool lightVoxel(std::int64_t voxelIndex, const VolumeShader& shader, Illuminator& illuminator);
+    /// The light of a voxel that was lit.
+    __m128 lightOf(std::int64_t voxelIndex) const;
     TessUtils::Vector voxelPosition(std::int64_t voxelIndex) const;
 
     int size[3] = {0, 0, 0};

@@ -5,8 +5,11 @@
 //   C += color * T,  T *= 1 - alpha
 // T. Porter, T. Duff, "Compositing digital images", SIGGRAPH 1984 (the "over" operator with
 // colour already multiplied by opacity).
+#include <bit>
+
 #include "volume/color_ops.h"
 #include "volume/march_loop.h"
+#include "volume/plain_walk.h"
 #include "volume/volume_shader.h"
 
 namespace nimbra {
@@ -29,14 +32,53 @@ bool blend(ColorMarch& march, const RaySegment& segment, Illuminator& illuminato
     return false;
 }
 
+/// Whether stepSegment would do no more than blendSteps does.
+bool goesAhead(const RaySegment& segment) {
+    return segment.plan.gray && (segment.state & kSegmentColored) != 0 &&
+           segment.shader->has(kVolumetric);
+}
+
+/// Shades and blends the steps that are left of a segment, sampled several at once.
+bool blendSteps(ColorMarch& march, RaySegment& segment, Illuminator& illuminator) {
+    PlainWalk walk(segment, illuminator);
+    VoxelSample sample;
+    int steps = 0;
+    while (steps < kMaxMarchRounds && walk.next()) {
+        for (unsigned left = walk.shown(); left != 0; left &= left - 1, ++steps) {
+            const int step = std::countr_zero(left);
+            ++illuminator.stepCounter;
+            walk.accept(step);
+            walk.lookAt(step, sample);
+            segment.shader->shadeVoxel(segment, illuminator, false, sample);
+            if (showsAnything(segment) && !blend(march, segment, illuminator))
+                return false;
+        }
+    }
+    if (steps >= kMaxMarchRounds)
+        segment.state |= kSegmentFinished | kSegmentStuck;
+    return true;
+}
+
+/// The same; a segment that gets no further is reported.
+bool blendRest(ColorMarch& march, RaySegment& segment, Illuminator& illuminator) {
+    if (!blendSteps(march, segment, illuminator))
+        return false;
+    if ((segment.state & kSegmentStuck) != 0)
+        reportColorCycle(illuminator);
+    return true;
+}
+
 }  // namespace
 
 void marchColor(RayData& rayData, float time, Color& color, Color& alpha) {
     Illuminator& illuminator = *rayData.illuminator;
     ColorMarch march;
     march.begin(illuminator);
-    walkNearestFirst(rayData, illuminator, time,
-                     [&](const RaySegment& segment) { return blend(march, segment, illuminator); });
+    walkNearestFirst(rayData, illuminator, time, [&](RaySegment& segment, bool alone) {
+        if (!blend(march, segment, illuminator))
+            return false;
+        return !alone || !goesAhead(segment) || blendRest(march, segment, illuminator);
+    });
     alpha = transparencyOf(march.transmittance);
     march.finish(illuminator, alpha);
     color = march.color;

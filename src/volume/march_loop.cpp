@@ -30,7 +30,7 @@ void reportColorCycle(const Illuminator& illuminator) {
 
 Color stepColor(const RaySegment& segment, Illuminator& illuminator) {
     Color color = segment.color;
-    if (segment.shader->has(kMediumFog))
+    if (illuminator.inMedium && segment.shader->has(kMediumFog))
         illuminator.applyMediumAttenuation(color, segment);
     const bool indirect = (illuminator.kind & kKindDiffuse) != 0;
     return indirect ? color * segment.shader->giMultiplier : color;

@@ -24,6 +24,7 @@ public:
         entries = capacity > kInline ? more.data() : few;
     }
     bool empty() const { return count == 0; }
+    bool hasOne() const { return count == 1; }
     void add(RaySegment& segment) { entries[count++] = &segment; }
     /// The index of the segment with the smallest tCur, the first of equals.
     int nearest() const {
@@ -74,7 +75,8 @@ inline bool showsAnything(const RaySegment& s) {
            s.color.b > 0;
 }
 
-/// Steps the active segments up to `limit`. False when `composite` ended the ray.
+/// Steps the active segments up to `limit`. False when `composite` ended the ray; it is told when
+/// nothing can come between the segment's steps.
 template <class Composite>
 bool walkTo(float limit, ActiveSegments& active, Illuminator& illuminator, float time,
             Composite& composite) {
@@ -85,7 +87,8 @@ bool walkTo(float limit, ActiveSegments& active, Illuminator& illuminator, float
         RaySegment& segment = active[index];
         if (segment.tCur > limit)
             return true;
-        if (showsAnything(segment) && !composite(segment))
+        const bool alone = active.hasOne() && segment.tEnd <= limit;
+        if (showsAnything(segment) && !composite(segment, alone))
             return false;
         if ((segment.state & kSegmentFinished) == 0)
             advance(segment, illuminator, time, false);
@@ -98,7 +101,7 @@ bool walkTo(float limit, ActiveSegments& active, Illuminator& illuminator, float
 }
 
 /// Walks all segments; a segment joins where its own stretch begins. Each step that shows anything
-/// is given to `composite(segment)`, which answers false to end the ray.
+/// is given to `composite(segment, alone)`, which answers false to end the ray.
 template <class Composite>
 void walkNearestFirst(RayData& rayData, Illuminator& illuminator, float time,
                       Composite&& composite) {

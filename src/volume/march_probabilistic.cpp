@@ -68,7 +68,7 @@ void marchProbabilistic(RayData& rayData, float time, int samples, Color& color,
     march.begin(illuminator);
     Interactions interactions(march, illuminator, samples);
     walkNearestFirst(rayData, illuminator, time,
-                     [&](RaySegment& segment) { return interactions.pass(segment); });
+                     [&](RaySegment& segment, bool) { return interactions.pass(segment); });
 
     const float hits = static_cast<float>(interactions.hits());
     const float opacity = hits / static_cast<float>(samples);

@@ -75,6 +75,26 @@ public:
             return _mm_setzero_ps();
         return finiteOrZero4(kernelOf(kThreeKernels)(shader.channels + kSlotColor, position));
     }
+    /// What shading asks for at a shown step beside its opacity.
+    void lookAt(int step, VoxelSample& sample) const {
+        const std::uint32_t others = segment.plan.mask & ~kSampleT;
+        const TessUtils::Vector position = positionOf(step);
+        sample.position = position;
+        if (others == kSampleColor)
+            sample.gridColor = colorOf(gridColorOf(step));
+        else if (others != 0)
+            shader.sampleVoxel(position, sample, others, nullptr, segment.time,
+                               segment.plan.filter);
+    }
+    /// Makes a shown step the one at which the segment stands. Rounds count from here on.
+    void accept(int step) {
+        const float alpha = laneOf(opacity, step);
+        segment.tCur = laneOf(times, step);
+        segment.alpha = {alpha, alpha, alpha};
+        segment.invAlpha = alpha > 1e-6f ? 1 / alpha : 0;
+        segment.samplePos = positionOf(step);
+        round = taken - step - 1;
+    }
     TessUtils::Vector positionOf(int step) const {
         alignas(16) float p[4];
         _mm_store_ps(p, positions[step]);

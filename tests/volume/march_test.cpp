@@ -396,9 +396,11 @@ TEST_F(Marcher, PlainSmoke_IsNoOtherThanAnySmoke) {
     plain->fill(kSmoke, unevenSmoke);
     for (int i = 0; i < 3; ++i)
         plain->fill(kColorR + i, [i](int x, int y, int) { return 0.1f * float((x + i * y) % 7); });
+    plain->fill(kTemperature, [](int x, int y, int) { return 0.1f * float((2 * x + y) % 9); });
     plain->params.set("jitter", 1);
     plain->params.set("darg", 6);  // colours of the grid
     plain->load();
+    plain->shader.bindChannel(&plain->frame, kSlotE, kTemperature);
     VolumeShader& shader = plain->shader;
     const std::uint32_t flags = shader.flags;
     ASSERT_TRUE(shader.useGridColor && (shader.sampleMask & kSampleColor) != 0);
@@ -430,11 +432,20 @@ TEST_F(Marcher, PlainSmoke_IsNoOtherThanAnySmoke) {
         std::uint32_t flag;
         bool table;
         std::uint32_t wrap;
-        bool gridColor;
-    } cases[] = {
-        {0, false, 0, false}, {kHeatHaze, false, 0, false},    {kProbPrimary, true, 0, false},
-        {0, true, 0, false},  {0, false, kSampleWrapX, false}, {0, true, kSampleWrapY, false},
-        {0, false, 0, true},  {0, true, kSampleWrapX, true}};
+        bool gridColor, fire;
+    } cases[] = {{0, false, 0, false, false},
+                 {kHeatHaze, false, 0, false, false},
+                 {kProbPrimary, true, 0, false, false},
+                 {0, true, 0, false, false},
+                 {0, false, kSampleWrapX, false, false},
+                 {0, true, kSampleWrapY, false, false},
+                 {0, false, 0, true, false},
+                 {0, true, kSampleWrapX, true, false},
+                 {kEmissive, false, 0, false, true},
+                 {kEmissive, true, 0, true, true}};
+    std::vector<float> fire(3 * kLutEntries);
+    for (int i = 0; i < 3 * kLutEntries; ++i)
+        fire[i] = 0.001f * static_cast<float>(i % 1700);
     for (const auto& c : cases)
         for (const int scatter : {kScatterDisabled, kScatterApproximateShadows})
             for (const float stop : {0.0f, 0.3f, 0.7f}) {
@@ -443,6 +454,8 @@ TEST_F(Marcher, PlainSmoke_IsNoOtherThanAnySmoke) {
                 shader.flags = flags | c.flag;
                 shader.useGridColor = c.gridColor;
                 shader.sampleMask = c.gridColor ? mask : mask & ~kSampleColor;
+                shader.sampleMask |= c.fire ? static_cast<std::uint32_t>(kSampleE) : 0u;
+                shader.emissionTable = c.fire ? fire.data() : nullptr;
                 shader.wrapFlags = c.wrap;
                 shader.opacityTable = c.table ? table.data() : nullptr;
                 EXPECT_EQ(answers(false), answers(true))
