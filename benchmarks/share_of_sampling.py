@@ -3,12 +3,13 @@
 # SPDX-License-Identifier: Apache-2.0
 """Which share of a command's time goes into reading grids and tables.
 
-usage: share_of_sampling.py build/release/bin/nimbra render SCENE -o PICTURE -t 1 -q
+usage: share_of_sampling.py [--instructions] build/release/bin/nimbra render SCENE -o PICTURE -t 1 -q
 
 Needs linux-perf and llvm, and line tables in the program (-DCMAKE_CXX_FLAGS=-g1). Each sample of
 perf counts by all the source files that its instruction was inlined from: as a look-up where one of
 them is of the samplers, the tables or the light cache. Time that an instruction waits for a look-up's
-result counts where the instruction stands, mostly in the loops around.
+result counts where the instruction stands, mostly in the loops around. With --instructions these are
+counted in place of time, by callgrind (valgrind), without those of the dynamic linker.
 """
 import collections
 import functools
@@ -61,18 +62,51 @@ def in_file(maps, address, file):
     return 0
 
 
+def sample_time(command, folder):
+    """Samples by (address in its file, file)."""
+    data = os.path.join(folder, "perf.data")
+    subprocess.run(["perf", "record", "-q", "-F", "1500", "-o", data] + command, check=True)
+    maps, samples = read_samples(data)
+    placed = collections.Counter()
+    for (address, file), count in samples.items():
+        placed[in_file(maps, address, file) if OWN.search(file) else 0, file] += count
+    return placed
+
+
+def count_instructions(command, folder):
+    """The same for instructions."""
+    data = os.path.join(folder, "callgrind.out")
+    run("valgrind", "--tool=callgrind", "--dump-instr=yes", "--compress-pos=no",
+        "--compress-strings=no", "--callgrind-out-file=" + data, *command)
+    counts, file, inclusive = collections.Counter(), "", False
+    with open(data, encoding="utf-8") as lines:
+        for line in lines:
+            if line.startswith("ob="):
+                file = line[3:].strip()
+            elif line.startswith("calls="):
+                inclusive = True  # the next line repeats what the callee counts itself
+            elif line.startswith("0x"):
+                if not inclusive and "/ld-linux" not in file:
+                    address, _, cost = line.split()
+                    counts[int(address, 16), file] += int(cost)
+                inclusive = False
+    return counts
+
+
 def main():
+    command = sys.argv[1:]
+    measure = sample_time
+    if command[0] == "--instructions":
+        measure = count_instructions
+        command = command[1:]
     with tempfile.TemporaryDirectory() as folder:
-        data = os.path.join(folder, "perf.data")
-        record = ["perf", "record", "-q", "-F", "1500", "-o", data]
-        subprocess.run(record + sys.argv[1:], check=True)
-        maps, samples = read_samples(data)
+        samples = measure(command, folder)
     total, lookups = sum(samples.values()), 0
     around = collections.Counter()
     by_file = collections.defaultdict(list)
     for (address, file), count in samples.items():
         if OWN.search(file):
-            by_file[file].append((in_file(maps, address, file), count))
+            by_file[file].append((address, count))
         else:
             around[os.path.basename(file)] += count
     for file, places in by_file.items():
