@@ -274,8 +274,10 @@ inline bool fits(const GridStorage& s, const GridStorage& first) {
 
 /// A position at a border, for one channel.
 template <class Filter>
-[[gnu::noinline]] float sampleAtBorder(const GridStorage& s, const float* position) {
-    return weigh(s, Filter::taps(s, position));
+[[gnu::noinline]] float sampleAtBorder(const GridStorage& s, __m128 position) {
+    alignas(16) float p[4];
+    _mm_store_ps(p, position);
+    return weigh(s, Filter::taps(s, p));
 }
 
 /// At the place of a filter away from the borders.
@@ -285,8 +287,8 @@ inline float readDense(const typename Filter::Dense& dense, const GridStorage& s
 }
 
 template <class Filter>
-inline float sampleChannel(const GridStorage& s, const float* position) {
-    const Filter filter(s, load3(position));
+inline float sampleChannel(const GridStorage& s, __m128 position) {
+    const Filter filter(s, position);
     if (!filter.inside) [[unlikely]]
         return sampleAtBorder<Filter>(s, position);
     return s.kind != 0 ? filter.tree(s) : readDense<Filter>({filter, s}, s);
@@ -296,7 +298,7 @@ inline float sampleChannel(const GridStorage& s, const float* position) {
 template <class Filter>
 inline void sampleOne(const Proxy& proxy, const float* position, float* out) {
     if (isLoaded(proxy) && proxy.storage->cells >= 1)
-        *out = sampleChannel<Filter>(*proxy.storage, position);
+        *out = sampleChannel<Filter>(*proxy.storage, load3(position));
 }
 
 template <class Filter>
@@ -305,21 +307,19 @@ void sampleRun(const Proxy& proxy, const float positions[][4], int count, float*
         return;
     const GridStorage& s = *proxy.storage;
     for (int i = 0; i < count; ++i)
-        out[i] = sampleChannel<Filter>(s, positions[i]);
+        out[i] = sampleChannel<Filter>(s, load3(positions[i]));
 }
 
 /// What sampleFour can't do side by side.
 template <class Filter>
 [[gnu::noinline]] __m128 sampleEach(const GridStorage& s, int count, __m128 a, __m128 b, __m128 c,
                                     __m128 d) {
-    const __m128 positions[4] = {a, b, c, d};
-    float values[4] = {};
-    for (int i = 0; i < count; ++i) {
-        alignas(16) float position[4];
-        _mm_store_ps(position, positions[i]);
-        values[i] = sampleChannel<Filter>(s, position);
-    }
-    return _mm_setr_ps(values[0], values[1], values[2], values[3]);
+    // Without arrays: a vector isn't read back before its single stores have left the pipeline.
+    const float first = count > 0 ? sampleChannel<Filter>(s, a) : 0.0f;
+    const float second = count > 1 ? sampleChannel<Filter>(s, b) : 0.0f;
+    const float third = count > 2 ? sampleChannel<Filter>(s, c) : 0.0f;
+    const float fourth = count > 3 ? sampleChannel<Filter>(s, d) : 0.0f;
+    return _mm_setr_ps(first, second, third, fourth);
 }
 
 template <class Filter>
@@ -340,14 +340,11 @@ __m128 sampleFour(const Proxy& proxy, int count, __m128 a, __m128 b, __m128 c, _
 /// Three channels that aren't all arrays, or at a border.
 template <class Filter>
 [[gnu::noinline]] __m128 sampleThreeByThree(const Proxy* proxies, __m128 position) {
-    alignas(16) float p[4];
-    _mm_store_ps(p, position);
-    float values[3] = {};
-    for (int i = 0; i < 3; ++i) {
-        if (isLoaded(proxies[i]) && proxies[i].storage->cells >= 1)
-            values[i] = sampleChannel<Filter>(*proxies[i].storage, p);
-    }
-    return _mm_setr_ps(values[0], values[1], values[2], 0.0f);
+    const auto value = [&](const Proxy& proxy) {
+        const bool there = isLoaded(proxy) && proxy.storage->cells >= 1;
+        return there ? sampleChannel<Filter>(*proxy.storage, position) : 0.0f;
+    };
+    return _mm_setr_ps(value(proxies[0]), value(proxies[1]), value(proxies[2]), 0.0f);
 }
 
 inline bool isArray(const Proxy& proxy) {
